@@ -1,6 +1,14 @@
 // Internal, inlinable form of the arithmetic operators for the codec's own
 // code. Each fx:: function behaves exactly like the exported evrc_ operator of
-// the same name (result, overflow flag and operation counter).
+// the same name (result, overflow flag and operation counter); the exported
+// operators are thin wrappers over these, so the two forms cannot diverge.
+//
+// Conventions used throughout:
+//  - every counted operator adds its net weight to evrc_op_counter with one
+//    unconditional addition, whatever path it takes;
+//  - a clamp stores 1 to evrc_giOverflow, nothing ever clears it;
+//  - arithmetic that must wrap is done on unsigned types, so it is defined
+//    behaviour on every target (x86-64 and 32-bit ARM alike).
 #ifndef EVRC_CODEC_BASIC_FIXED_POINT_H
 #define EVRC_CODEC_BASIC_FIXED_POINT_H
 
@@ -8,67 +16,445 @@
 
 namespace fx {
 
-inline Word16 saturate(Word32 x) { return ::evrc_saturate(x); }
-inline Word32 L_saturate(Word64 x) { return ::evrc_L_saturate(x); }
-inline Word16 add(Word16 a, Word16 b) { return ::evrc_add(a, b); }
-inline Word16 sub(Word16 a, Word16 b) { return ::evrc_sub(a, b); }
-inline Word16 abs_s(Word16 a) { return ::evrc_abs_s(a); }
-inline Word16 negate(Word16 a) { return ::evrc_negate(a); }
-inline Word16 extract_h(Word32 L) { return ::evrc_extract_h(L); }
-inline Word16 extract_l(Word32 L) { return ::evrc_extract_l(L); }
-inline Word32 L_deposit_h(Word16 a) { return ::evrc_L_deposit_h(a); }
-inline Word32 L_deposit_l(Word16 a) { return ::evrc_L_deposit_l(a); }
-inline Word32 L_abs(Word32 L) { return ::evrc_L_abs(L); }
-inline Word32 L_negate(Word32 L) { return ::evrc_L_negate(L); }
-inline Word32 L_add(Word32 L1, Word32 L2) { return ::evrc_L_add(L1, L2); }
-inline Word32 L_sub(Word32 L1, Word32 L2) { return ::evrc_L_sub(L1, L2); }
-inline Word32 L_mult(Word16 a, Word16 b) { return ::evrc_L_mult(a, b); }
-inline Word32 L_mac(Word32 L, Word16 a, Word16 b) { return ::evrc_L_mac(L, a, b); }
-inline Word32 L_msu(Word32 L, Word16 a, Word16 b) { return ::evrc_L_msu(L, a, b); }
-inline Word16 mult(Word16 a, Word16 b) { return ::evrc_mult(a, b); }
-inline Word16 mult_r(Word16 a, Word16 b) { return ::evrc_mult_r(a, b); }
-inline Word16 round32(Word32 L) { return ::evrc_round32(L); }
-inline Word16 mac_r(Word32 L, Word16 a, Word16 b) { return ::evrc_mac_r(L, a, b); }
-inline Word16 msu_r(Word32 L, Word16 a, Word16 b) { return ::evrc_msu_r(L, a, b); }
-inline Word16 shl(Word16 a, Word16 n) { return ::evrc_shl(a, n); }
-inline Word16 shr(Word16 a, Word16 n) { return ::evrc_shr(a, n); }
-inline Word32 L_shl(Word32 L, Word16 n) { return ::evrc_L_shl(L, n); }
-inline Word32 L_shr(Word32 L, Word16 n) { return ::evrc_L_shr(L, n); }
-inline Word16 norm_s(Word16 a) { return ::evrc_norm_s(a); }
-inline Word16 norm_l(Word32 L) { return ::evrc_norm_l(L); }
-inline Word32 extract64_l(Word64 x) { return ::evrc_extract64_l(x); }
-inline Word32 int_mult_16_16(Word32 a, Word32 b) { return ::evrc_int_mult_16_16(a, b); }
-inline Word32 int_mult_16h_16(Word32 a, Word32 b) { return ::evrc_int_mult_16h_16(a, b); }
-inline Word64 L_mult64_su(Word32 a, Word32 b) { return ::evrc_L_mult64_su(a, b); }
-inline Word64 int_mult_32_16(Word32 a, Word32 b) { return ::evrc_int_mult_32_16(a, b); }
-inline Word64 int_mult_32_32(Word32 a, Word32 b) { return ::evrc_int_mult_32_32(a, b); }
-inline Word64 L_mult64_uu(Word32 a, Word32 b) { return ::evrc_L_mult64_uu(a, b); }
-inline Word32 L_mult_su(Word32 a, Word32 b) { return ::evrc_L_mult_su(a, b); }
-inline Word32 L_mult_uu(Word32 a, Word32 b) { return ::evrc_L_mult_uu(a, b); }
-inline Word64 int_mac_16_16(Word64 acc, Word32 a, Word32 b) { return ::evrc_int_mac_16_16(acc, a, b); }
-inline Word64 int_mac_32_16(Word64 acc, Word32 a, Word32 b) { return ::evrc_int_mac_32_16(acc, a, b); }
-inline Word64 int_msu_16_16(Word64 acc, Word32 a, Word32 b) { return ::evrc_int_msu_16_16(acc, a, b); }
-inline Word64 int_mac_16_16_s1(Word64 acc, Word32 a, Word32 b) { return ::int_mac_16_16_s1(acc, a, b); }
-inline Word64 int_mac_16_16_shift(Word64 acc, Word32 a, Word32 b, Word16 s) { return ::evrc_int_mac_16_16_shift(acc, a, b, s); }
-inline Word64 L_mac64_su(Word64 acc, Word32 a, Word32 b) { return ::evrc_L_mac64_su(acc, a, b); }
-inline Word64 L_add64(Word64 x, Word64 y) { return ::evrc_L_add64(x, y); }
-inline Word64 L_sub64(Word64 x, Word64 y) { return ::evrc_L_sub64(x, y); }
-inline Word64 L_negate64(Word64 x) { return ::evrc_L_negate64(x); }
-inline Word64 L_shl64(Word64 x, Word16 n) { return ::evrc_L_shl64(x, n); }
-inline Word64 L_shr64(Word64 x, Word16 n) { return ::evrc_L_shr64(x, n); }
-inline Word32 MAX16(Word32 a, Word32 b) { return ::evrc_MAX16(a, b); }
-inline Word32 MAX32(Word32 a, Word32 b) { return ::evrc_MAX32(a, b); }
-inline Word32 MIN16(Word32 a, Word32 b) { return ::evrc_MIN16(a, b); }
-inline Word32 MIN32(Word32 a, Word32 b) { return ::evrc_MIN32(a, b); }
-inline Word64 L_sat32_64(Word64 x) { return ::evrc_L_sat32_64(x); }
-inline Word16 L_sat32_64_round16(Word64 x) { return ::evrc_L_sat32_64_round16(x); }
-inline Word64 L_mac64(Word64 acc, Word32 a, Word32 b) { return ::evrc_L_mac64(acc, a, b); }
-inline Word32 L_mult_32_16(Word32 L, Word16 b) { return ::evrc_L_mult_32_16(L, b); }
-inline Word64 L_mult64_32_32(Word32 a, Word32 b) { return ::evrc_L_mult64_32_32(a, b); }
-inline Word16 norm32_l64(Word64 x) { return ::evrc_norm32_l64(x); }
+constexpr Word16 kMax16 = 32767;
+constexpr Word16 kMin16 = -32768;
+constexpr Word32 kMax32 = 2147483647;
+constexpr Word32 kMin32 = -2147483647 - 1;
+
+namespace detail {
+
+inline void count(UWord32 weight) { evrc_op_counter += weight; }
+inline void overflow() { evrc_giOverflow = 1; }
+
+// Two's-complement narrowing and wrapping helpers (well defined in C++17
+// through the unsigned types; gcc converts modulo 2^n).
+inline Word16 low16(Word32 x) { return static_cast<Word16>(static_cast<UWord16>(x)); }
+inline Word32 low32(Word64 x) { return static_cast<Word32>(static_cast<UWord32>(x)); }
+inline Word32 wrap_add32(Word32 a, Word32 b) {
+    return static_cast<Word32>(static_cast<UWord32>(a) + static_cast<UWord32>(b));
+}
+inline Word64 wrap_add64(Word64 a, Word64 b) {
+    return static_cast<Word64>(static_cast<UWord64>(a) + static_cast<UWord64>(b));
+}
+inline Word64 wrap_sub64(Word64 a, Word64 b) {
+    return static_cast<Word64>(static_cast<UWord64>(a) - static_cast<UWord64>(b));
+}
+// x shifted left by 0..63 with the bits shifted out lost.
+inline Word64 wrap_shl64(Word64 x, int n) {
+    return static_cast<Word64>(static_cast<UWord64>(x) << n);
+}
+
+// Saturation with the flag, no counting.
+inline Word16 sat16(Word32 x) {
+    if (x > kMax16) {
+        overflow();
+        return kMax16;
+    }
+    if (x < kMin16) {
+        overflow();
+        return kMin16;
+    }
+    return static_cast<Word16>(x);
+}
+inline Word32 sat32(Word64 x) {
+    if (x > kMax32) {
+        overflow();
+        return kMax32;
+    }
+    if (x < kMin32) {
+        overflow();
+        return kMin32;
+    }
+    return static_cast<Word32>(x);
+}
+
+// Uncounted bodies of the operators that other operators are built from.
+inline Word32 L_add(Word32 a, Word32 b) {
+    Word32 r;
+    if (__builtin_add_overflow(a, b, &r)) {
+        overflow();
+        r = a < 0 ? kMin32 : kMax32;
+    }
+    return r;
+}
+inline Word32 L_mult(Word16 a, Word16 b) {
+    const Word32 p = static_cast<Word32>(a) * b;
+    if (p == 0x40000000) {
+        overflow();
+        return kMax32;
+    }
+    return p * 2;
+}
+inline Word32 L_mac(Word32 L, Word16 a, Word16 b) {
+    return sat32(static_cast<Word64>(L) + 2 * static_cast<Word64>(static_cast<Word32>(a) * b));
+}
+inline Word32 L_msu(Word32 L, Word16 a, Word16 b) {
+    return sat32(static_cast<Word64>(L) - 2 * static_cast<Word64>(static_cast<Word32>(a) * b));
+}
+inline Word16 round32(Word32 L) {
+    if (L >= 0x7FFF8000) {
+        overflow();
+        return kMax16;
+    }
+    return static_cast<Word16>((L + 0x8000) >> 16);
+}
+// Left shift by 1..14 of a nonzero value, saturating.
+inline Word16 shl_pos(Word16 a, int n) {
+    const Word32 s = static_cast<Word32>(a) * (1 << n);
+    return sat16(s);
+}
+inline Word16 shl(Word16 a, Word16 n) {
+    if (n <= 0) return static_cast<Word16>(a >> (n <= -15 ? 15 : -n));
+    if (a == 0) return a;
+    if (n >= 15) {
+        overflow();
+        return a > 0 ? kMax16 : kMin16;
+    }
+    return shl_pos(a, n);
+}
+// Left shift by 1..30 of a nonzero value, saturating when bits are lost.
+inline Word32 L_shl_pos(Word32 L, int n) {
+    if (L > (kMax32 >> n) || L < (kMin32 >> n)) {
+        overflow();
+        return L > 0 ? kMax32 : kMin32;
+    }
+    return static_cast<Word32>(static_cast<UWord32>(L) << n);
+}
+inline Word32 L_shl(Word32 L, Word16 n) {
+    if (n <= 0) return L >> (n <= -31 ? 31 : -n);
+    if (L == 0) return L;
+    if (n >= 31) {
+        overflow();
+        return L > 0 ? kMax32 : kMin32;
+    }
+    return L_shl_pos(L, n);
+}
+inline Word32 L_shr(Word32 L, Word16 n) {
+    if (n >= 0) return L >> (n >= 31 ? 31 : n);
+    if (L == 0) return L;
+    if (n <= -31) {
+        overflow();
+        return L > 0 ? kMax32 : kMin32;
+    }
+    return L_shl_pos(L, -n);
+}
+
+}  // namespace detail
+
+// ---- Saturating 16- and 32-bit operators ----------------------------------
+
+inline Word16 saturate(Word32 x) { return detail::sat16(x); }
+
+inline Word32 L_saturate(Word64 x) {
+    detail::count(4);
+    return detail::sat32(x);
+}
+
+inline Word16 add(Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::sat16(static_cast<Word32>(a) + b);
+}
+
+inline Word16 sub(Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::sat16(static_cast<Word32>(a) - b);
+}
+
+inline Word16 abs_s(Word16 a) {
+    detail::count(1);
+    if (a == kMin16) {
+        detail::overflow();
+        return kMax16;
+    }
+    return static_cast<Word16>(a < 0 ? -a : a);
+}
+
+inline Word16 negate(Word16 a) {
+    detail::count(1);
+    if (a == kMin16) {
+        detail::overflow();
+        return kMax16;
+    }
+    return static_cast<Word16>(-a);
+}
+
+inline Word16 extract_h(Word32 L) {
+    detail::count(1);
+    return static_cast<Word16>(L >> 16);
+}
+
+inline Word16 extract_l(Word32 L) {
+    detail::count(1);
+    return detail::low16(L);
+}
+
+inline Word32 L_deposit_h(Word16 a) {
+    detail::count(1);
+    return static_cast<Word32>(static_cast<UWord32>(a) << 16);
+}
+
+inline Word32 L_deposit_l(Word16 a) {
+    detail::count(1);
+    return a;
+}
+
+inline Word32 L_abs(Word32 L) {
+    detail::count(3);
+    if (L == kMin32) {
+        detail::overflow();
+        return kMax32;
+    }
+    return L < 0 ? -L : L;
+}
+
+inline Word32 L_negate(Word32 L) {
+    detail::count(2);
+    if (L == kMin32) {
+        detail::overflow();
+        return kMax32;
+    }
+    return -L;
+}
+
+inline Word32 L_add(Word32 L1, Word32 L2) {
+    detail::count(2);
+    return detail::L_add(L1, L2);
+}
+
+inline Word32 L_sub(Word32 L1, Word32 L2) {
+    detail::count(2);
+    Word32 r;
+    if (__builtin_sub_overflow(L1, L2, &r)) {
+        detail::overflow();
+        r = L1 < 0 ? kMin32 : kMax32;
+    }
+    return r;
+}
+
+inline Word32 L_mult(Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::L_mult(a, b);
+}
+
+// The accumulation is exact before the single clamp: for a = b = -32768 and
+// a negative L the result is L + 2^31, not L plus a saturated product.
+inline Word32 L_mac(Word32 L, Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::L_mac(L, a, b);
+}
+
+inline Word32 L_msu(Word32 L, Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::L_msu(L, a, b);
+}
+
+inline Word16 mult(Word16 a, Word16 b) {
+    detail::count(1);
+    return detail::sat16((static_cast<Word32>(a) * b) >> 15);
+}
+
+inline Word16 mult_r(Word16 a, Word16 b) {
+    detail::count(2);
+    const Word32 p = static_cast<Word32>(a) * b;
+    if (p == 0x40000000) {
+        detail::overflow();
+        return kMax16;
+    }
+    // (2ab + 0x8000) >> 16 without the doubling.
+    return static_cast<Word16>((p + 0x4000) >> 15);
+}
+
+inline Word16 round32(Word32 L) {
+    detail::count(1);
+    return detail::round32(L);
+}
+
+inline Word16 mac_r(Word32 L, Word16 a, Word16 b) {
+    detail::count(2);
+    return detail::round32(detail::L_mac(L, a, b));
+}
+
+inline Word16 msu_r(Word32 L, Word16 a, Word16 b) {
+    detail::count(2);
+    return detail::round32(detail::L_msu(L, a, b));
+}
+
+// Any nonzero value shifted left by 15 or more saturates, even -1 << 15.
+inline Word16 shl(Word16 a, Word16 n) {
+    detail::count(1);
+    return detail::shl(a, n);
+}
+
+inline Word16 shr(Word16 a, Word16 n) {
+    detail::count(1);
+    if (n >= 0) return static_cast<Word16>(a >> (n >= 15 ? 15 : n));
+    if (a == 0) return a;
+    if (n <= -15) {
+        detail::overflow();
+        return a > 0 ? kMax16 : kMin16;
+    }
+    return detail::shl_pos(a, -n);
+}
+
+inline Word32 L_shl(Word32 L, Word16 n) {
+    detail::count(2);
+    return detail::L_shl(L, n);
+}
+
+inline Word32 L_shr(Word32 L, Word16 n) {
+    detail::count(2);
+    return detail::L_shr(L, n);
+}
+
+// Leading redundant sign bits: a value and its complement normalise alike, so
+// -1 needs 15 (16-bit) or 31 (32-bit) doublings; 0 gives 0.
+inline Word16 norm_s(Word16 a) {
+    detail::count(15);
+    if (a == 0) return 0;
+    const UWord32 m = static_cast<UWord16>(a ^ (a >> 15));
+    return static_cast<Word16>(__builtin_clz((m << 1) | 1u) - 16);
+}
+
+inline Word16 norm_l(Word32 L) {
+    detail::count(30);
+    if (L == 0) return 0;
+    const UWord32 m = static_cast<UWord32>(L ^ (L >> 31));
+    return static_cast<Word16>(__builtin_clz((m << 1) | 1u));
+}
+
+// ---- Plain 64-bit and mixed-width operators (no flag, not counted) --------
+
+inline Word32 extract64_l(Word64 x) { return detail::low32(x); }
+
+inline Word32 int_mult_16_16(Word32 a, Word32 b) {
+    return static_cast<Word32>(detail::low16(a)) * detail::low16(b);
+}
+
+inline Word32 int_mult_16h_16(Word32 a, Word32 b) {
+    return static_cast<Word32>(static_cast<Word16>(a >> 16)) * detail::low16(b);
+}
+
+inline Word64 L_mult64_su(Word32 a, Word32 b) { return static_cast<Word64>(a) * b; }
+inline Word64 int_mult_32_16(Word32 a, Word32 b) { return static_cast<Word64>(a) * b; }
+inline Word64 int_mult_32_32(Word32 a, Word32 b) { return static_cast<Word64>(a) * b; }
+
+inline Word64 L_mult64_uu(Word32 a, Word32 b) {
+    return static_cast<Word64>(static_cast<UWord64>(static_cast<UWord32>(a)) *
+                               static_cast<UWord32>(b));
+}
+
+inline Word32 L_mult_su(Word32 a, Word32 b) {
+    return static_cast<Word32>(static_cast<UWord32>(a) * static_cast<UWord32>(b));
+}
+inline Word32 L_mult_uu(Word32 a, Word32 b) {
+    return static_cast<Word32>(static_cast<UWord32>(a) * static_cast<UWord32>(b));
+}
+
+inline Word64 int_mac_16_16(Word64 acc, Word32 a, Word32 b) {
+    return detail::wrap_add64(acc, static_cast<Word64>(a) * b);
+}
+inline Word64 int_mac_32_16(Word64 acc, Word32 a, Word32 b) {
+    return detail::wrap_add64(acc, static_cast<Word64>(a) * b);
+}
+inline Word64 int_msu_16_16(Word64 acc, Word32 a, Word32 b) {
+    return detail::wrap_sub64(acc, static_cast<Word64>(a) * b);
+}
+inline Word64 int_mac_16_16_s1(Word64 acc, Word32 a, Word32 b) {
+    return detail::wrap_add64(acc, detail::wrap_shl64(static_cast<Word64>(a) * b, 1));
+}
+
+inline Word64 L_shr64(Word64 x, Word16 n);
+
+// Left by n >= 0, arithmetically right by -n otherwise; counts beyond 63 shift
+// everything out (-32768 included).
+inline Word64 L_shl64(Word64 x, Word16 n) {
+    if (n < 0) {
+        const int m = -static_cast<int>(n);
+        return x >> (m >= 64 ? 63 : m);
+    }
+    return n >= 64 ? 0 : detail::wrap_shl64(x, n);
+}
+
+inline Word64 L_shr64(Word64 x, Word16 n) {
+    if (n < 0) {
+        const int m = -static_cast<int>(n);
+        return m >= 64 ? 0 : detail::wrap_shl64(x, m);
+    }
+    return x >> (n >= 64 ? 63 : n);
+}
+
+inline Word64 int_mac_16_16_shift(Word64 acc, Word32 a, Word32 b, Word16 s) {
+    return detail::wrap_add64(acc, L_shl64(static_cast<Word64>(a) * b, s));
+}
+
+inline Word64 L_mac64_su(Word64 acc, Word32 a, Word32 b) {
+    return detail::wrap_add64(acc, L_mult_su(a, b));
+}
+
+inline Word64 L_add64(Word64 x, Word64 y) { return detail::wrap_add64(x, y); }
+inline Word64 L_sub64(Word64 x, Word64 y) { return detail::wrap_sub64(x, y); }
+inline Word64 L_negate64(Word64 x) { return detail::wrap_sub64(0, x); }
+
+inline Word32 MAX16(Word32 a, Word32 b) { return a > b ? a : b; }
+inline Word32 MAX32(Word32 a, Word32 b) { return a > b ? a : b; }
+inline Word32 MIN16(Word32 a, Word32 b) { return a >= b ? b : a; }
+inline Word32 MIN32(Word32 a, Word32 b) { return a >= b ? b : a; }
+
+// ---- 64-bit saturating and double-precision fractional operators ----------
+
+inline Word64 L_sat32_64(Word64 x) {
+    return x > kMax32 ? kMax32 : (x < kMin32 ? kMin32 : x);
+}
+
+// Out-of-range values clamp silently and uncounted; in range it is round32.
+inline Word16 L_sat32_64_round16(Word64 x) {
+    const bool in_range = x >= kMin32 && x <= kMax32;
+    detail::count(in_range ? 1u : 0u);
+    if (!in_range) return x > 0 ? kMax16 : kMin16;
+    return detail::round32(static_cast<Word32>(x));
+}
+
+// acc + 2ab formed modulo 2^64, then clamped to 32 bits with the flag.
+inline Word64 L_mac64(Word64 acc, Word32 a, Word32 b) {
+    detail::count(4);
+    return detail::sat32(detail::wrap_add64(acc, detail::wrap_shl64(static_cast<Word64>(a) * b, 1)));
+}
+
+// Q31 x Q15: high half through the saturating product, the unsigned low half
+// added as (lo * b) >> 15.
+inline Word32 L_mult_32_16(Word32 L, Word16 b) {
+    detail::count(5);
+    const Word16 hi = static_cast<Word16>(L >> 16);
+    const Word32 lo = L & 0xFFFF;
+    const Word32 c = (lo * b) >> 15;
+    return detail::L_add(detail::L_mult(hi, b), c);
+}
+
+// Q31 x Q31 into 64 bits; the low x low product is left out on purpose.
+inline Word64 L_mult64_32_32(Word32 a, Word32 b) {
+    detail::count(5);
+    const Word16 ha = static_cast<Word16>(a >> 16);
+    const Word16 hb = static_cast<Word16>(b >> 16);
+    const Word32 la = a & 0xFFFF;
+    const Word32 lb = b & 0xFFFF;
+    const Word64 cross = static_cast<Word64>(la * hb) + static_cast<Word64>(lb * ha);
+    return static_cast<Word64>(detail::L_mult(ha, hb)) + (cross >> 15);
+}
+
+// Shift that brings a 64-bit value to a normalised 32-bit one: negative when
+// it must be shifted right, 31 for 0 (and for -1).
+inline Word16 norm32_l64(Word64 x) {
+    const UWord64 m = static_cast<UWord64>(x ^ (x >> 63));
+    return static_cast<Word16>(__builtin_clzll((m << 1) | 1u) - 32);
+}
+
+// ---- Division, square root and logarithms (out of line) -------------------
+
 inline Word16 signed_32_div_16(Word32 num, Word16 den) { return ::evrc_signed_32_div_16(num, den); }
 inline Word32 divide_dp(Word32 num, Word32 den, Word16 q) { return ::evrc_divide_dp(num, den, q); }
-inline Word32 invert_dp(Word32 x, Word16 iterations, Word16 *exponent) { return ::evrc_invert_dp(x, iterations, exponent); }
+inline Word32 invert_dp(Word32 x, Word16 iterations, Word16 *exponent) {
+    return ::evrc_invert_dp(x, iterations, exponent);
+}
 inline Word16 square_root(Word32 L) { return ::evrc_square_root(L); }
 inline Word32 taylor_sqroot(Word32 L) { return ::evrc_taylor_sqroot(L); }
 inline Word16 log2(Word32 L) { return ::evrc_log2(L); }
