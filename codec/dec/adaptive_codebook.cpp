@@ -1,10 +1,116 @@
-// Placeholder: to be implemented.
+// Adaptive codebook: the past excitation read at the fractional, moving delay
+// of the contour through an 8-phase interpolation filter, and the rebuilding
+// of the excitation history of an erased frame once the next rate-1 frame
+// tells its delay.
+#include <cstdint>
+#include <cstring>
+
+#include "codec/basic/fixed_point.h"
+#include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
+#include "evrc/evrc_tables.h"
+
+namespace evrc_dec {
+
+namespace {
+
+// Number of interpolation phases per sample.
+constexpr int kPhases = 8;
+// 4.5 in Q16: phase index of a delay that falls half a sample early.
+constexpr Word64 kPhaseOffset = 294912;
+
+Word16 sample_or_zero(const Word16 *buf, int buf_len, Word64 index) {
+    return (index >= 0 && index < buf_len) ? buf[index] : 0;
+}
+
+}  // namespace
+
+void shift_exc_history(EvrcDecoderState *st, int L) {
+    if (L <= 0) {
+        return;
+    }
+    if (L > kExcAhead) {
+        L = kExcAhead;
+    }
+    std::memmove(st->exc_history, st->exc_history + L, kExcHistoryLen * sizeof(Word16));
+}
+
+void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
+                          int n_samples) {
+    const int taps = 2 * N + 1;
+    for (int n = 0; n < n_samples; ++n) {
+        // Delay in Q16, rounded up to the next Q16 step, and its nearest
+        // whole sample.
+        const Word64 t = (static_cast<Word64>(contour[n]) + 255) >> 8;
+        const Word64 D = (t + 32768) >> 16;
+        const Word64 frac = t - D * 65536;
+        int phase = static_cast<int>((kPhaseOffset - 8 * frac) >> 16);
+        Word64 start = -(D + N);
+        if (phase == kPhases) {
+            start += 1;
+            phase = 0;
+        }
+        const Word16 *coeff = filter + taps * phase;
+        const Word64 first = static_cast<Word64>(pos) + n + start;
+        Word64 acc = 32768;
+        for (int j = 0; j < taps; ++j) {
+            acc = fx::L_mac64(acc, sample_or_zero(buf, buf_len, first + j), coeff[j]);
+        }
+        const Word64 out_index = static_cast<Word64>(pos) + n;
+        if (out_index >= 0 && out_index < buf_len) {
+            buf[out_index] = static_cast<Word16>(acc >> 16);
+        }
+    }
+}
+
+}  // namespace evrc_dec
+
+using evrc_dec::kExcBufferLen;
+using evrc_dec::kExcHistoryLen;
 
 extern "C" {
 
-EVRC_API void evrc_voc_rclp_block_interp([[maybe_unused]] Word16 *exc, [[maybe_unused]] const Word32 *contour, [[maybe_unused]] const Word16 *filter, [[maybe_unused]] Word16 N, [[maybe_unused]] Word16 n_samples) { }
-EVRC_API void evrc_rx_acb_excitation([[maybe_unused]] const Word32 *points, [[maybe_unused]] Word16 *exc, [[maybe_unused]] Word16 L) { }
-EVRC_API void evrc_fix_dlay_contour([[maybe_unused]] EvrcDecoderState *st, [[maybe_unused]] EvrcFrameParams *fp) { }
+// exc points at the current subframe of an excitation buffer laid out as
+// exc_history: exc[-128 .. 64) is the readable range, anything beyond reads
+// as 0. Writes exc[0 .. n_samples).
+EVRC_API void evrc_voc_rclp_block_interp(Word16 *exc, const Word32 *contour, const Word16 *filter, Word16 N,
+                                         Word16 n_samples) {
+    evrc_dec::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N,
+                                   n_samples);
+}
+
+// ACB excitation of L + 10 samples at exc (layout as above) along the contour
+// of the given delay points.
+EVRC_API void evrc_rx_acb_excitation(const Word32 *points, Word16 *exc, Word16 L) {
+    if (L < 0 || L > EVRC_MAX_SUBFRAME) {
+        return;
+    }
+    Word32 contour[evrc_dec::kContourLen];
+    evrc_construct_delay_contour(points, contour, L);
+    evrc_voc_rclp_block_interp(exc, contour, &evrc_acsBlockCoeff8[0][0], 8, static_cast<Word16>(L + 10));
+}
+
+// Rebuilds the excitation history of the erased frame before this rate-1
+// frame from its delta delay (offset 16): restores the history saved by the
+// concealment and runs the adaptive codebook along the lost frame's contour.
+EVRC_API void evrc_fix_dlay_contour(EvrcDecoderState *st, EvrcFrameParams *fp) {
+    const int lost_delay = fp->delay - fp->delta_delay + 16;
+    const Word16 dl = static_cast<Word16>(lost_delay);
+    const int jump = st->prev_delay - lost_delay;
+    st->erased_start_delay = (jump >= 16 || jump <= -16) ? dl : st->prev_delay;
+    st->prev_delay = dl;
+
+    std::memcpy(st->exc_history, st->exc_saved, sizeof(st->exc_saved));
+    for (int k = 0; k < 3; ++k) {
+        const Word16 L = evrc_acsSubFrameSize[k];
+        Word32 points[3];
+        evrc_interpol_delay(dl, st->erased_start_delay, static_cast<Word16>(k), points);
+        Word32 contour[evrc_dec::kContourLen];
+        evrc_construct_delay_contour(points, contour, L);
+        evrc_dec::block_interp_bounded(st->exc_history, kExcBufferLen, kExcHistoryLen, contour,
+                                       &evrc_acsBlockCoeff8[0][0], 8, L + 10);
+        evrc_dec::shift_exc_history(st, L);
+    }
+}
 
 }  // extern "C"

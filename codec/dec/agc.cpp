@@ -1,8 +1,51 @@
-// Placeholder: to be implemented.
+// Automatic gain control: scales a processed signal so that its energy
+// matches that of the unprocessed reference. After the postfilter (mode 0)
+// the gain is smoothed with the previous one; after the pitch pre-filter
+// (mode 1) it is used as it is.
+#include "codec/basic/fixed_point.h"
 #include "evrc/evrc_dec.h"
+
+namespace {
+
+// A gain ratio of 2^30 in Q28 (gain 2.0) or more saturates the gain.
+constexpr Word32 kRatioLimit = 1073741824;
+
+// Exact sum of squares, scaled down by 64.
+Word32 energy(const Word16 *x, int L) {
+    Word64 e = 0;
+    for (int n = 0; n < L; ++n) {
+        e += static_cast<Word64>(x[n]) * x[n];
+    }
+    return static_cast<Word32>(e >> 6);
+}
+
+}  // namespace
 
 extern "C" {
 
-EVRC_API Word16 evrc_decoder_agc([[maybe_unused]] EvrcDecoderState *st, [[maybe_unused]] const Word16 *ref, [[maybe_unused]] const Word16 *in, [[maybe_unused]] Word16 *out, [[maybe_unused]] Word16 mode, [[maybe_unused]] Word16 L) { return 0; }
+// The gain g (Q14) is sqrt(E_ref / E_in); out[n] = in[n] * g * 4 / 65536,
+// rounded and saturated. Returns 0 and leaves out and the smoothed gain
+// untouched when either energy is 0 (out may be ref, which then keeps the
+// unprocessed signal), else 1. out may equal in or ref.
+EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
+                                 Word16 mode, Word16 L) {
+    const Word32 e_ref = energy(ref, L);
+    const Word32 e_in = energy(in, L);
+    if (e_ref == 0 || e_in == 0) {
+        return 0;
+    }
+    const Word32 ratio = fx::divide_dp(e_ref, e_in, -1);
+    Word16 g = ratio < kRatioLimit ? fx::square_root(ratio) : 32767;
+    if (mode == 0) {
+        const Word64 mixed = 2 * static_cast<Word64>(st->agc_new_weight) * g +
+                             2 * static_cast<Word64>(st->agc_prev_weight) * st->agc_prev_gain;
+        g = static_cast<Word16>(mixed >> 16);
+        st->agc_prev_gain = g;
+    }
+    for (int n = 0; n < L; ++n) {
+        out[n] = fx::round32(fx::L_shl(fx::L_mult(g, in[n]), 1));
+    }
+    return 1;
+}
 
 }  // extern "C"

@@ -1,9 +1,120 @@
-// Placeholder: to be implemented.
+// Algebraic fixed codebook: pulse positions and signs decoded from the
+// subframe's index fields, pitch sharpening of the pulse vector, and the sum
+// of the gained adaptive and fixed codebook vectors.
+#include <cstdint>
+
+#include "codec/basic/fixed_point.h"
+#include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
+
+namespace {
+
+using evrc_dec::kFcbLen;
+
+constexpr Word16 kPulse = 2048;
+constexpr int kTracks = 5;
+// Last vector index that sharpening and gain combination may touch.
+constexpr int kLastIndex = 53;
+
+// Stores a pulse; positions outside the vector (only possible for pair
+// values above 120, which the frame check rejects) are dropped.
+void put_pulse(Word16 *fcb, int pos, Word16 value) {
+    if (pos >= 0 && pos < kFcbLen) {
+        fcb[pos] = value;
+    }
+}
+
+// A 7-bit pair value v = 11a + b; a = v div 11 by a reciprocal multiply.
+void split_pair(int v, int *a, int *b) {
+    *a = (v * 5958) >> 16;
+    *b = v - 11 * (*a);
+}
+
+// Two pulses on one track from an 8-bit field: sign in bit 7, pair in bits
+// 6..0. The order of the positions carries the second pulse's sign.
+void decode_pair_field(Word16 *fcb, int track, int field) {
+    int a, b;
+    split_pair(field & 0x7F, &a, &b);
+    const Word16 s = (field & 0x80) ? -kPulse : kPulse;
+    put_pulse(fcb, track + kTracks * a, s);
+    if (b < a) {
+        put_pulse(fcb, track + kTracks * b, static_cast<Word16>(-s));
+    } else if (b == a) {
+        put_pulse(fcb, track + kTracks * b, static_cast<Word16>(2 * s));
+    } else {
+        put_pulse(fcb, track + kTracks * b, s);
+    }
+}
+
+// Rate 1: eight pulses on five interleaved tracks, shifted by bits 10..9 of
+// the fourth field.
+void decode_full_rate(Word16 *fcb, const Word16 *f) {
+    const int last = static_cast<UWord16>(f[3]);
+    const int ts = (last >> 9) & 3;
+    for (int i = 0; i < 3; ++i) {
+        decode_pair_field(fcb, (ts + i) % kTracks, static_cast<UWord16>(f[i]));
+    }
+    int a, b;
+    split_pair(last & 0x7F, &a, &b);
+    put_pulse(fcb, (ts + 3) % kTracks + kTracks * a, (last & 0x100) ? -kPulse : kPulse);
+    put_pulse(fcb, (ts + 4) % kTracks + kTracks * b, (last & 0x80) ? -kPulse : kPulse);
+}
+
+// Rate 1/2: three pulses at 7p + 2i with signs +s, -s, +s.
+void decode_half_rate(Word16 *fcb, const Word16 *f) {
+    const int field = static_cast<UWord16>(f[0]);
+    const Word16 s = (field & 0x200) ? -kPulse : kPulse;
+    for (int i = 0; i < 3; ++i) {
+        const int p = (field >> (6 - 3 * i)) & 7;
+        put_pulse(fcb, 7 * p + 2 * i, (i == 1) ? static_cast<Word16>(-s) : s);
+    }
+}
+
+int clamp_index(int i) { return i < 0 ? 0 : (i > kLastIndex ? kLastIndex : i); }
+
+// High half of a 64-bit sum clamped to 32 bits.
+Word16 high_half_sat(Word64 x) { return static_cast<Word16>(fx::L_sat32_64(x) >> 16); }
+
+}  // namespace
 
 extern "C" {
 
-EVRC_API void evrc_dec_fixed_codebook([[maybe_unused]] Word16 *fcb, [[maybe_unused]] const Word16 *indices, [[maybe_unused]] Word16 rate) { }
-EVRC_API void evrc_combine_acb_fcb([[maybe_unused]] Word16 *exc, [[maybe_unused]] Word16 *fcb, [[maybe_unused]] Word16 *pitch_lag, [[maybe_unused]] const Word32 *points, [[maybe_unused]] Word16 acb_gain, [[maybe_unused]] Word16 fcb_gain, [[maybe_unused]] Word16 L) { }
+// fcb: 55 entries, cleared and filled. indices: the subframe's four fields
+// (rate 1) or its one field (rate 1/2). Other rates leave the vector clear.
+EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16 rate) {
+    for (int i = 0; i < kFcbLen; ++i) {
+        fcb[i] = 0;
+    }
+    if (rate == EVRC_RATE_FULL) {
+        decode_full_rate(fcb, indices);
+    } else if (rate == EVRC_RATE_HALF) {
+        decode_half_rate(fcb, indices);
+    }
+}
+
+// Pitch lag of the subframe, pitch sharpening of fcb with the clamped ACB
+// gain, then exc[n] = acb_gain * exc[n] + fcb_gain * fcb[n] (Q14 and plain
+// gains) for n < L.
+EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points,
+                                   Word16 acb_gain, Word16 fcb_gain, Word16 L) {
+    const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
+    const Word16 T = static_cast<Word16>(mean >> 16);
+    *pitch_lag = T;
+
+    const Word16 clamped = acb_gain < 3277 ? 3277 : (acb_gain > 14746 ? 14746 : acb_gain);
+    const Word16 beta = static_cast<Word16>(2 * clamped);
+    for (int n = 0; n < L - T; ++n) {
+        const int to = clamp_index(n + T);
+        const Word64 sum = static_cast<Word64>(fcb[to]) * 65536 + fx::L_mult(beta, fcb[clamp_index(n)]) + 32768;
+        fcb[to] = high_half_sat(sum);
+    }
+
+    const Word64 ga = static_cast<UWord16>(acb_gain);
+    const Word64 gf = static_cast<UWord16>(fcb_gain);
+    for (int n = 0; n < L; ++n) {
+        const Word64 sum = exc[n] * ga * 4 + 32768 + fcb[clamp_index(n)] * gf * 2;
+        exc[n] = high_half_sat(sum);
+    }
+}
 
 }  // extern "C"

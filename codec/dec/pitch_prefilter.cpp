@@ -1,8 +1,56 @@
-// Placeholder: to be implemented.
+// Pitch pre-filter: a one-tap comb on the excitation at the subframe's pitch
+// lag T, weighted by half the ACB gain and never more than 0.5:
+//   out[n] = round(exc[n] + 2 * min(acb_gain, 16384) * exc[n - T] / 65536),
+// the sum saturating.
+#include "codec/basic/fixed_point.h"
+#include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
+
+namespace evrc_dec {
+
+namespace {
+
+constexpr Word16 kMaxCombGain = 16384;
+
+}  // namespace
+
+void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 T, Word16 *out, Word16 acb_gain,
+                              int L) {
+    const Word16 g = acb_gain < kMaxCombGain ? acb_gain : kMaxCombGain;
+    for (int n = L - 1; n >= 0; --n) {
+        const int cur = start + n;
+        const int past = cur - T;
+        const Word16 x = (cur >= 0 && cur < buf_len) ? buf[cur] : 0;
+        const Word16 xp = (past >= 0 && past < buf_len) ? buf[past] : 0;
+        const Word32 acc = fx::L_mac(static_cast<Word32>(x) * 65536 + 32768, g, xp);
+        out[n] = static_cast<Word16>(acc >> 16);
+    }
+}
+
+void pitch_pre_filter_current(const EvrcDecoderState *st, Word16 *out, int L) {
+    pitch_pre_filter_bounded(st->exc_history, kExcBufferLen, kExcHistoryLen, st->pitch_lag, out, st->acb_gain, L);
+}
+
+}  // namespace evrc_dec
 
 extern "C" {
 
-EVRC_API void evrc_pitch_pre_filter([[maybe_unused]] const Word16 *exc_last, [[maybe_unused]] Word16 pitch_lag, [[maybe_unused]] Word16 *out, [[maybe_unused]] Word16 acb_gain, [[maybe_unused]] Word16 L) { }
+// exc_last points at the LAST sample of the current subframe, which must lie
+// in an excitation buffer laid out as exc_history (128 history samples before
+// the subframe's first sample exc_last - (L - 1), 64 samples from it on).
+// Reads exc_last[-(L - 1) - T .. 0] (samples outside that buffer read as 0)
+// and writes out[0 .. L), out[n] filtering subframe sample n. The frame
+// driver and the concealment call it before the history shift, with exc_last =
+// exc_history + 128 + L - 1; evrc_dec::pitch_pre_filter_current does the same
+// from the state's pitch_lag and acb_gain.
+EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain,
+                                    Word16 L) {
+    if (L <= 0) {
+        return;
+    }
+    const Word16 *start = exc_last - (L - 1);
+    evrc_dec::pitch_pre_filter_bounded(start - evrc_dec::kExcHistoryLen, evrc_dec::kExcBufferLen,
+                                       evrc_dec::kExcHistoryLen, pitch_lag, out, acb_gain, L);
+}
 
 }  // extern "C"
