@@ -1,0 +1,121 @@
+// The decoder never allocates: every rate, erasures and malformed packets are
+// decoded with the heap untouched. Allocations are counted only while a flag
+// is raised, so the test framework's own allocations do not count.
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <random>
+
+#include <gtest/gtest.h>
+
+#include "evrc/evrc_dec.h"
+// GCC 12 reports false bounds warnings inside std::vector::insert as
+// inlined into the packet builders.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Warray-bounds"
+#pragma GCC diagnostic ignored "-Wstringop-overread"
+#include "tests/support/random_packets.h"
+#pragma GCC diagnostic pop
+
+namespace {
+std::atomic<bool> counting{false};
+std::atomic<long> allocations{0};
+void *volatile sink = nullptr;  // keeps the probe allocations from being elided
+
+void note_allocation() {
+    if (counting.load(std::memory_order_relaxed)) allocations.fetch_add(1, std::memory_order_relaxed);
+}
+}  // namespace
+
+extern "C" {
+void *__real_malloc(std::size_t);
+void *__real_calloc(std::size_t, std::size_t);
+void *__real_realloc(void *, std::size_t);
+void *__real_aligned_alloc(std::size_t, std::size_t);
+int __real_posix_memalign(void **, std::size_t, std::size_t);
+
+void *__wrap_malloc(std::size_t n) {
+    note_allocation();
+    return __real_malloc(n);
+}
+void *__wrap_calloc(std::size_t n, std::size_t size) {
+    note_allocation();
+    return __real_calloc(n, size);
+}
+void *__wrap_realloc(void *p, std::size_t n) {
+    note_allocation();
+    return __real_realloc(p, n);
+}
+void *__wrap_aligned_alloc(std::size_t a, std::size_t n) {
+    note_allocation();
+    return __real_aligned_alloc(a, n);
+}
+int __wrap_posix_memalign(void **p, std::size_t a, std::size_t n) {
+    note_allocation();
+    return __real_posix_memalign(p, a, n);
+}
+}
+
+// The replacements below are built on malloc and free; GCC cannot tell that
+// the pairing is consistent once they are inlined.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+void *operator new(std::size_t n) {
+    note_allocation();
+    if (void *p = __real_malloc(n ? n : 1)) return p;
+    throw std::bad_alloc();
+}
+void *operator new[](std::size_t n) { return operator new(n); }
+void operator delete(void *p) noexcept { std::free(p); }
+void operator delete[](void *p) noexcept { std::free(p); }
+void operator delete(void *p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void *p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+TEST(DecoderAllocation, CountersSeeAllocations) {
+    counting = true;
+    sink = std::malloc(16);
+    void *p = sink;
+    sink = new int(3);
+    int *q = static_cast<int *>(sink);
+    counting = false;
+    std::free(p);
+    delete q;
+    EXPECT_EQ(allocations.exchange(0), 2);
+}
+
+TEST(DecoderAllocation, DecodingAllocatesNothing) {
+    std::mt19937 rng(1);
+    const int frames = 400;
+    std::vector<EvrcPacket> packets;
+    for (int i = 0; i < frames; ++i) {
+        switch (i % 8) {
+        case 0: case 1: packets.push_back(evrc_test::random_full_rate_packet(rng)); break;
+        case 2: packets.push_back(evrc_test::random_half_rate_packet(rng)); break;
+        case 3: case 4: packets.push_back(evrc_test::random_eighth_rate_packet(rng)); break;
+        case 5: packets.push_back(EvrcPacket{static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013), {}}); break;
+        case 6: {
+            EvrcPacket p{EVRC_RATE_FULL, {}};
+            for (auto &w : p.data) w = static_cast<Word16>(evrc_test::uniform_int(rng, -32768, 32767));
+            packets.push_back(p);
+            break;
+        }
+        default: packets.push_back(EvrcPacket{EVRC_RATE_QUARTER, {}}); break;
+        }
+    }
+    std::vector<unsigned char> record(sizeof(EvrcDecoderState), 0);
+    auto *st = reinterpret_cast<EvrcDecoderState *>(record.data());
+    Word16 out[EVRC_FRAME_SIZE];
+
+    allocations = 0;
+    counting = true;
+    evrc_init_dec(st);
+    for (int i = 0; i < frames; ++i) evrc_decode(st, &packets[i], out, i % 3 == 0);
+    counting = false;
+    EXPECT_EQ(allocations.load(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,225 @@
+// Erasure concealment, called directly on prepared states: attenuation and
+// delay choice of the voiced path, noise mixing, the eighth-rate path and
+// the per-erasure bookkeeping.
+#include <cstring>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/dec_conceal/conceal_support.h"
+
+namespace {
+
+using conceal_test::fresh_state;
+using conceal_test::mult_model;
+using conceal_test::mult_r_model;
+using conceal_test::StatePtr;
+
+// A state in the middle of a voiced stretch.
+StatePtr voiced_state(Word16 avg_acb_gain, Word16 avg_fcb_gain) {
+    StatePtr st = fresh_state();
+    conceal_test::fill_history(st.get(), 3, 6000);
+    st->prev_delay = 47;
+    st->pitch_lag = 47;
+    st->acb_gain = 9011;
+    st->prev_rate = EVRC_RATE_FULL;
+    st->prev_erased = 0;
+    st->avg_acb_gain = avg_acb_gain;
+    st->avg_fcb_gain = avg_fcb_gain;
+    return st;
+}
+
+struct Conceal {
+    std::vector<Word16> out = std::vector<Word16>(EVRC_FRAME_SIZE);
+    EvrcFrameParams fp{};
+    void run(EvrcDecoderState *st, Word16 rate, int postfilter_off = 1) {
+        fp = EvrcFrameParams{};
+        evrc_decode_erasure(st, &fp, out.data(), rate, 1, postfilter_off);
+    }
+};
+
+// The excitation a voiced concealment writes into the history: the adaptive
+// codebook at the chosen delays, attenuated by avg_acb_gain and the ramp,
+// plus optional noise, for the three subframes.
+std::vector<Word16> voiced_history_model(const EvrcDecoderState &st0, bool random_delays, const Word16 *noise,
+                                         int gn) {
+    std::vector<Word16> buf(st0.exc_history, st0.exc_history + EVRC_HISTORY_LEN + EVRC_MAX_SUBFRAME + 10);
+    static const Word16 jitter[5] = {55, 80, 39, 71, 33};
+    int ramp = st0.prefilter_ramp;
+    for (int j = 0; j < 3; ++j) {
+        const int L = evrc_acsSubFrameSize[j];
+        Word32 points[3];
+        for (int i = 0; i < 3; ++i)
+            points[i] = static_cast<Word32>((random_delays ? jitter[j + i] : st0.prev_delay) * 65536);
+        Word16 *cur = &buf[EVRC_HISTORY_LEN];
+        evrc_rx_acb_excitation(points, cur, static_cast<Word16>(L));
+        for (int i = 0; i < L; ++i) {
+            const int64_t scaled = 4 * int64_t{cur[i]} * st0.avg_acb_gain + 32768;
+            const int high = static_cast<int32_t>(static_cast<uint32_t>(scaled)) >> 16;
+            int e = mult_r_model(ramp, high);
+            if (noise) {
+                const int64_t with_noise = conceal_test::sat32(2 * int64_t{noise[i]} * gn +
+                                                               conceal_test::sat32(int64_t{e} * 65536 + 32768));
+                e = static_cast<int>(with_noise >> 16);
+            }
+            cur[i] = static_cast<Word16>(e);
+        }
+        ramp = ramp - 1638 < 0 ? 0 : ramp - 1638;
+        std::memmove(buf.data(), buf.data() + L, sizeof(Word16) * EVRC_HISTORY_LEN);
+    }
+    buf.resize(EVRC_HISTORY_LEN);
+    return buf;
+}
+
+std::vector<Word16> history(const EvrcDecoderState &st) {
+    return std::vector<Word16>(st.exc_history, st.exc_history + EVRC_HISTORY_LEN);
+}
+
+// Above 4914 the last delay is held; at 4914 and below the delays follow the
+// jitter pattern. At 6554 and above no noise is mixed in.
+TEST(ErasureVoiced, DelayChoiceAndAttenuation) {
+    for (Word16 g : {Word16{16000}, Word16{6554}}) {
+        StatePtr st = voiced_state(g, 5000);
+        StatePtr before = conceal_test::copy_state(*st);
+        Conceal c;
+        c.run(st.get(), EVRC_RATE_FULL);
+        ASSERT_EQ(history(*st), voiced_history_model(*before, false, nullptr, 0)) << "avg_acb_gain " << g;
+    }
+    // Noise is on below 6554; a zero fixed-codebook average silences it.
+    for (Word16 g : {Word16{4915}, Word16{4914}, Word16{1000}}) {
+        StatePtr st = voiced_state(g, 0);
+        StatePtr before = conceal_test::copy_state(*st);
+        Conceal c;
+        c.run(st.get(), EVRC_RATE_FULL);
+        ASSERT_EQ(history(*st), voiced_history_model(*before, g <= 4914, nullptr, 0)) << "avg_acb_gain " << g;
+    }
+}
+
+// Below 6554 noise from a generator seeded by twice the tenth LSP is added
+// at a tenth of avg_fcb_gain; the decoder's own generator is not touched.
+TEST(ErasureVoiced, NoiseMixing) {
+    for (Word16 g : {Word16{6553}, Word16{3000}}) {
+        StatePtr st = voiced_state(g, 12000);
+        st->gauss = EvrcGaussRecord{1, 77, 999};
+        StatePtr before = conceal_test::copy_state(*st);
+
+        EvrcGaussRecord gen{0, 0, static_cast<Word16>(conceal_test::sat16(2 * int64_t{st->prev_lsp[9]}))};
+        Word16 noise[EVRC_MAX_SUBFRAME];
+        for (auto &v : noise) v = evrc_ran_gaussian(&gen);
+
+        Conceal c;
+        c.run(st.get(), EVRC_RATE_FULL);
+        ASSERT_EQ(history(*st), voiced_history_model(*before, g <= 4914, noise, mult_r_model(12000, 3277)));
+        EXPECT_EQ(st->gauss.gauss_have_spare, 1);
+        EXPECT_EQ(st->gauss.gauss_spare, 77);
+        EXPECT_EQ(st->gauss.noise_seed, 999);
+    }
+}
+
+// Rate 1 saves the history for a later rebuild; rate 1/2 does not. Both use
+// the last LSPs and delay, and leave prev_lsp and prev_delay alone.
+TEST(ErasureVoiced, SavedHistoryAndFrameParameters) {
+    for (Word16 rate : {Word16{EVRC_RATE_FULL}, Word16{EVRC_RATE_HALF}}) {
+        StatePtr st = voiced_state(8000, 100);
+        std::memset(st->exc_saved, 0x11, sizeof st->exc_saved);
+        StatePtr before = conceal_test::copy_state(*st);
+        Conceal c;
+        c.run(st.get(), rate);
+        if (rate == EVRC_RATE_FULL)
+            EXPECT_EQ(0, std::memcmp(st->exc_saved, before->exc_history, sizeof st->exc_saved));
+        else
+            EXPECT_EQ(0, std::memcmp(st->exc_saved, before->exc_saved, sizeof st->exc_saved));
+        EXPECT_EQ(0, std::memcmp(c.fp.lsp, before->prev_lsp, sizeof c.fp.lsp));
+        EXPECT_EQ(0, std::memcmp(st->prev_lsp, before->prev_lsp, sizeof c.fp.lsp));
+        EXPECT_EQ(c.fp.delay, before->prev_delay);
+        EXPECT_EQ(st->prev_delay, before->prev_delay);
+        EXPECT_EQ(st->prev_rate, rate);
+        EXPECT_EQ(st->prev_erased, 1);
+    }
+}
+
+// The ramp falls by 1638 per concealed subframe and stops at 0.
+TEST(ErasureVoiced, PrefilterRampFallsAndStopsAtZero) {
+    StatePtr st = voiced_state(8000, 100);
+    Conceal c;
+    c.run(st.get(), EVRC_RATE_FULL);
+    EXPECT_EQ(st->prefilter_ramp, 32767 - 3 * 1638);
+    st->prefilter_ramp = 3000;
+    c.run(st.get(), EVRC_RATE_HALF);
+    EXPECT_EQ(st->prefilter_ramp, 0);
+}
+
+// Consecutive erasures: the count rises, avg_acb_gain shrinks by 0.75 from
+// the second erasure on, avg_fcb_gain decays by 24500/32768 for the first
+// two and by a quarter of that from the third on, and the gain row pointer
+// returns to the start of the power codebook after each.
+TEST(ErasureBookkeeping, ConsecutiveErasuresCompound) {
+    StatePtr st = voiced_state(10000, 10000);
+    st->pow_quant_ptr.ptr = evrc_acsPowQuant[40];
+    int acb = 10000, fcb = 10000;
+    Conceal c;
+    for (int n = 1; n <= 6; ++n) {
+        c.run(st.get(), EVRC_RATE_FULL);
+        if (n > 1) acb = mult_r_model(acb, 24576);
+        fcb = mult_model(fcb, n < 3 ? 24500 : 6125);
+        ASSERT_EQ(st->erasure_count, n);
+        ASSERT_EQ(st->avg_acb_gain, acb) << "erasure " << n;
+        ASSERT_EQ(st->avg_fcb_gain, fcb) << "erasure " << n;
+        ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
+    }
+}
+
+// Concealed as rate 1/8: the three gains are the rounded mean of the last
+// gain row, the decoder's own generator supplies the noise, and prev_rate
+// ends as rate 1/8 while the ramp stays where it was.
+TEST(ErasureEighthRate, MeanGainOfLastRow) {
+    static const Word16 row[3] = {100, 200, 300};
+    StatePtr st = fresh_state();
+    st->pow_quant_ptr.ptr = row;
+    st->prefilter_ramp = 20000;
+    EvrcGaussRecord model = st->gauss;
+    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) evrc_ran_gaussian(&model);
+
+    Conceal c;
+    c.run(st.get(), EVRC_RATE_EIGHTH);
+    for (Word16 g : st->conceal_gains) EXPECT_EQ(g, 200);
+    EXPECT_EQ(st->gauss.noise_seed, model.noise_seed);
+    EXPECT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
+    EXPECT_EQ(st->prev_erased, 1);
+    EXPECT_EQ(st->erasure_count, 1);
+    EXPECT_EQ(st->prefilter_ramp, 20000);
+    EXPECT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
+
+    // The next erasure falls back to the first row: mean of 121, 127, 99.
+    c.run(st.get(), EVRC_RATE_BLANK);
+    for (Word16 g : st->conceal_gains) EXPECT_EQ(g, 116);
+    EXPECT_EQ(st->erasure_count, 2);
+}
+
+// The eighth-rate concealment is an eighth-rate frame at the mean gain over
+// the last LSPs (no interpolation movement).
+TEST(ErasureEighthRate, MatchesEighthRateDecodingWithConcealGains) {
+    StatePtr st = fresh_state();
+    st->pow_quant_ptr.ptr = evrc_acsPowQuant[200];
+    st->prev_erased = 1;
+    StatePtr ref = conceal_test::copy_state(*st);
+
+    Conceal c;
+    c.run(st.get(), EVRC_RATE_EIGHTH, 0);
+
+    const Word16 *r = evrc_acsPowQuant[200];
+    const int mean = static_cast<int>((32768 + 2 * 10923 * (int64_t{r[0]} + r[1] + r[2])) >> 16);
+    for (auto &g : ref->conceal_gains) g = static_cast<Word16>(mean);
+    ref->erasure_count = 1;
+    ref->avg_acb_gain = static_cast<Word16>(mult_r_model(ref->avg_acb_gain, 24576));
+    EvrcFrameParams fp{};
+    std::memcpy(fp.lsp, ref->prev_lsp, sizeof fp.lsp);
+    cmn1x_lsp2lpc(fp.lsp, ref->lpc, 3);
+    std::vector<Word16> out(EVRC_FRAME_SIZE);
+    evrc_decode_8th(ref.get(), &fp, out.data(), 1, 1, 0);
+
+    EXPECT_EQ(c.out, out);
+    EXPECT_EQ(0, std::memcmp(st.get(), ref.get(), sizeof(EvrcDecoderState)));
+}
+
+}  // namespace
