@@ -1,0 +1,266 @@
+// Buffer headers of both ports: allocation, client-owned buffers, release,
+// and the populated check that finishes waiting commands.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "omx/log.h"
+#include "omx/omx_evrc_adec.h"
+
+namespace {
+
+// Header followed by `data_bytes` bytes of data in one zero-filled block.
+OMX_BUFFERHEADERTYPE* new_header(std::size_t data_bytes)
+{
+    void* block = std::calloc(1, sizeof(OMX_BUFFERHEADERTYPE) + data_bytes);
+    return static_cast<OMX_BUFFERHEADERTYPE*>(block);
+}
+
+void fill_header(OMX_BUFFERHEADERTYPE* h, OMX_U8* data, OMX_U32 alloc_len, void* appData, bool input)
+{
+    h->nSize = sizeof(OMX_BUFFERHEADERTYPE);
+    h->nVersion.nVersion = omx_evrc_adec::kVersion;
+    h->pBuffer = data;
+    h->nAllocLen = alloc_len;
+    h->pAppPrivate = appData;
+    if (input)
+        h->nInputPortIndex = 0;
+    else
+        h->nOutputPortIndex = 1;
+}
+
+}  // namespace
+
+OMX_ERRORTYPE omx_evrc_adec::allocate_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr, unsigned int port,
+                                             void* appData, unsigned int bytes)
+{
+    if (state == OMX_StateInvalid) {
+        OMX_EVRC_LOG("Allocate Buf in Invalid State\n");
+        return OMX_ErrorInvalidState;
+    }
+    if (!hdr)
+        return OMX_ErrorBadParameter;
+    OMX_ERRORTYPE err;
+    if (port == 0) {
+        err = allocate_input_buffer(hComp, hdr, port, appData, bytes);
+    } else if (port == 1) {
+        err = allocate_output_buffer(hComp, hdr, port, appData, bytes);
+    } else {
+        OMX_EVRC_LOG("Error: Invalid Port Index received %d\n", static_cast<int>(port));
+        return OMX_ErrorBadPortIndex;
+    }
+    if (err != OMX_ErrorNone)
+        return err;
+    populated_check(port == 1);
+    return OMX_ErrorNone;
+}
+
+OMX_ERRORTYPE omx_evrc_adec::allocate_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr,
+                                                   unsigned int /*port*/, void* appData, unsigned int bytes)
+{
+    if (in_alloc_count >= in_actual_count)
+        return OMX_ErrorInsufficientResources;
+    const OMX_U32 size = std::max<OMX_U32>(bytes, input_buffer_size);
+    OMX_BUFFERHEADERTYPE* h = new_header(size);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    fill_header(h, reinterpret_cast<OMX_U8*>(h + 1), size, appData, true);
+    if (!in_buf_map.insert(h, nullptr)) {
+        std::free(h);
+        return OMX_ErrorInsufficientResources;
+    }
+    ++in_alloc_count;
+    *hdr = h;
+    return OMX_ErrorNone;
+}
+
+OMX_ERRORTYPE omx_evrc_adec::allocate_output_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr,
+                                                    unsigned int /*port*/, void* appData, unsigned int bytes)
+{
+    if (out_alloc_count >= out_actual_count)
+        return OMX_ErrorInsufficientResources;
+    const OMX_U32 size = bytes <= kOutputBufferSize ? kOutputBufferSize : bytes;
+    OMX_BUFFERHEADERTYPE* h = new_header(size);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    fill_header(h, reinterpret_cast<OMX_U8*>(h + 1), size, appData, false);
+    if (!out_buf_map.insert(h, nullptr)) {
+        std::free(h);
+        return OMX_ErrorInsufficientResources;
+    }
+    ++out_alloc_count;
+    *hdr = h;
+    return OMX_ErrorNone;
+}
+
+OMX_ERRORTYPE omx_evrc_adec::use_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr, unsigned int port,
+                                        void* appData, unsigned int bytes, unsigned char* buffer)
+{
+    if (!hdr)
+        return OMX_ErrorBadParameter;
+    OMX_ERRORTYPE err;
+    if (port == 0) {
+        err = use_input_buffer(hComp, hdr, port, appData, bytes, buffer);
+    } else if (port == 1) {
+        err = use_output_buffer(hComp, hdr, port, appData, bytes, buffer);
+    } else {
+        OMX_EVRC_LOG("Error: Invalid Port Index received %d\n", static_cast<int>(port));
+        return OMX_ErrorBadPortIndex;
+    }
+    if (err != OMX_ErrorNone)
+        return err;
+    populated_check(port == 1);
+    return OMX_ErrorNone;
+}
+
+OMX_ERRORTYPE omx_evrc_adec::use_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr, unsigned int /*port*/,
+                                              void* appData, unsigned int bytes, unsigned char* buffer)
+{
+    if (in_alloc_count >= in_actual_count)
+        return OMX_ErrorInsufficientResources;
+    OMX_BUFFERHEADERTYPE* h = new_header(0);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    const OMX_U32 size = std::max<OMX_U32>(bytes, input_buffer_size);
+    fill_header(h, buffer, size, appData, true);
+    if (!in_buf_map.insert(h, nullptr)) {
+        std::free(h);
+        return OMX_ErrorInsufficientResources;
+    }
+    input_buffer_size = size;
+    ++in_alloc_count;
+    *hdr = h;
+    return OMX_ErrorNone;
+}
+
+OMX_ERRORTYPE omx_evrc_adec::use_output_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr, unsigned int /*port*/,
+                                               void* appData, unsigned int bytes, unsigned char* buffer)
+{
+    if (out_alloc_count >= out_actual_count)
+        return OMX_ErrorInsufficientResources;
+    OMX_BUFFERHEADERTYPE* h = new_header(0);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    const OMX_U32 size = std::max<OMX_U32>(bytes, output_buffer_size);
+    fill_header(h, buffer, size, appData, false);
+    if (!out_buf_map.insert(h, nullptr)) {
+        std::free(h);
+        return OMX_ErrorInsufficientResources;
+    }
+    output_buffer_size = size;
+    ++out_alloc_count;
+    *hdr = h;
+    return OMX_ErrorNone;
+}
+
+void omx_evrc_adec::populated_check(bool output_buffer)
+{
+    const bool complete = allocate_done();
+    if (complete && (pending_flags.fetch_and(~PENDING_LOADED_TO_IDLE) & PENDING_LOADED_TO_IDLE)) {
+        resid_len = 0;
+        post_command(OMX_CommandStateSet, OMX_StateIdle, MSG_CMD_COMPLETE);
+    }
+    if (output_buffer) {
+        if (out_port_populated && (pending_flags & PENDING_OUTPUT_ENABLE)) {
+            pending_flags &= ~PENDING_OUTPUT_ENABLE;
+            post_command(OMX_CommandPortEnable, 1, MSG_CMD_COMPLETE);
+        }
+    } else if (in_port_populated && (pending_flags & PENDING_INPUT_ENABLE)) {
+        pending_flags &= ~PENDING_INPUT_ENABLE;
+        post_command(OMX_CommandPortEnable, 0, MSG_CMD_COMPLETE);
+    }
+}
+
+bool omx_evrc_adec::search_input_bufhdr(OMX_BUFFERHEADERTYPE* hdr)
+{
+    return hdr && in_buf_map.find(hdr);
+}
+
+bool omx_evrc_adec::search_output_bufhdr(OMX_BUFFERHEADERTYPE* hdr)
+{
+    return hdr && out_buf_map.find(hdr);
+}
+
+OMX_ERRORTYPE omx_evrc_adec::free_buffer(void* /*hComp*/, unsigned int port, OMX_BUFFERHEADERTYPE* hdr)
+{
+    if (!hdr)
+        return OMX_ErrorBadParameter;
+
+    const OMX_STATETYPE cur = state;
+    const bool unloading = cur == OMX_StateIdle && (pending_flags & PENDING_IDLE_TO_LOADED);
+    const bool port_enabled = port == 0 ? in_port_enabled != 0 : port == 1 ? out_port_enabled != 0 : true;
+    if (!unloading && port_enabled) {
+        // Freeing a buffer of an enabled port leaves it unpopulated; while
+        // running the buffer is kept.
+        post_command(OMX_CommandFlush, static_cast<uintptr_t>(static_cast<OMX_U32>(OMX_ErrorPortUnpopulated)),
+                     MSG_CMD_COMPLETE);
+        if (cur == OMX_StateExecuting || cur == OMX_StatePause)
+            return OMX_ErrorNone;
+    }
+
+    OMX_ERRORTYPE result = OMX_ErrorNone;
+    bool found = false;
+    if (port == 0) {
+        if (in_alloc_count == 0) {
+            OMX_EVRC_LOG("Error: free_buffer,Port Index calculation                               came out "
+                         "Invalid\n");
+            result = OMX_ErrorBadPortIndex;
+        } else {
+            in_port_populated = 0;
+            if (search_input_bufhdr(hdr)) {
+                in_buf_map.erase(hdr);
+                --in_alloc_count;
+                found = true;
+            } else {
+                OMX_EVRC_LOG("Free_Buf:Error-->free_buffer,                     Invalid Input buffer header\n");
+                result = OMX_ErrorBadParameter;
+            }
+        }
+        if (pending_flags & PENDING_INPUT_DISABLE) {
+            eos_pending = 0;
+            if (in_alloc_count == 0) {
+                pending_flags &= ~PENDING_INPUT_DISABLE;
+                post_command(OMX_CommandPortDisable, 0, MSG_CMD_COMPLETE);
+            }
+        }
+    } else if (port == 1) {
+        if (out_alloc_count == 0) {
+            result = OMX_ErrorBadPortIndex;
+        } else {
+            out_port_populated = 0;
+            if (search_output_bufhdr(hdr)) {
+                out_buf_map.erase(hdr);
+                --out_alloc_count;
+                found = true;
+            } else {
+                result = OMX_ErrorBadParameter;
+            }
+        }
+        if (pending_flags & PENDING_OUTPUT_DISABLE) {
+            eos_pending = 0;
+            if (out_alloc_count == 0) {
+                pending_flags &= ~PENDING_OUTPUT_DISABLE;
+                post_command(OMX_CommandPortDisable, 1, MSG_CMD_COMPLETE);
+            }
+        }
+    } else {
+        return OMX_ErrorBadPortIndex;
+    }
+
+    // Only a header this port handed out is released; anything else is not
+    // ours to free.
+    if (found)
+        std::free(hdr);
+    if (result != OMX_ErrorNone)
+        return result;
+
+    if (pending_flags & PENDING_IDLE_TO_LOADED) {
+        eos_pending = 0;
+        if (in_alloc_count == 0 && out_alloc_count == 0) {
+            resid_len = 0;
+            pending_flags &= ~PENDING_IDLE_TO_LOADED;
+            post_command(OMX_CommandStateSet, OMX_StateLoaded, MSG_CMD_COMPLETE);
+        }
+    }
+    return OMX_ErrorNone;
+}

@@ -1,0 +1,368 @@
+// Commands and the state machine: send_command on the client's thread,
+// send_command_proxy and the completions on the command thread.
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "omx/log.h"
+#include "omx/omx_evrc_adec.h"
+
+OMX_ERRORTYPE omx_evrc_adec::send_command(void* hComp, OMX_COMMANDTYPE cmd, unsigned int param, void* cmdData)
+{
+    if (state == OMX_StateInvalid)
+        return OMX_ErrorInvalidState;
+    if ((cmd == OMX_CommandMarkBuffer || cmd == OMX_CommandFlush) && static_cast<int>(param) > 1)
+        return OMX_ErrorBadPortIndex;
+
+    if (cmd != OMX_CommandMarkBuffer) {
+        pthread_mutex_lock(&cmd_q_lock);
+        cmd_q.insert_entry(static_cast<uintptr_t>(cmd), param, MSG_COMMAND);
+        omx_evrc_post_msg(cmd_thread, MSG_COMMAND);
+        pthread_mutex_unlock(&cmd_q_lock);
+        OMX_EVRC_LOG("send_command:before semwait= %u cmd=%d\n", param, cmd);
+        while (sem_wait(&cmd_done_sem) != 0 && errno == EINTR) {
+        }
+        return OMX_ErrorNone;
+    }
+
+    if (param != 0)
+        return OMX_ErrorNotImplemented;
+    if (!cmdData)
+        return OMX_ErrorBadParameter;
+    const OMX_MARKTYPE* mark = static_cast<const OMX_MARKTYPE*>(cmdData);
+    mark_target = mark->hMarkTargetComponent;
+    mark_data = mark->pMarkData;
+    OMX_EVRC_LOG("Propogate Mark: tgt comp %p mark data %p\t\t\t\tcur comp %p", mark->hMarkTargetComponent,
+                 mark->pMarkData, hComp);
+    return OMX_ErrorNone;
+}
+
+namespace {
+
+enum class Step { Now, Wait, Invalid, SameState, Incorrect, BadParameter };
+
+}  // namespace
+
+OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void* /*hComp*/, OMX_COMMANDTYPE cmd, unsigned int param,
+                                                void* /*cmdData*/)
+{
+    OMX_ERRORTYPE result = OMX_ErrorNone;
+    bool complete_now = true;
+    // An error event reports a refusal at once; no completion follows.
+    auto error_event = [&](OMX_ERRORTYPE code) {
+        event(OMX_EventError, static_cast<OMX_U32>(code), 1, nullptr);
+        result = code;
+    };
+    auto queue_completion = [&](uintptr_t c, uintptr_t p) { post_command(c, p, MSG_CMD_COMPLETE); };
+    const bool loaded_or_idle = state == OMX_StateLoaded || state == OMX_StateIdle;
+    const bool running = state == OMX_StateExecuting || state == OMX_StatePause;
+
+    if (static_cast<unsigned>(cmd) >= 4) {
+        OMX_EVRC_LOG("SCP-->ERROR: Invali Command [%d]\n", cmd);
+        result = OMX_ErrorNotImplemented;
+    } else if (cmd == OMX_CommandStateSet) {
+        const OMX_STATETYPE cur = state;
+        const unsigned target = param;
+        Step step = Step::BadParameter;
+
+        if (cur == OMX_StatePause) {
+            // Leaving Pause, whatever the target: the input thread is let go.
+            if (target == OMX_StateIdle)
+                idle_pending = 1;
+            pthread_mutex_lock(&park_lock);
+            if (input_parked) {
+                input_parked = 0;
+                sem_post(&resume_sem);
+            }
+            pthread_mutex_unlock(&park_lock);
+        }
+
+        if (cur == OMX_StateInvalid) {
+            step = target > 5 ? Step::Now : Step::Invalid;
+        } else if (static_cast<unsigned>(cur) > 5) {
+            OMX_EVRC_LOG("OMXCORE-SM: %d --> %d(Not Handled)\n", cur, target);
+        } else if (target == OMX_StateInvalid) {
+            step = Step::Invalid;
+        } else if (target == static_cast<unsigned>(cur)) {
+            step = Step::SameState;
+        } else {
+            switch (cur) {
+            case OMX_StateLoaded:
+                if (target == OMX_StateIdle) {
+                    // The decoder state is created here, or reused (zero-filled
+                    // again) when the component comes back to Idle.
+                    EvrcDecoderState* dec = decoder_state;
+                    const int size = get_sizeof_evrc_dec_struct();
+                    const std::size_t bytes = size > 0 ? static_cast<std::size_t>(size) : 1;
+                    if (!dec) {
+                        dec = static_cast<EvrcDecoderState*>(std::calloc(1, bytes));
+                        if (!dec)
+                            return OMX_ErrorInsufficientResources;  // client stays in send_command
+                        decoder_state = dec;
+                    } else {
+                        std::memset(static_cast<void*>(dec), 0, bytes);
+                    }
+                    evrc_init_dec(dec);
+
+                    bool ready;
+                    if (pcm_feedback == 0) {
+                        ready = in_alloc_count == in_actual_count;
+                        if (ready && in_port_enabled)
+                            in_port_populated = 1;
+                    } else {
+                        const bool in_ready = in_alloc_count == in_actual_count;
+                        const bool out_ready = out_alloc_count == out_actual_count;
+                        if (in_ready && in_port_enabled)
+                            in_port_populated = 1;
+                        if (out_ready && out_port_enabled)
+                            out_port_populated = 1;
+                        ready = in_ready && out_ready;
+                    }
+                    if (ready || (!in_port_enabled && !out_port_enabled)) {
+                        step = Step::Now;
+                    } else {
+                        pending_flags |= PENDING_LOADED_TO_IDLE;
+                        step = Step::Wait;
+                    }
+                } else if (target == OMX_StateWaitForResources) {
+                    step = Step::Now;
+                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                    step = Step::Incorrect;
+                } else {
+                    OMX_EVRC_LOG("SCP-->Loaded to Invalid(%d))\n", target);
+                }
+                break;
+            case OMX_StateIdle:
+                if (target == OMX_StateLoaded) {
+                    eos_pending = 0;
+                    if (in_alloc_count == 0 && out_alloc_count == 0) {
+                        step = Step::Now;
+                    } else {
+                        pending_flags |= PENDING_IDLE_TO_LOADED;
+                        step = Step::Wait;
+                    }
+                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                    step = Step::Now;
+                } else if (target == OMX_StateWaitForResources) {
+                    step = Step::Incorrect;
+                } else {
+                    OMX_EVRC_LOG("SCP--> Idle to %d Not Handled\n", target);
+                }
+                break;
+            case OMX_StateExecuting:
+                if (target == OMX_StateIdle) {
+                    idle_pending = 1;
+                    execute_omx_flush(OMX_ALL, false);
+                    step = Step::Now;
+                } else if (target == OMX_StatePause) {
+                    step = Step::Now;
+                } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
+                    step = Step::Incorrect;
+                } else {
+                    OMX_EVRC_LOG("SCP--> Executing to %d Not Handled\n", target);
+                }
+                break;
+            case OMX_StatePause:
+                if (target == OMX_StateExecuting) {
+                    resume_pending = 1;
+                    step = Step::Now;
+                } else if (target == OMX_StateIdle) {
+                    idle_pending = 1;
+                    pthread_mutex_lock(&flush_lock);
+                    flush_ack_count = 1;
+                    pthread_mutex_unlock(&flush_lock);
+                    execute_omx_flush(OMX_ALL, false);
+                    step = Step::Now;
+                } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
+                    step = Step::Incorrect;
+                }
+                break;
+            case OMX_StateWaitForResources:
+                if (target == OMX_StateLoaded) {
+                    step = Step::Now;
+                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                    step = Step::Incorrect;
+                } else {
+                    OMX_EVRC_LOG("SCP--> %d to %d(Not Handled)\n", cur, target);
+                }
+                break;
+            default:
+                break;
+            }
+        }
+
+        switch (step) {
+        case Step::Now:
+            break;
+        case Step::Wait:
+            complete_now = false;
+            break;
+        case Step::Invalid:
+            {
+                pthread_mutex_lock(&state_lock);
+                state = OMX_StateInvalid;
+                pthread_mutex_unlock(&state_lock);
+                error_event(OMX_ErrorInvalidState);
+            }
+            break;
+        case Step::SameState:
+            error_event(OMX_ErrorSameState);
+            break;
+        case Step::Incorrect:
+            error_event(OMX_ErrorIncorrectStateTransition);
+            break;
+        case Step::BadParameter:
+            result = OMX_ErrorBadParameter;
+            break;
+        }
+    } else if (cmd == OMX_CommandFlush) {
+        execute_omx_flush(param, true);
+        complete_now = false;
+    } else if (cmd == OMX_CommandPortDisable) {
+        if (param == 0 || param == OMX_ALL) {
+            in_port_enabled = 0;
+            if (running) {
+                execute_omx_flush(param, false);
+                pending_flags |= PENDING_INPUT_DISABLE;
+                complete_now = false;
+            } else if (loaded_or_idle) {
+                eos_pending = 0;
+                if (in_alloc_count == 0) {
+                    queue_completion(OMX_CommandPortDisable, 0);
+                } else {
+                    pending_flags |= PENDING_INPUT_DISABLE;
+                    complete_now = false;
+                }
+            } else {
+                pending_flags |= PENDING_INPUT_DISABLE;
+                complete_now = false;
+            }
+        }
+        if (param != 1 && param != OMX_ALL) {
+            OMX_EVRC_LOG("OMX_CommandPortDisable: disable wrong port ID");
+        } else {
+            out_port_enabled = 0;
+            pcm_feedback = 0;
+            if (running) {
+                execute_omx_flush(param, false);
+                pending_flags |= PENDING_OUTPUT_DISABLE;
+                complete_now = false;
+            } else if (loaded_or_idle) {
+                eos_pending = 0;
+                if (out_alloc_count == 0) {
+                    queue_completion(OMX_CommandPortDisable, 1);
+                } else {
+                    pending_flags |= PENDING_OUTPUT_DISABLE;
+                    complete_now = false;
+                }
+            } else {
+                pending_flags |= PENDING_OUTPUT_DISABLE;
+                complete_now = false;
+            }
+        }
+    } else {  // OMX_CommandPortEnable
+        const bool loaded_not_waiting =
+            state == OMX_StateLoaded && !(pending_flags & PENDING_LOADED_TO_IDLE);
+        if (param == 0 || param == OMX_ALL) {
+            resid_len = 0;
+            in_port_enabled = 1;
+            if (state == OMX_StateWaitForResources || loaded_not_waiting || in_port_populated) {
+                queue_completion(OMX_CommandPortEnable, 0);
+            } else {
+                pending_flags |= PENDING_INPUT_ENABLE;
+                complete_now = false;
+            }
+        }
+        if (param != 1 && param != OMX_ALL) {
+            OMX_EVRC_LOG("OMX_CommandPortEnable: disable wrong port ID");
+        } else {
+            out_port_enabled = 1;
+            pcm_feedback = 1;
+            if (state == OMX_StateWaitForResources || loaded_not_waiting || out_port_populated) {
+                queue_completion(OMX_CommandPortEnable, 1);
+            } else {
+                pending_flags |= PENDING_OUTPUT_ENABLE;
+                complete_now = false;
+            }
+        }
+    }
+
+    sem_post(&cmd_done_sem);
+    if (result == OMX_ErrorNone && complete_now)
+        queue_completion(cmd, param);
+    return result;
+}
+
+void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param)
+{
+    if (!callbacks.EventHandler.load()) {
+        OMX_EVRC_LOG("ERROR:CMD-->EventHandler NULL \n");
+        return;
+    }
+    bool check_invalid = true;
+    if (cmd == OMX_CommandStateSet) {
+        pthread_mutex_lock(&state_lock);
+        state = static_cast<OMX_STATETYPE>(param);
+        pthread_mutex_unlock(&state_lock);
+        OMX_EVRC_LOG("%s: state changed to %d %d\n", "process_command_msg", static_cast<int>(param),
+                     static_cast<int>(input_blocked.load()));
+        if (param == OMX_StateExecuting) {
+            // Release the input thread, however many times it takes for it
+            // to notice.
+            pthread_mutex_lock(&park_lock);
+            while ((input_parked || input_blocked) && !shutting_down) {
+                sem_post(&resume_sem);
+                input_parked = 0;
+                pthread_mutex_unlock(&park_lock);
+                usleep(5000);
+                pthread_mutex_lock(&park_lock);
+            }
+            pthread_mutex_unlock(&park_lock);
+            resume_pending = 0;
+        } else if (param == OMX_StateIdle) {
+            idle_pending = 0;
+            check_invalid = false;
+        }
+    }
+    if (check_invalid && state == OMX_StateInvalid) {
+        event(OMX_EventError, OMX_ErrorInvalidState, 0, nullptr);
+        return;
+    }
+    if (param == static_cast<uintptr_t>(static_cast<OMX_U32>(OMX_ErrorPortUnpopulated)))
+        event(OMX_EventError, OMX_ErrorPortUnpopulated, 0, nullptr);
+    else
+        event(OMX_EventCmdComplete, static_cast<OMX_U32>(cmd), static_cast<OMX_U32>(param), nullptr);
+}
+
+bool omx_evrc_adec::allocate_done()
+{
+    const int32_t feedback = pcm_feedback;
+    const bool in_full = in_alloc_count == in_actual_count;
+    if (feedback == 0) {
+        if (in_full && in_port_enabled)
+            in_port_populated = 1;
+        return in_full;
+    }
+    if (feedback == 1) {
+        const bool out_full = out_alloc_count == out_actual_count;
+        if (in_full && in_port_enabled)
+            in_port_populated = 1;
+        if (out_full && out_port_enabled)
+            out_port_populated = 1;
+        return in_full && out_full;
+    }
+    return false;
+}
+
+bool omx_evrc_adec::release_done(unsigned int port)
+{
+    eos_pending = 0;
+    if (port == 0)
+        return in_alloc_count == 0;
+    if (port == 1)
+        return out_alloc_count == 0;
+    if (port == OMX_ALL)
+        return in_alloc_count == 0 && out_alloc_count == 0;
+    return false;
+}
