@@ -54,9 +54,9 @@ for pair in fuzz_decode:decode fuzz_qcp:qcp; do
     target=${pair%%:*}
     name=${pair##*:}
     echo "fuzz.sh: running $target for ${TIME}s"
-    # Decode inputs are capped at 40 packets so that each run stays short.
+    # Decode inputs are capped at 20 packets so that each run stays short.
     max_len=4096
-    [[ $name == decode ]] && max_len=$((2 + 24 * 40))
+    [[ $name == decode ]] && max_len=$((2 + 24 * 20))
     if ! "$OUT/$target" -max_total_time="$TIME" -max_len=$max_len -rss_limit_mb=2048 -timeout=20 -print_final_stats=1 \
             -artifact_prefix="$OUT/crash-$name-" "$OUT/corpus/$name" "$OUT/seeds/$name" \
             >"$OUT/$target.log" 2>&1; then

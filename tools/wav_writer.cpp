@@ -1,6 +1,11 @@
 #include "wav_writer.h"
 
+#include <fcntl.h>
 #include <sndfile.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 namespace evrc_tool {
 
@@ -10,9 +15,17 @@ bool write_wav(const std::string &path, const std::vector<std::int16_t> &pcm, in
     info.samplerate = sample_rate;
     info.channels = 1;
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    SNDFILE *sf = sf_open(path.c_str(), SFM_WRITE, &info);
+    // Opened here rather than by libsndfile so that the reason for a
+    // failure is the system's own message.
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (fd < 0) {
+        error = std::string("cannot create: ") + std::strerror(errno);
+        return false;
+    }
+    SNDFILE *sf = sf_open_fd(fd, SFM_WRITE, &info, SF_TRUE);
     if (sf == nullptr) {
-        error = std::string("cannot create: ") + sf_strerror(nullptr);
+        error = std::string("cannot write: ") + sf_strerror(nullptr);
+        close(fd);
         return false;
     }
     const auto count = static_cast<sf_count_t>(pcm.size());

@@ -1,18 +1,21 @@
 // Decodes the same QCP files with our decoder and with FFmpeg's EVRC decoder
 // and compares the two outputs. The two are not bit-exact (FFmpeg decodes in
 // floating point), so the figures are printed and only a collapse fails.
-#include <gtest/gtest.h>
 
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ostream>
-#include <type_traits>
-#include <algorithm>
+#include <filesystem>
 #include <memory>
+#include <ostream>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "evrc/evrc_dec.h"
@@ -101,9 +104,29 @@ Pcm decode_ours(const std::vector<evrc::QcpPacket> &packets) {
     return pcm;
 }
 
+// A directory of this process's own under the test temp dir, so that
+// concurrent runs do not share files; removed at exit.
+std::string own_temp_dir() {
+    struct OwnDir {
+        std::string path;
+        bool made = false;
+        OwnDir() {
+            std::string templ = testing::TempDir() + "/evrc_interop_XXXXXX";
+            made = mkdtemp(&templ[0]) != nullptr;
+            path = made ? templ : testing::TempDir();
+        }
+        ~OwnDir() {
+            std::error_code ec;
+            if (made) std::filesystem::remove_all(path, ec);
+        }
+    };
+    static const OwnDir dir;
+    return dir.path;
+}
+
 bool have_ffmpeg() { return std::system("ffmpeg -version >/dev/null 2>&1") == 0; }
 
-std::string temp_path(const std::string &name) { return testing::TempDir() + "/interop_" + name; }
+std::string temp_path(const std::string &name) { return own_temp_dir() + "/" + name; }
 
 // Runs FFmpeg on a QCP file, keeping its decoded samples (16-bit mono at
 // 8000 Hz) and the number of frames it reported as erased.

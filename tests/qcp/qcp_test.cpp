@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
@@ -99,6 +101,26 @@ void expect_error(const Bytes &file, const std::string &fragment) {
     EXPECT_NE(r.error.find(fragment), std::string::npos) << "error was: " << r.error;
 }
 
+// A directory of this process's own under the test temp dir, so that
+// concurrent runs do not share files; removed at exit.
+std::string own_temp_dir() {
+    struct OwnDir {
+        std::string path;
+        bool made = false;
+        OwnDir() {
+            std::string templ = testing::TempDir() + "/evrc_qcp_XXXXXX";
+            made = mkdtemp(&templ[0]) != nullptr;
+            path = made ? templ : testing::TempDir();
+        }
+        ~OwnDir() {
+            std::error_code ec;
+            if (made) std::filesystem::remove_all(path, ec);
+        }
+    };
+    static const OwnDir dir;
+    return dir.path;
+}
+
 TEST(QcpRoundTrip, RandomStreamsOfEveryRateReadBackUnchanged) {
     std::mt19937 rng(1234);
     const std::vector<std::vector<int>> mixes = {
@@ -141,7 +163,7 @@ TEST(QcpRoundTrip, PacketsReachTheDecoderInTheWordLayout) {
 TEST(QcpRoundTrip, FileOnDiskReadsBack) {
     std::mt19937 rng(5);
     const auto packets = random_packets(rng, 9, {EVRC_RATE_HALF, EVRC_RATE_FULL});
-    const std::string path = testing::TempDir() + "/qcp_round_trip.qcp";
+    const std::string path = own_temp_dir() + "/round_trip.qcp";
     std::string error;
     ASSERT_TRUE(evrc::write_qcp(path, packets, error)) << error;
     const evrc::QcpReadResult r = evrc::read_qcp(path);
@@ -164,7 +186,7 @@ TEST(QcpWriter, RejectsPacketsItCannotStore) {
     EXPECT_FALSE(evrc::write_qcp({short_full}, out, error));
     EXPECT_NE(error.find("needs 22 bytes"), std::string::npos) << error;
     EXPECT_EQ(out, (Bytes{1, 2, 3})) << "output left untouched";
-    EXPECT_FALSE(evrc::write_qcp(testing::TempDir() + "/no/such/dir/x.qcp", {}, error));
+    EXPECT_FALSE(evrc::write_qcp(own_temp_dir() + "/no/such/dir/x.qcp", {}, error));
     EXPECT_NE(error.find("cannot create"), std::string::npos) << error;
 }
 
@@ -326,10 +348,10 @@ TEST(QcpReader, UnknownRateOctetIsAnErasureOfTheLargestPacketSize) {
 }
 
 TEST(QcpReader, ReportsFilesItCannotRead) {
-    const evrc::QcpReadResult missing = evrc::read_qcp(testing::TempDir() + "/does-not-exist.qcp");
+    const evrc::QcpReadResult missing = evrc::read_qcp(own_temp_dir() + "/does-not-exist.qcp");
     EXPECT_FALSE(missing.ok);
     EXPECT_NE(missing.error.find("cannot open: No such file"), std::string::npos) << missing.error;
-    const evrc::QcpReadResult dir = evrc::read_qcp(testing::TempDir());
+    const evrc::QcpReadResult dir = evrc::read_qcp(own_temp_dir());
     EXPECT_FALSE(dir.ok);
     EXPECT_NE(dir.error.find("cannot"), std::string::npos) << dir.error;
 }

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -20,6 +22,26 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 using Pcm = std::vector<std::int16_t>;
+
+// A directory of this process's own under the test temp dir, so that
+// concurrent runs do not share files; removed at exit.
+std::string own_temp_dir() {
+    struct OwnDir {
+        std::string path;
+        bool made = false;
+        OwnDir() {
+            std::string templ = testing::TempDir() + "/evrc_tool_XXXXXX";
+            made = mkdtemp(&templ[0]) != nullptr;
+            path = made ? templ : testing::TempDir();
+        }
+        ~OwnDir() {
+            std::error_code ec;
+            if (made) std::filesystem::remove_all(path, ec);
+        }
+    };
+    static const OwnDir dir;
+    return dir.path;
+}
 
 struct ToolRun {
     int status = -1;
@@ -40,7 +62,7 @@ std::string quote(const std::string &s) {
 }
 
 ToolRun run(const std::vector<std::string> &args) {
-    const std::string dir = testing::TempDir();
+    const std::string dir = own_temp_dir();
     std::string cmd = quote(EVRC_TOOL_PATH);
     for (const std::string &a : args) cmd += " " + quote(a);
     cmd += " >" + quote(dir + "/tool.out") + " 2>" + quote(dir + "/tool.err");
@@ -52,7 +74,7 @@ ToolRun run(const std::vector<std::string> &args) {
     return r;
 }
 
-std::string tmp(const std::string &name) { return testing::TempDir() + "/tool_" + name; }
+std::string tmp(const std::string &name) { return own_temp_dir() + "/" + name; }
 
 void save(const std::string &path, const Bytes &b) {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(b.data()),
@@ -184,7 +206,7 @@ TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
     save(out, Bytes{'k', 'e', 'e', 'p'});
 
     expect_file_error(run({"decode", tmp("missing.qcp"), out}), tmp("missing.qcp"), "cannot open");
-    expect_file_error(run({"decode", testing::TempDir(), out}), testing::TempDir(), "cannot");
+    expect_file_error(run({"decode", own_temp_dir(), out}), own_temp_dir(), "cannot");
 
     save(tmp("text.qcp"), Bytes{'h', 'e', 'l', 'l', 'o', '\n'});
     expect_file_error(run({"decode", tmp("text.qcp"), out}), tmp("text.qcp"), "not a RIFF file");
