@@ -313,6 +313,72 @@ TEST(FrameDriver, GoodFrameAfterErasuresClearsTheErasureBookkeeping) {
     EXPECT_EQ(st->prev_rate, EVRC_RATE_HALF);
 }
 
+// Decodes one packet on copies of a state and tells whether the outputs match.
+bool same_output(const EvrcDecoderState &a, const EvrcDecoderState &b, const EvrcPacket &packet) {
+    auto da = new_decoder();
+    auto db = new_decoder();
+    std::memcpy(da.get(), &a, sizeof a);
+    std::memcpy(db.get(), &b, sizeof b);
+    EvrcPacket pa = packet, pb = packet;
+    Word16 oa[EVRC_FRAME_SIZE], ob[EVRC_FRAME_SIZE];
+    evrc_decode(da.get(), &pa, oa, 0);
+    evrc_decode(db.get(), &pb, ob, 0);
+    return std::memcmp(oa, ob, sizeof oa) == 0;
+}
+
+// A delay jump of 16 or more from the previous frame gives a flat contour at
+// the new delay; a jump of 15 glides from the previous delay.
+TEST(FrameDriver, LargeDelayJumpsAreNotInterpolated) {
+    std::mt19937 rng(49);
+    auto st = new_decoder();
+    for (int f = 0; f < 4; ++f) {
+        EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+        Word16 out[EVRC_FRAME_SIZE];
+        evrc_decode(st.get(), &p, out, 0);
+    }
+    for (int trial = 0; trial < iterations(10); ++trial) {
+        evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+        f.delay_index = evrc_test::uniform_int(rng, 20, 80);
+        const Word16 delay = static_cast<Word16>(f.delay_index + 20);
+        const EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
+        EvrcDecoderState flat = *st;
+        flat.prev_delay = delay;
+        for (int sign : {-1, 1}) {
+            EvrcDecoderState jump = *st;
+            jump.prev_delay = static_cast<Word16>(delay + sign * 16);
+            EXPECT_TRUE(same_output(jump, flat, p)) << "delay " << delay << " jump " << sign * 16;
+            jump.prev_delay = static_cast<Word16>(delay + sign * 15);
+            EXPECT_FALSE(same_output(jump, flat, p)) << "delay " << delay << " jump " << sign * 15;
+        }
+    }
+}
+
+// Only a rate 1 frame right after an erasure with a non-zero delta delay
+// rebuilds the lost frame's history first.
+TEST(FrameDriver, DeltaDelayAfterAnErasureRebuildsTheHistory) {
+    std::mt19937 rng(50);
+    auto st = new_decoder();
+    Word16 out[EVRC_FRAME_SIZE];
+    for (int f = 0; f < 3; ++f) {
+        EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+        evrc_decode(st.get(), &p, out, 0);
+    }
+    EvrcPacket erased = {};
+    evrc_decode(st.get(), &erased, out, 0);
+    ASSERT_EQ(st->prev_erased, 1);
+    EvrcDecoderState not_erased = *st;
+    not_erased.prev_erased = 0;
+
+    evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+    f.mode_bit = 0;  // keep the LPC bandwidth expansion out of the comparison
+    f.delta_delay = 0;
+    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
+    f.delta_delay = 9;
+    EXPECT_FALSE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
+    // Rate 1/2 carries no delta delay.
+    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::random_half_rate_packet(rng)));
+}
+
 TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
     std::mt19937 rng(47);
     auto st = new_decoder();
