@@ -37,11 +37,15 @@ export -f compile
 export CXX CXXFLAGS newest_header
 
 echo "fuzz.sh: building the library sources"
-for src in "$ROOT"/codec/*/*.cpp; do
+srcs=("$ROOT"/codec/*/*.cpp)
+objs=()
+for src in "${srcs[@]}"; do  # objects of the current sources only, never stale ones
     rel=${src#"$ROOT"/codec/}
-    echo "$src $OUT/obj/${rel//\//_}.o"
+    objs+=("$OUT/obj/${rel//\//_}.o")
+done
+for i in "${!srcs[@]}"; do
+    echo "${srcs[$i]} ${objs[$i]}"
 done | xargs -P "$JOBS" -n 2 bash -c 'compile "$0" "$1"'
-objs=("$OUT"/obj/*.o)
 
 for target in fuzz_decode fuzz_qcp; do
     $CXX $CXXFLAGS -fsanitize=fuzzer "$ROOT/tests/fuzz/$target.cpp" "${objs[@]}" -o "$OUT/$target"

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxDecoded = 500;
+constexpr std::size_t kMaxDecoded = 50;
 
 bool storable(const evrc::QcpPacket &p) {
     const int n = evrc::evrc_payload_bytes(p.rate);
