@@ -216,22 +216,6 @@ TEST(FrameDriver, PostfilterOffNeverTouchesTheAgcOrPostfilterState) {
     }
 }
 
-TEST(FrameDriver, PostProcessingChangesTheOutput) {
-    std::mt19937 rng(43);
-    auto on = new_decoder();
-    auto off = new_decoder();
-    int differing = 0;
-    for (int frame = 0; frame < 20; ++frame) {
-        EvrcPacket p = evrc_test::random_full_rate_packet(rng);
-        EvrcPacket q = p;
-        Word16 a[EVRC_FRAME_SIZE], b[EVRC_FRAME_SIZE];
-        evrc_decode(on.get(), &p, a, 0);
-        evrc_decode(off.get(), &q, b, 1);
-        differing += std::memcmp(a, b, sizeof a) != 0;
-    }
-    EXPECT_GT(differing, 15);
-}
-
 // A rate 1/8 packet after rate 1 restarts the decoder and is then decoded
 // normally: it sounds exactly as in a freshly created decoder.
 TEST(FrameDriver, EighthRateAfterFullRateRestartsTheDecoder) {

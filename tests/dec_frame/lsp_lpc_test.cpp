@@ -178,26 +178,6 @@ TEST(LspToLpc, OverflowingSetKeepsThePreviousVectorScaledByPowersOfPointEight) {
     }
 }
 
-TEST(LspToLpc, PolyProductOfTheRootsMatchesDoublePrecision) {
-    const Word16 lsp[10] = {1573, 3146, 4719, 6291, 7864, 9437, 11010, 12583, 14156, 15729};
-    for (int first = 0; first < 2; ++first) {
-        Word32 poly[6];
-        evrc_voc_compute_poly_product(lsp + first, poly, 10);
-        std::vector<double> ref{1.0};
-        for (int j = first; j < 10; j += 2) {
-            const double c = -2 * std::cos(2 * kPi * lsp[j] / 32768.0);
-            std::vector<double> next(ref.size() + 2, 0.0);
-            for (size_t i = 0; i < ref.size(); ++i) {
-                next[i] += ref[i];
-                next[i + 1] += c * ref[i];
-                next[i + 2] += ref[i];
-            }
-            ref = next;
-        }
-        for (int i = 0; i < 6; ++i) EXPECT_NEAR(poly[i] / 16777216.0, ref[i], 1e-3) << first << ":" << i;
-    }
-}
-
 TEST(BandwidthExpansion, WorksInPlaceAndRoundsEachProduct) {
     std::mt19937 rng(25);
     std::uniform_int_distribution<int> coeff(-32768, 32767);
@@ -213,12 +193,6 @@ TEST(BandwidthExpansion, WorksInPlaceAndRoundsEachProduct) {
         }
         EXPECT_EQ(last, out[9]);
     }
-}
-
-TEST(UnquantLsps, CopiesTheSelectedRow) {
-    Word16 out[4] = {};
-    evrc_unquant_lsps(&evrc_acsLspVQHalf3[0][0], 4, 255, out);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], evrc_acsLspVQHalf3[255][i]);
 }
 
 }  // namespace

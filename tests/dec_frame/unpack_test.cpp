@@ -52,38 +52,35 @@ TEST(Unpack, FullRateFieldsLandWhereTheyWerePacked) {
     }
 }
 
-TEST(Unpack, HalfRateFieldsLandWhereTheyWerePackedAndLeaveModeBitAndDeltaDelay) {
+// The packers of the test support write what the unpacker reads: rate 1/2
+// and rate 1/8 leave the fields of other rates alone.
+TEST(Unpack, HalfAndEighthRateFieldsLandWhereTheyWerePacked) {
     std::mt19937 rng(12);
-    for (int it = 0; it < iterations(300); ++it) {
-        const evrc_test::HalfRateFields f = evrc_test::random_half_rate_fields(rng);
-        EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_half_rate(f));
+    for (int it = 0; it < iterations(200); ++it) {
+        const evrc_test::HalfRateFields h = evrc_test::random_half_rate_fields(rng);
+        EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_half_rate(h));
         EvrcFrameParams fp = untouched_params();
         ASSERT_EQ(evrc_unpack(&fp, &p), 0);
-        expect_rows(&fp.lsp[0], evrc_acsLspVQHalf1[f.lsp_index[0]], 3);
-        expect_rows(&fp.lsp[3], evrc_acsLspVQHalf2[f.lsp_index[1]], 3);
-        expect_rows(&fp.lsp[6], evrc_acsLspVQHalf3[f.lsp_index[2]], 4);
-        EXPECT_EQ(fp.delay, f.delay_index + 20);
+        expect_rows(&fp.lsp[0], evrc_acsLspVQHalf1[h.lsp_index[0]], 3);
+        expect_rows(&fp.lsp[3], evrc_acsLspVQHalf2[h.lsp_index[1]], 3);
+        expect_rows(&fp.lsp[6], evrc_acsLspVQHalf3[h.lsp_index[2]], 4);
+        EXPECT_EQ(fp.delay, h.delay_index + 20);
         for (int k = 0; k < 3; ++k) {
-            EXPECT_EQ(fp.acb_gain_index[k], f.acb_gain_index[k]);
-            EXPECT_EQ(fp.fcb_index[k][0], f.fcb_index[k]);
-            EXPECT_EQ(fp.fcb_gain_index[k], f.fcb_gain_index[k]);
+            EXPECT_EQ(fp.acb_gain_index[k], h.acb_gain_index[k]);
+            EXPECT_EQ(fp.fcb_index[k][0], h.fcb_index[k]);
+            EXPECT_EQ(fp.fcb_gain_index[k], h.fcb_gain_index[k]);
         }
         EXPECT_EQ(fp.mode_bit, kUntouched);
         EXPECT_EQ(fp.delta_delay, kUntouched);
         EXPECT_EQ(fp.energy_index, kUntouched);
-    }
-}
 
-TEST(Unpack, EighthRateFieldsLandWhereTheyWerePacked) {
-    std::mt19937 rng(13);
-    for (int it = 0; it < iterations(200); ++it) {
-        const evrc_test::EighthRateFields f = evrc_test::random_eighth_rate_fields(rng);
-        EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_eighth_rate(f));
-        EvrcFrameParams fp = untouched_params();
+        const evrc_test::EighthRateFields e = evrc_test::random_eighth_rate_fields(rng);
+        p = evrc_test::bytes_to_packet(evrc_test::pack_eighth_rate(e));
+        fp = untouched_params();
         ASSERT_EQ(evrc_unpack(&fp, &p), 0);
-        expect_rows(&fp.lsp[0], evrc_acsLspVQEighth1[f.lsp_index[0]], 5);
-        expect_rows(&fp.lsp[5], evrc_acsLspVQEighth2[f.lsp_index[1]], 5);
-        EXPECT_EQ(fp.energy_index, f.energy_index);
+        expect_rows(&fp.lsp[0], evrc_acsLspVQEighth1[e.lsp_index[0]], 5);
+        expect_rows(&fp.lsp[5], evrc_acsLspVQEighth2[e.lsp_index[1]], 5);
+        EXPECT_EQ(fp.energy_index, e.energy_index);
         EXPECT_EQ(fp.delay, kUntouched);
         EXPECT_EQ(fp.mode_bit, kUntouched);
     }
