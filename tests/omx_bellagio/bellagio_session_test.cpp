@@ -46,7 +46,10 @@ public:
         ASSERT_EQ(mkdir(lib_dir_.c_str(), 0700), 0);
         ASSERT_EQ(symlink(EVRC_OMX_LIBRARY, (lib_dir_ + "/libevrc_omx.so").c_str()), 0);
         ASSERT_EQ(setenv("OMX_BELLAGIO_REGISTRY", registry_.c_str(), 1), 0);
-        const std::string cmd = std::string("timeout 60 ") + OMXREGISTER_BELLAGIO + " " + lib_dir_ + " >" + dir_ +
+        std::string env;
+        if (std::strlen(SANITIZER_PRELOAD) > 0)
+            env = std::string("env LD_PRELOAD='") + SANITIZER_PRELOAD + "' ASAN_OPTIONS=detect_leaks=0:malloc_fill_byte=0 ";
+        const std::string cmd = env + "timeout 60 " + OMXREGISTER_BELLAGIO + " " + lib_dir_ + " >" + dir_ +
                                 "/register.log 2>&1";
         ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
         ASSERT_EQ(OMX_Init(), OMX_ErrorNone);
@@ -185,7 +188,7 @@ private:
 
 void fill_input(OMX_BUFFERHEADERTYPE* hdr, const Bytes& data, OMX_U32 flags = 0) {
     ASSERT_LE(data.size(), hdr->nAllocLen);
-    std::memcpy(hdr->pBuffer, data.data(), data.size());
+    if (!data.empty()) std::memcpy(hdr->pBuffer, data.data(), data.size());
     hdr->nOffset = 0;
     hdr->nFilledLen = static_cast<OMX_U32>(data.size());
     hdr->nFlags = flags;

@@ -102,7 +102,7 @@ private:
 };
 
 void fill_input(OMX_BUFFERHEADERTYPE* hdr, const Bytes& data) {
-    std::memcpy(hdr->pBuffer, data.data(), data.size());
+    if (!data.empty()) std::memcpy(hdr->pBuffer, data.data(), data.size());
     hdr->nOffset = 0;
     hdr->nFilledLen = static_cast<OMX_U32>(data.size());
     hdr->nFlags = 0;
