@@ -158,18 +158,6 @@ TEST(WideOps, SaturatingOperatorsMatchExactModel) {
                  EVRC_FORMS(L_mult64_32_32));
 }
 
-// Reading an operand as unsigned adds 2^32 times the other operand, modulo
-// 2^64, for each negative operand.
-TEST(WideOps, UnsignedProductDiffersBySignCorrections) {
-    Gen g(11);
-    for (long i = 0; i < iterations() / 16; ++i) {
-        const Word32 a = g.w32();
-        const Word32 b = g.w32();
-        const Exact correction = Exact((a < 0 ? int64_t{b} : 0) + (b < 0 ? int64_t{a} : 0)) * pow2(32);
-        ASSERT_EQ(evrc_L_mult64_uu(a, b), low64(Exact(evrc_L_mult64_su(a, b)) + correction)) << a << " " << b;
-    }
-}
-
 // The double-precision 32x32 product drops only the low x low term and
 // truncates, so it sits 0 to 2 units below floor(a*b / 2^31).
 TEST(WideOps, DoublePrecisionProductApproximatesTheTrueProduct) {
