@@ -147,7 +147,9 @@ TEST(OmxParameters, GetReturnsTheDocumentedRecords)
     EXPECT_EQ(pcm.bInterleaved, OMX_TRUE);
     EXPECT_EQ(pcm.eChannelMapping[0], OMX_AUDIO_ChannelLF);
     EXPECT_EQ(pcm.eChannelMapping[1], OMX_AUDIO_ChannelRF);
-    EXPECT_EQ(static_cast<unsigned>(pcm.eEndian), 0xEEEEEEEEu);  // not written
+    uint32_t endian_bytes = 0;
+    std::memcpy(&endian_bytes, &pcm.eEndian, sizeof(endian_bytes));
+    EXPECT_EQ(endian_bytes, 0xEEEEEEEEu);  // not written
 
     OMX_AUDIO_PARAM_EVRCTYPE evrc{};
     evrc.nPortIndex = 1;
