@@ -363,8 +363,6 @@ inline Word64 int_mac_16_16_s1(Word64 acc, Word32 a, Word32 b) {
     return detail::wrap_add64(acc, detail::wrap_shl64(static_cast<Word64>(a) * b, 1));
 }
 
-inline Word64 L_shr64(Word64 x, Word16 n);
-
 // Left by n >= 0, arithmetically right by -n otherwise; counts beyond 63 shift
 // everything out (-32768 included).
 inline Word64 L_shl64(Word64 x, Word16 n) {
