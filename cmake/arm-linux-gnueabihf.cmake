@@ -14,7 +14,10 @@ set(EVRC_CROSS_TRIPLE arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER ${EVRC_CROSS_TRIPLE}-gcc)
 set(CMAKE_CXX_COMPILER ${EVRC_CROSS_TRIPLE}-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE ${EVRC_CROSS_TRIPLE})
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/${EVRC_CROSS_TRIPLE})
+# The target's loader and C library come from Debian's armhf multiarch
+# packages (libc6:armhf); with the cross toolchain's copy under
+# /usr/arm-linux-gnueabihf a program that starts a thread crashes in qemu.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /)
 
 # Target files live in the cross toolchain's tree and in Debian's multiarch
 # directories (/usr/lib/arm-linux-gnueabihf, where liblog:armhf installs).
