@@ -65,7 +65,10 @@ void model_interp(Word16 *buf, int len, const Word32 *contour, int n_samples) {
     }
 }
 
-std::vector<Word32> flat_contour(int delay, int n) { return std::vector<Word32>(n, Word32(delay) << 24); }
+// Constant contour of a whole-sample delay (Q24, clamped like the contour).
+std::vector<Word32> flat_contour(int delay, int n) {
+    return std::vector<Word32>(n, static_cast<Word32>(clamp32(int64_t(delay) * (1 << 24))));
+}
 
 // Random delay points of a glide between two delays of 5..140 samples.
 void random_points(Word32 *p) {
@@ -184,7 +187,7 @@ TEST(AdaptiveCodebook, HistoryBoundsAreExact) {
             e.randomize(30000);
             std::vector<Word16> expect(e.data.get(), e.data.get() + kBufLen);
             std::vector<Word32> cc = flat_contour(delay, 64);
-            for (auto &v : cc) v += uniform(-(1 << 23), 1 << 23);
+            for (auto &v : cc) v = static_cast<Word32>(clamp32(int64_t(v) + uniform(-(1 << 23), 1 << 23)));
             model_interp(expect.data(), kBufLen, cc.data(), 64);
             evrc_voc_rclp_block_interp(e.subframe(), cc.data(), &evrc_acsBlockCoeff8[0][0], 8, 64);
             for (int i = 0; i < kBufLen; ++i) ASSERT_EQ(e[i], expect[i]) << "delay " << delay << " i=" << i;
