@@ -99,30 +99,6 @@ TEST(DelayContour, PointsAndContourMatchWideModel) {
     }
 }
 
-TEST(DelayContour, GlidesFromPreviousToCurrentDelay) {
-    Word32 p[3];
-    evrc_interpol_delay(60, 40, 0, p);
-    EXPECT_EQ(p[0], 40 << 16);  // the frame starts at the previous delay
-    evrc_interpol_delay(60, 40, 2, p);
-    EXPECT_EQ(p[1], 60 << 16);  // and ends at the current one
-    EXPECT_EQ(p[2], 60 << 16);
-    for (int k = 0; k < 3; ++k) {
-        const int L = evrc_acsSubFrameSize[k];
-        evrc_interpol_delay(60, 40, static_cast<Word16>(k), p);
-        Word32 c[64];
-        evrc_construct_delay_contour(p, c, static_cast<Word16>(L));
-        // The contour reaches the end point within a tiny fraction of a sample.
-        const double last = (c[L - 1] + (double(c[L - 1]) - c[L - 2])) / 16777216.0;
-        EXPECT_NEAR(last, p[1] / 65536.0, 1e-3) << "k=" << k;
-        for (int n = 1; n < L; ++n) ASSERT_GE(c[n], c[n - 1]);
-    }
-    // Delays of 128 or more saturate the Q24 contour just below 128 samples.
-    evrc_interpol_delay(135, 135, 0, p);
-    Word32 c[64];
-    evrc_construct_delay_contour(p, c, 53);
-    EXPECT_EQ(c[0], INT32_MAX);
-}
-
 TEST(AdaptiveCodebook, EqualDelaysGiveConstantContourAndPhaseFour) {
     for (int it = 0; it < iterations(50); ++it) {
         const int D = uniform(20, 120);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "codec/dec/excitation_internal.h"
+#include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
 #include "excitation_test_util.h"
 
@@ -150,4 +151,30 @@ TEST(PitchPreFilter, CombGainIsHalfTheAcbGainAtMostOneHalf) {
             ASSERT_EQ(out[n], x[n] + x[n - 40] / 2) << n;
         }
     }
+}
+
+// The operation counter measures complexity: each stage adds exactly the
+// weights of the operators it names (L_mac64 4, L_mult64_32_32 5, L_mac and
+// L_msu 1, round32 1, mult_r 2, L_shl 2), nothing for plain arithmetic.
+TEST(OperationCount, StagesCountOnlyTheirNamedOperators) {
+    auto count = [](auto &&fn) {
+        const UWord32 before = evrc_op_counter;
+        fn();
+        return evrc_op_counter - before;
+    };
+    auto st = std::make_unique<EvrcDecoderState>();
+    std::memset(st.get(), 0, sizeof(*st));
+    Word32 p[3];
+    EXPECT_EQ(count([&] { evrc_interpol_delay(50, 45, 1, p); }), 3u * 2 * 2);
+    Word16 *cur = st->exc_history + kHist;
+    EXPECT_EQ(count([&] { evrc_rx_acb_excitation(p, cur, 53); }), 2u * 5 + 63 * 17 * 4);
+    Word16 fcb[55] = {}, out[54];
+    fcb[0] = 2048;
+    const UWord32 combine_ops = count([&] { evrc_combine_acb_fcb(cur, fcb, &st->pitch_lag, p, 9011, 100, 53); });
+    EXPECT_EQ(combine_ops, static_cast<UWord32>(53 - st->pitch_lag));  // one L_mult per sharpened sample
+    EXPECT_EQ(count([&] { evrc_pitch_pre_filter(cur + 52, 48, out, 9011, 53); }), 53u);
+    EXPECT_EQ(count([&] { evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], 53); }), 53u * 11);
+    EXPECT_EQ(count([&] { evrc_voc_prediction_filter(st->pf_buf, st->lpc, out, 53, 4); }), 0u);
+    EXPECT_EQ(count([&] { evrc_decoder_postfilter(st.get(), out, st->lpc, st->lpc, 53, 6554); }),
+              53u + 2 * 10 * 2 + 53 * 11);
 }
