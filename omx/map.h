@@ -4,6 +4,7 @@
 #ifndef EVRC_OMX_MAP_H
 #define EVRC_OMX_MAP_H
 
+#include <atomic>
 #include <cstddef>
 #include <new>
 
@@ -40,14 +41,16 @@ public:
     }
 
     // Walks from the head; leaves the cursor on the first node with this key
-    // (or null) and reports whether one was found.
+    // (or null) and reports whether one was found. Searches may run on two
+    // client threads at once (empty and fill calls), so the walk uses a local
+    // pointer and only the final cursor is published, atomically.
     bool find(K key)
     {
-        for (current_ = head_; current_; current_ = current_->next) {
-            if (current_->key == key)
-                return true;
-        }
-        return false;
+        Node* node = head_;
+        while (node && !(node->key == key))
+            node = node->next;
+        current_.store(node, std::memory_order_relaxed);
+        return node != nullptr;
     }
 
     // Unlinks and deletes the first node with this key.
@@ -55,7 +58,7 @@ public:
     {
         if (!find(key))
             return false;
-        Node* node = current_;
+        Node* node = current_.load(std::memory_order_relaxed);
         if (node->prev)
             node->prev->next = node->next;
         else
@@ -78,7 +81,8 @@ public:
             delete head_;
             head_ = next;
         }
-        tail_ = current_ = nullptr;
+        tail_ = nullptr;
+        current_ = nullptr;
         count_ = 0;
     }
 
@@ -96,7 +100,7 @@ public:
 private:
     Node* head_ = nullptr;
     Node* tail_ = nullptr;
-    Node* current_ = nullptr;
+    std::atomic<Node*> current_{nullptr};
     std::size_t count_ = 0;
 };
 
