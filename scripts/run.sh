@@ -21,7 +21,11 @@ if [[ "${EVRC_SKIP_SETUP:-0}" != 1 ]]; then
 fi
 
 mkdir -p "$BUILD"
-cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=Release -DEVRC_BUILD_TESTS=OFF \
+launcher=()
+if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+cmake -S "$ROOT" -B "$BUILD" ${launcher[@]+"${launcher[@]}"} -DCMAKE_BUILD_TYPE=Release -DEVRC_BUILD_TESTS=OFF \
     -DEVRC_BUILD_BENCH=ON -DEVRC_BUILD_TOOLS=ON >"$BUILD.configure.log" 2>&1 ||
     { cat "$BUILD.configure.log"; fail "cmake configure failed"; }
 nice cmake --build "$BUILD" -j "$JOBS" || fail "build failed"

@@ -8,7 +8,7 @@ NATIVE_ARCH=$(dpkg --print-architecture)
 
 # Packages for the native build, tests, benchmarks, tools and fuzzers.
 HOST_PACKAGES=(
-    cmake g++ make python3 pkg-config
+    cmake g++ make python3 pkg-config ccache
     libgtest-dev libgmock-dev googletest libbenchmark-dev
     libomxil-bellagio-dev libomxil-bellagio0 libomxil-bellagio-bin
     "android-liblog-dev:$NATIVE_ARCH" libsndfile1-dev ffmpeg

@@ -25,6 +25,13 @@ SLOW_ITERATIONS=100000
 cd "$ROOT"
 mkdir -p "$BUILD"
 
+# Arguments every configuration gets: a compiler cache when there is one
+# (it keeps rebuilds on the same machine short).
+CMAKE_COMMON=()
+if command -v ccache >/dev/null; then
+    CMAKE_COMMON+=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
+
 total_passed=0
 CTEST_PREFIX=()
 total_failed=0
@@ -65,7 +72,7 @@ run_ctest() {
 configure_and_build() {
     local stage=$1 dir=$2
     shift 2
-    cmake -S "$ROOT" -B "$dir" "$@" >"$dir.configure.log" 2>&1 ||
+    cmake -S "$ROOT" -B "$dir" ${CMAKE_COMMON[@]+"${CMAKE_COMMON[@]}"} "$@" >"$dir.configure.log" 2>&1 ||
         { cat "$dir.configure.log"; fail "$stage" "cmake configure failed"; }
     nice cmake --build "$dir" -j "$JOBS" ||
         fail "$stage" "build failed"
@@ -87,7 +94,7 @@ stage_asan() {
 
 stage_tsan() {
     local dir=$BUILD/tsan
-    cmake -S "$ROOT" -B "$dir" -DEVRC_WERROR=ON -DEVRC_SANITIZE=thread -DEVRC_BUILD_BENCH=OFF \
+    cmake -S "$ROOT" -B "$dir" ${CMAKE_COMMON[@]+"${CMAKE_COMMON[@]}"} -DEVRC_WERROR=ON -DEVRC_SANITIZE=thread -DEVRC_BUILD_BENCH=OFF \
         -DEVRC_BUILD_TOOLS=OFF >"$dir.configure.log" 2>&1 ||
         { cat "$dir.configure.log"; fail tsan "cmake configure failed"; }
     # Build only the programs of the component tests: the executables that
