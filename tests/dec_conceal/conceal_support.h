@@ -35,7 +35,7 @@ inline StatePtr copy_state(const EvrcDecoderState &src) {
 inline int iterations(int fallback) {
     const char *env = std::getenv("EVRC_TEST_ITERATIONS");
     const int n = env ? std::atoi(env) : 0;
-    return n > 0 ? n : fallback;
+    return n > 0 && n < fallback ? n : fallback;
 }
 
 inline int64_t sat32(int64_t v) {

@@ -17,7 +17,7 @@ inline int iterations(int fallback) {
     const char *env = std::getenv("EVRC_TEST_ITERATIONS");
     if (env == nullptr) return fallback;
     const int n = std::atoi(env);
-    return n > 0 ? n : fallback;
+    return n > 0 && n < fallback ? n : fallback;
 }
 
 // A decoder record as the component creates it: zero-filled, then set up.
