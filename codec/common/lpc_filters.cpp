@@ -13,24 +13,52 @@ namespace {
 
 constexpr int kOrder = 10;
 
-// Feedback of one synthesis step, sum a_k * m[k-1] in Q15 units of the
-// memory: the high halves through saturating multiply-accumulates (newest
-// last), the unsigned low halves exactly in 64 bits. Ages the memory by one
-// place, leaving m[0] for the new output.
-Word64 synthesis_feedback(const Word16 *a, Word32 *m) {
+// acc + t clamped to 32 bits; a clamp sets `clamped`. Written so that the
+// compiler can use conditional moves: the clamps of the synthesis filter are
+// frequent on loud signals and would mispredict as branches.
+inline Word64 clamp_add32(Word64 acc, Word64 t, bool &clamped) {
+    const Word64 v = acc + t;
+    Word64 c = v > fx::kMax32 ? fx::kMax32 : v;
+    c = c < fx::kMin32 ? fx::kMin32 : c;
+    clamped |= c != v;
+    return c;
+}
+
+// Feedback of one synthesis step, sum a_k * y[n-k] in Q15 units of the
+// memory, with past[j] = y[n-10+j] (past[9] newest): the high halves through
+// saturating multiply-accumulates (oldest first, each clamped to 32 bits), the
+// unsigned low halves exactly in 64 bits. Each low-half product fits 32 bits
+// (|a| * 65535 < 2^31), so plain multiplication gives the same terms as the
+// wrapping unsigned one.
+inline Word64 synthesis_feedback(const Word16 *a, const Word32 *past, bool &clamped) {
     Word64 lo = 0;
     for (int k = 0; k < kOrder; ++k) {
-        lo = fx::L_mac64_su(lo, a[k], static_cast<Word32>(static_cast<uint32_t>(m[k]) & 0xFFFFu));
+        lo += static_cast<Word64>(static_cast<Word32>(a[k]) * static_cast<Word32>(past[kOrder - 1 - k] & 0xFFFF));
     }
-    lo >>= 15;
-    Word32 hi = 0;
+    Word64 hi = 0;
     for (int k = kOrder - 1; k >= 0; --k) {
-        hi = fx::L_mac(hi, a[k], static_cast<Word16>(m[k] >> 16));
-        if (k + 1 < kOrder) {
-            m[k + 1] = m[k];
-        }
+        hi = clamp_add32(hi, 2 * static_cast<Word64>(static_cast<Word32>(a[k]) * (past[kOrder - 1 - k] >> 16)),
+                         clamped);
     }
-    return hi + lo;
+    return hi + (lo >> 15);
+}
+
+// With sum |a_k| < 2^15 every partial high-half sum is below
+// 2 * 2^15 * 32768 = 2^31 in magnitude, so none of the clamps can fire.
+inline bool feedback_may_clamp(const Word16 *a) {
+    Word32 sum = 0;
+    for (int k = 0; k < kOrder; ++k) sum += a[k] < 0 ? -a[k] : a[k];
+    return sum > 32767;
+}
+
+// synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
+// with h_k, l_k the high and low halves of the memory word m_k equals
+// (sum a_k m_k) >> 15, because 2^16 h_k + l_k = m_k and the even part
+// 2 * sum a_k h_k passes through the floor shift unchanged.
+inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past) {
+    Word64 sum = 0;
+    for (int k = 0; k < kOrder; ++k) sum += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
+    return sum >> 15;
 }
 
 }  // namespace
@@ -40,13 +68,41 @@ extern "C" {
 // y[n] = x[n] + sum a_k y[n-k] over L samples; out may equal in. mem holds
 // the last ten outputs in Q16 (mem[0] newest) and is updated.
 EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, Word16 L) {
-    for (int n = 0; n < L; ++n) {
-        const Word64 x = in[n];
-        const Word64 feedback = synthesis_feedback(lpc, mem);
-        const Word64 acc = feedback * 8 + x * 65536;
-        mem[0] = static_cast<Word32>(fx::L_sat32_64(acc));
-        out[n] = fx::round32(mem[0]);
+    if (L <= 0) {
+        return;
     }
+    // Ten saturating multiply-accumulates and one rounding per sample.
+    fx::detail::count(11u * static_cast<UWord32>(L));
+    // Coefficients and outputs in locals: the arithmetic globals could alias
+    // the caller's memory, which would keep the compiler from holding either
+    // in registers. y[10 + n] is output n in Q16, y[0..10) the memory, oldest
+    // first; blocks of kBlock samples keep y on the stack small.
+    constexpr int kBlock = 64;
+    Word16 a[kOrder];
+    Word32 y[kOrder + kBlock];
+    for (int k = 0; k < kOrder; ++k) {
+        a[k] = lpc[k];
+        y[k] = mem[kOrder - 1 - k];
+    }
+    bool clamped = false;
+    const bool may_clamp = feedback_may_clamp(a);
+    for (int done = 0; done < L;) {
+        const int len = L - done < kBlock ? L - done : kBlock;
+        for (int n = 0; n < len; ++n) {
+            const Word64 feedback =
+                may_clamp ? synthesis_feedback(a, y + n, clamped) : synthesis_feedback_exact(a, y + n);
+            const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
+            const Word32 v = static_cast<Word32>(fx::L_sat32_64(acc));
+            y[kOrder + n] = v;
+            // Rounding to 16 bits saturates at the top only.
+            clamped |= v >= 0x7FFF8000;
+            out[done + n] = v >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((v + 0x8000) >> 16);
+        }
+        for (int k = 0; k < kOrder; ++k) y[k] = y[len + k];
+        done += len;
+    }
+    for (int k = 0; k < kOrder; ++k) mem[k] = y[kOrder - 1 - k];
+    if (clamped) fx::detail::overflow();
 }
 
 // in[0..10) are the ten samples before the block, in[10 .. 10 + L) the block

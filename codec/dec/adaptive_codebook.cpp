@@ -35,9 +35,70 @@ void shift_exc_history(EvrcDecoderState *st, int L) {
     std::memmove(st->exc_history, st->exc_history + L, kExcHistoryLen * sizeof(Word16));
 }
 
+namespace {
+
+// acc + 2p clamped to 32 bits, as one weighted multiply-accumulate (uncounted).
+inline Word64 clamped_mac(Word64 acc, Word32 p, bool &clamped) {
+    acc += 2 * static_cast<Word64>(p);
+    if (acc > fx::kMax32) {
+        clamped = true;
+        return fx::kMax32;
+    }
+    if (acc < fx::kMin32) {
+        clamped = true;
+        return fx::kMin32;
+    }
+    return acc;
+}
+
+// One output sample: 32768 plus the taps' doubled products, each added with
+// a clamp to 32 bits (the clamp raises the overflow flag). Returns the high
+// half. x[j] is the sample under tap j.
+//
+// The taps are summed first without clamping, together with a bound on the
+// largest partial sum: when 32768 + sum |2 x c| stays within 32 bits no
+// partial sum can leave the range, so no clamp can fire and the plain sum
+// equals the clamped chain. Otherwise the chain runs tap by tap.
+template <int Taps>
+Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, bool &clamped) {
+    const int count = Taps > 0 ? Taps : taps;
+    Word64 sum = 32768;
+    Word64 bound = 32768;
+    for (int j = 0; j < count; ++j) {
+        const Word32 p = static_cast<Word32>(x[j]) * coeff[j];  // |p| <= 2^30
+        sum += 2 * static_cast<Word64>(p);
+        bound += 2 * static_cast<Word64>(p < 0 ? -p : p);
+    }
+    if (bound > fx::kMax32) {
+        sum = 32768;
+        for (int j = 0; j < count; ++j) sum = clamped_mac(sum, static_cast<Word32>(x[j]) * coeff[j], clamped);
+    }
+    return static_cast<Word16>(sum >> 16);
+}
+
+// The decoder's filter has 17 taps; a fixed count lets the compiler unroll
+// and vectorise the sums.
+inline Word16 interp_sample(const Word16 *x, const Word16 *coeff, int taps, bool &clamped) {
+    return taps == 17 ? interp_sample_n<17>(x, coeff, taps, clamped) : interp_sample_n<0>(x, coeff, taps, clamped);
+}
+
+}  // namespace
+
 void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
                           int n_samples) {
     const int taps = 2 * N + 1;
+    if (taps <= 0 || n_samples <= 0) {
+        // No taps: every sample is the rounding constant's high half, 0.
+        for (int n = 0; n < n_samples; ++n) {
+            const Word64 out_index = static_cast<Word64>(pos) + n;
+            if (out_index >= 0 && out_index < buf_len) buf[out_index] = 0;
+        }
+        return;
+    }
+    // Each tap is one weighted multiply-accumulate of 4 operations.
+    fx::detail::count(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
+    bool clamped = false;
+    Word16 window[64];  // the taps' samples near the buffer's ends
     for (int n = 0; n < n_samples; ++n) {
         // Delay in Q16, rounded up to the next Q16 step, and its nearest
         // whole sample.
@@ -52,15 +113,27 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         }
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
-        Word64 acc = 32768;
-        for (int j = 0; j < taps; ++j) {
-            acc = fx::L_mac64(acc, sample_or_zero(buf, buf_len, first + j), coeff[j]);
+        Word16 out;
+        if (first >= 0 && first + taps <= buf_len) {
+            out = interp_sample(buf + first, coeff, taps, clamped);
+        } else if (taps <= 64) {
+            for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
+            out = interp_sample(window, coeff, taps, clamped);
+        } else {
+            // Longer filters than the decoder uses: tap by tap.
+            Word64 acc = 32768;
+            for (int j = 0; j < taps; ++j) {
+                acc = clamped_mac(acc, static_cast<Word32>(sample_or_zero(buf, buf_len, first + j)) * coeff[j],
+                                  clamped);
+            }
+            out = static_cast<Word16>(acc >> 16);
         }
         const Word64 out_index = static_cast<Word64>(pos) + n;
         if (out_index >= 0 && out_index < buf_len) {
-            buf[out_index] = static_cast<Word16>(acc >> 16);
+            buf[out_index] = out;
         }
     }
+    if (clamped) fx::detail::overflow();
 }
 
 }  // namespace evrc_dec
