@@ -37,17 +37,30 @@ extern "C" {
 // Quotient bits are produced by 16 compare-and-subtract steps on the absolute
 // values; a quotient of 1.0 or more (den = 0 included) saturates to +-32767
 // through shl/add and sets the flag.
+//
+// Below 1.0 (|num| < |den| << 16) the steps are an exact restoring division:
+// the bits are floor(|num| 2^15 / (|den| 2^16)) = floor(|num| / 2|den|), the
+// quotient stays below 2^15 so no shl or add saturates, and the operations
+// are one deposit, sixteen shl and one add per quotient bit set. That case
+// takes one integer division; the saturating case runs the steps themselves.
 EVRC_API Word16 evrc_signed_32_div_16(Word32 num, Word16 den) {
     const Word32 d = fx::L_deposit_h(den);
     Word64 rem = abs64(num);
     const Word64 dabs = abs64(d);
-    Word16 q = fx::shl(0, 1);
-    for (int k = 0; k < 16; ++k) {
-        if (k > 0) q = fx::shl(q, 1);
-        const Word64 part = dabs >> k;
-        if (rem >= part) {
-            rem -= part;
-            q = fx::add(q, 1);
+    Word16 q;
+    if (rem < dabs) {
+        const UWord32 bits = static_cast<UWord32>(rem) / (2u * static_cast<UWord32>(dabs >> 16));
+        fx::detail::count(16u + static_cast<UWord32>(__builtin_popcount(bits)));
+        q = static_cast<Word16>(bits);
+    } else {
+        q = fx::shl(0, 1);
+        for (int k = 0; k < 16; ++k) {
+            if (k > 0) q = fx::shl(q, 1);
+            const Word64 part = dabs >> k;
+            if (rem >= part) {
+                rem -= part;
+                q = fx::add(q, 1);
+            }
         }
     }
     return (num ^ d) < 0 ? static_cast<Word16>(-q) : q;
