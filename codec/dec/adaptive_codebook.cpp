@@ -55,13 +55,26 @@ inline Word64 clamped_mac(Word64 acc, Word32 p, bool &clamped) {
 // a clamp to 32 bits (the clamp raises the overflow flag). Returns the high
 // half. x[j] is the sample under tap j.
 //
-// The taps are summed first without clamping, together with a bound on the
-// largest partial sum: when 32768 + sum |2 x c| stays within 32 bits no
-// partial sum can leave the range, so no clamp can fire and the plain sum
-// equals the clamped chain. Otherwise the chain runs tap by tap.
+// When a bound on the partial sums keeps 32768 + sum |2 x c| within 32 bits,
+// no partial sum can leave the range, no clamp can fire and the plain sum
+// equals the clamped chain. Two bounds are tried, cheapest first (peak sample
+// times the phase's sum |c|, then the exact sum |x c|); only when both fail
+// does the chain run tap by tap.
 template <int Taps>
-Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, bool &clamped) {
+Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, Word32 coeff_abs_sum, bool &clamped) {
     const int count = Taps > 0 ? Taps : taps;
+    // Cheapest bound first: the loudest sample times sum |c|. Under it every
+    // partial sum of x c fits 31 bits, so 32-bit accumulation is exact.
+    Word32 peak = 0;
+    for (int j = 0; j < count; ++j) {
+        const Word32 v = x[j] < 0 ? -static_cast<Word32>(x[j]) : x[j];
+        peak = v > peak ? v : peak;
+    }
+    if (32768 + 2 * static_cast<Word64>(peak) * coeff_abs_sum <= fx::kMax32) {
+        Word32 sum = 0;
+        for (int j = 0; j < count; ++j) sum += static_cast<Word32>(x[j]) * coeff[j];
+        return static_cast<Word16>((32768 + 2 * static_cast<Word64>(sum)) >> 16);
+    }
     Word64 sum = 32768;
     Word64 bound = 32768;
     for (int j = 0; j < count; ++j) {
@@ -78,8 +91,16 @@ Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, bool &cla
 
 // The decoder's filter has 17 taps; a fixed count lets the compiler unroll
 // and vectorise the sums.
-inline Word16 interp_sample(const Word16 *x, const Word16 *coeff, int taps, bool &clamped) {
-    return taps == 17 ? interp_sample_n<17>(x, coeff, taps, clamped) : interp_sample_n<0>(x, coeff, taps, clamped);
+inline Word16 interp_sample(const Word16 *x, const Word16 *coeff, int taps, Word32 coeff_abs_sum, bool &clamped) {
+    return taps == 17 ? interp_sample_n<17>(x, coeff, taps, coeff_abs_sum, clamped)
+                      : interp_sample_n<0>(x, coeff, taps, coeff_abs_sum, clamped);
+}
+
+// sum |c| of one phase's taps, saturated at 2^31 - 1 (a bound only).
+Word32 coeff_abs_sum(const Word16 *coeff, int taps) {
+    Word64 s = 0;
+    for (int j = 0; j < taps; ++j) s += coeff[j] < 0 ? -static_cast<Word64>(coeff[j]) : coeff[j];
+    return s > fx::kMax32 ? fx::kMax32 : static_cast<Word32>(s);
 }
 
 }  // namespace
@@ -97,6 +118,8 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     }
     // Each tap is one weighted multiply-accumulate of 4 operations.
     fx::detail::count(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
+    Word32 abs_sums[kPhases];
+    for (int ph = 0; ph < kPhases; ++ph) abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
     bool clamped = false;
     Word16 window[64];  // the taps' samples near the buffer's ends
     for (int n = 0; n < n_samples; ++n) {
@@ -115,10 +138,10 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
         if (first >= 0 && first + taps <= buf_len) {
-            out = interp_sample(buf + first, coeff, taps, clamped);
+            out = interp_sample(buf + first, coeff, taps, abs_sums[phase], clamped);
         } else if (taps <= 64) {
             for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
-            out = interp_sample(window, coeff, taps, clamped);
+            out = interp_sample(window, coeff, taps, abs_sums[phase], clamped);
         } else {
             // Longer filters than the decoder uses: tap by tap.
             Word64 acc = 32768;
