@@ -54,11 +54,13 @@ inline bool feedback_may_clamp(const Word16 *a) {
 // synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
 // with h_k, l_k the high and low halves of the memory word m_k equals
 // (sum a_k m_k) >> 15, because 2^16 h_k + l_k = m_k and the even part
-// 2 * sum a_k h_k passes through the floor shift unchanged.
-inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past) {
-    Word64 sum = 0;
-    for (int k = 0; k < kOrder; ++k) sum += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
-    return sum >> 15;
+// 2 * sum a_k h_k passes through the floor shift unchanged. The newest word
+// comes in separately (held in a register by the caller): it is the only
+// term on the sample-to-sample dependency chain.
+inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word32 newest) {
+    Word64 older = 0;
+    for (int k = 1; k < kOrder; ++k) older += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
+    return (older + static_cast<Word64>(a[0]) * newest) >> 15;
 }
 
 }  // namespace
@@ -86,17 +88,18 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     }
     bool clamped = false;
     const bool may_clamp = feedback_may_clamp(a);
+    Word32 newest = y[kOrder - 1];
     for (int done = 0; done < L;) {
         const int len = L - done < kBlock ? L - done : kBlock;
         for (int n = 0; n < len; ++n) {
-            const Word64 feedback =
-                may_clamp ? synthesis_feedback(a, y + n, clamped) : synthesis_feedback_exact(a, y + n);
+            const Word64 feedback = may_clamp ? synthesis_feedback(a, y + n, clamped)
+                                              : synthesis_feedback_exact(a, y + n, newest);
             const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
-            const Word32 v = static_cast<Word32>(fx::L_sat32_64(acc));
-            y[kOrder + n] = v;
+            newest = static_cast<Word32>(fx::L_sat32_64(acc));
+            y[kOrder + n] = newest;
             // Rounding to 16 bits saturates at the top only.
-            clamped |= v >= 0x7FFF8000;
-            out[done + n] = v >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((v + 0x8000) >> 16);
+            clamped |= newest >= 0x7FFF8000;
+            out[done + n] = newest >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((newest + 0x8000) >> 16);
         }
         for (int k = 0; k < kOrder; ++k) y[k] = y[len + k];
         done += len;
