@@ -114,11 +114,21 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
 // in, but must not overlap in[10 ..) otherwise.
 EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
                                          Word16 shift) {
+    // With sum |a_k| <= 61440 the sum is below 4096 * 32768 + 61440 * 32768
+    // = 2^31 in magnitude at every step, so 32-bit accumulation is exact.
+    Word32 abs_sum = 0;
+    for (int k = 0; k < kOrder; ++k) abs_sum += lpc[k] < 0 ? -lpc[k] : lpc[k];
+    const bool narrow = abs_sum <= 61440;
     for (int n = 0; n < L; ++n) {
         const Word16 *x = in + kOrder + n;
-        Word64 s = -4096 * static_cast<Word64>(x[0]);
-        for (int k = 1; k <= kOrder; ++k) {
-            s += static_cast<Word64>(lpc[k - 1]) * x[-k];
+        Word64 s;
+        if (narrow) {
+            Word32 s32 = -4096 * static_cast<Word32>(x[0]);
+            for (int k = 1; k <= kOrder; ++k) s32 += static_cast<Word32>(lpc[k - 1]) * x[-k];
+            s = s32;
+        } else {
+            s = -4096 * static_cast<Word64>(x[0]);
+            for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[-k];
         }
         const Word64 v = fx::L_sub64(32768, fx::L_shl64(s, shift));
         out[n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
