@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job: installs what is missing, makes a Release build and runs it.
-# For now that means every benchmark program (bench_*); their results go to
-# the terminal and, as JSON, to build/release/bench-results/.
+# That means every benchmark program (bench_*), whose results go to the
+# terminal and, as JSON, to build/release/bench-results/, then a speech decode
+# demo with the `evrc` tool into build/release/demo/.
 #
 # Environment: EVRC_JOBS (default 2), EVRC_SKIP_SETUP=1 to skip package setup,
 # EVRC_BENCH_ARGS extra arguments for every benchmark program.
@@ -47,8 +48,25 @@ for b in "${benches[@]}"; do
 done
 
 # --- Speech decode demo -------------------------------------------------
-# Placeholder: decoding a speech file with the command-line tool will be
-# added here once the tool and a sample packet stream are available.
+# A synthetic 10-second conversation (there is no encoder yet) written as a
+# QCP file, decoded to WAV by the codec API and through the OpenMAX
+# component; the two WAV files must be identical. FFmpeg's decoder, when
+# installed, decodes the same file for comparison.
+demo=$BUILD/demo
+mkdir -p "$demo"
+echo
+echo "=== speech decode demo ==="
+"$BUILD/tools/evrc_demo_stream" "$demo/conversation.qcp" 10 || fail "demo stream"
+"$BUILD/tools/evrc" decode "$demo/conversation.qcp" "$demo/conversation.wav" || fail "evrc decode"
+"$BUILD/tools/evrc" decode --omx "$demo/conversation.qcp" "$demo/conversation_omx.wav" 2>/dev/null ||
+    fail "evrc decode --omx"
+cmp -s "$demo/conversation.wav" "$demo/conversation_omx.wav" ||
+    fail "codec and component decodes differ"
+echo "decoded $demo/conversation.wav (codec API) and conversation_omx.wav (component): identical"
+if command -v ffmpeg >/dev/null; then
+    ffmpeg -v quiet -y -i "$demo/conversation.qcp" "$demo/conversation_ffmpeg.wav" &&
+        echo "FFmpeg's decode of the same file: $demo/conversation_ffmpeg.wav"
+fi
 
 echo
 echo "run.sh: done (${#benches[@]} benchmark programs; results in $results)"
