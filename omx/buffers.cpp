@@ -1,6 +1,8 @@
 // Buffer headers of both ports: allocation, client-owned buffers, release,
 // and the populated check that finishes waiting commands.
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -27,6 +29,60 @@ void fill_header(OMX_BUFFERHEADERTYPE* h, OMX_U8* data, OMX_U32 alloc_len, void*
         h->nInputPortIndex = 0;
     else
         h->nOutputPortIndex = 1;
+}
+
+using HeaderMap = Map<OMX_BUFFERHEADERTYPE*, OMX_BUFFERHEADERTYPE*>;
+
+// The buffer bookkeeping of one port.
+struct PortBuffers {
+    std::atomic<uint32_t>& alloc_count;
+    const std::atomic<uint32_t>& actual_count;
+    std::atomic<uint32_t>& buffer_size;
+    HeaderMap& headers;
+    bool input;
+};
+
+// Enters a filled header in the port's map and hands it to the client. A
+// client-owned buffer of `size` bytes becomes the port's buffer size.
+OMX_ERRORTYPE keep_header(const PortBuffers& port, OMX_BUFFERHEADERTYPE* h, bool client_buffer, OMX_U32 size,
+                          OMX_BUFFERHEADERTYPE** hdr)
+{
+    if (!port.headers.insert(h, nullptr)) {
+        std::free(h);
+        return OMX_ErrorInsufficientResources;
+    }
+    if (client_buffer)
+        port.buffer_size = size;
+    ++port.alloc_count;
+    *hdr = h;
+    return OMX_ErrorNone;
+}
+
+// A header with `size` bytes of data of its own.
+OMX_ERRORTYPE allocate_header(const PortBuffers& port, OMX_U32 size, void* appData, OMX_BUFFERHEADERTYPE** hdr)
+{
+    if (port.alloc_count >= port.actual_count)
+        return OMX_ErrorInsufficientResources;
+    OMX_BUFFERHEADERTYPE* h = new_header(size);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    fill_header(h, reinterpret_cast<OMX_U8*>(h + 1), size, appData, port.input);
+    return keep_header(port, h, false, size, hdr);
+}
+
+// A header around the client's buffer of `bytes` bytes, counted as at least
+// the port's buffer size.
+OMX_ERRORTYPE use_header(const PortBuffers& port, unsigned int bytes, unsigned char* buffer, void* appData,
+                         OMX_BUFFERHEADERTYPE** hdr)
+{
+    if (port.alloc_count >= port.actual_count)
+        return OMX_ErrorInsufficientResources;
+    OMX_BUFFERHEADERTYPE* h = new_header(0);
+    if (!h)
+        return OMX_ErrorInsufficientResources;
+    const OMX_U32 size = std::max<OMX_U32>(bytes, port.buffer_size);
+    fill_header(h, buffer, size, appData, port.input);
+    return keep_header(port, h, true, size, hdr);
 }
 
 }  // namespace
@@ -58,39 +114,15 @@ OMX_ERRORTYPE omx_evrc_adec::allocate_buffer(void* hComp, OMX_BUFFERHEADERTYPE**
 OMX_ERRORTYPE omx_evrc_adec::allocate_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr,
                                                    unsigned int /*port*/, void* appData, unsigned int bytes)
 {
-    if (in_alloc_count >= in_actual_count)
-        return OMX_ErrorInsufficientResources;
-    const OMX_U32 size = std::max<OMX_U32>(bytes, input_buffer_size);
-    OMX_BUFFERHEADERTYPE* h = new_header(size);
-    if (!h)
-        return OMX_ErrorInsufficientResources;
-    fill_header(h, reinterpret_cast<OMX_U8*>(h + 1), size, appData, true);
-    if (!in_buf_map.insert(h, nullptr)) {
-        std::free(h);
-        return OMX_ErrorInsufficientResources;
-    }
-    ++in_alloc_count;
-    *hdr = h;
-    return OMX_ErrorNone;
+    const PortBuffers port{in_alloc_count, in_actual_count, input_buffer_size, in_buf_map, true};
+    return allocate_header(port, std::max<OMX_U32>(bytes, input_buffer_size), appData, hdr);
 }
 
 OMX_ERRORTYPE omx_evrc_adec::allocate_output_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr,
                                                     unsigned int /*port*/, void* appData, unsigned int bytes)
 {
-    if (out_alloc_count >= out_actual_count)
-        return OMX_ErrorInsufficientResources;
-    const OMX_U32 size = bytes <= kOutputBufferSize ? kOutputBufferSize : bytes;
-    OMX_BUFFERHEADERTYPE* h = new_header(size);
-    if (!h)
-        return OMX_ErrorInsufficientResources;
-    fill_header(h, reinterpret_cast<OMX_U8*>(h + 1), size, appData, false);
-    if (!out_buf_map.insert(h, nullptr)) {
-        std::free(h);
-        return OMX_ErrorInsufficientResources;
-    }
-    ++out_alloc_count;
-    *hdr = h;
-    return OMX_ErrorNone;
+    const PortBuffers port{out_alloc_count, out_actual_count, output_buffer_size, out_buf_map, false};
+    return allocate_header(port, bytes <= kOutputBufferSize ? kOutputBufferSize : bytes, appData, hdr);
 }
 
 OMX_ERRORTYPE omx_evrc_adec::use_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr, unsigned int port,
@@ -116,41 +148,15 @@ OMX_ERRORTYPE omx_evrc_adec::use_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr,
 OMX_ERRORTYPE omx_evrc_adec::use_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr, unsigned int /*port*/,
                                               void* appData, unsigned int bytes, unsigned char* buffer)
 {
-    if (in_alloc_count >= in_actual_count)
-        return OMX_ErrorInsufficientResources;
-    OMX_BUFFERHEADERTYPE* h = new_header(0);
-    if (!h)
-        return OMX_ErrorInsufficientResources;
-    const OMX_U32 size = std::max<OMX_U32>(bytes, input_buffer_size);
-    fill_header(h, buffer, size, appData, true);
-    if (!in_buf_map.insert(h, nullptr)) {
-        std::free(h);
-        return OMX_ErrorInsufficientResources;
-    }
-    input_buffer_size = size;
-    ++in_alloc_count;
-    *hdr = h;
-    return OMX_ErrorNone;
+    const PortBuffers port{in_alloc_count, in_actual_count, input_buffer_size, in_buf_map, true};
+    return use_header(port, bytes, buffer, appData, hdr);
 }
 
 OMX_ERRORTYPE omx_evrc_adec::use_output_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr, unsigned int /*port*/,
                                                void* appData, unsigned int bytes, unsigned char* buffer)
 {
-    if (out_alloc_count >= out_actual_count)
-        return OMX_ErrorInsufficientResources;
-    OMX_BUFFERHEADERTYPE* h = new_header(0);
-    if (!h)
-        return OMX_ErrorInsufficientResources;
-    const OMX_U32 size = std::max<OMX_U32>(bytes, output_buffer_size);
-    fill_header(h, buffer, size, appData, false);
-    if (!out_buf_map.insert(h, nullptr)) {
-        std::free(h);
-        return OMX_ErrorInsufficientResources;
-    }
-    output_buffer_size = size;
-    ++out_alloc_count;
-    *hdr = h;
-    return OMX_ErrorNone;
+    const PortBuffers port{out_alloc_count, out_actual_count, output_buffer_size, out_buf_map, false};
+    return use_header(port, bytes, buffer, appData, hdr);
 }
 
 void omx_evrc_adec::populated_check(bool output_buffer)

@@ -69,17 +69,7 @@ bool omx_evrc_adec::execute_data_flush()
         }
     }
 
-    pthread_mutex_lock(&flush_lock);
-    flush_ack_count = static_cast<uint8_t>(flush_ack_count - 1);
-    if (flush_ack_count == 0) {
-        pthread_mutex_lock(&event_lock);
-        if (!event_flag) {
-            event_flag = 1;
-            pthread_cond_signal(&event_cond);
-        }
-        pthread_mutex_unlock(&event_lock);
-    }
-    pthread_mutex_unlock(&flush_lock);
+    flush_ack();
     pthread_mutex_unlock(&data_q_lock);
     return true;
 }
