@@ -3,14 +3,12 @@
 // floating point), so the figures are printed and only a collapse fails.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <random>
@@ -21,6 +19,7 @@
 #include "evrc/evrc_dec.h"
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -104,25 +103,7 @@ Pcm decode_ours(const std::vector<evrc::QcpPacket> &packets) {
     return pcm;
 }
 
-// A directory of this process's own under the test temp dir, so that
-// concurrent runs do not share files; removed at exit.
-std::string own_temp_dir() {
-    struct OwnDir {
-        std::string path;
-        bool made = false;
-        OwnDir() {
-            std::string templ = testing::TempDir() + "/evrc_interop_XXXXXX";
-            made = mkdtemp(&templ[0]) != nullptr;
-            path = made ? templ : testing::TempDir();
-        }
-        ~OwnDir() {
-            std::error_code ec;
-            if (made) std::filesystem::remove_all(path, ec);
-        }
-    };
-    static const OwnDir dir;
-    return dir.path;
-}
+std::string own_temp_dir() { return evrc_test::own_temp_dir("evrc_interop"); }
 
 bool have_ffmpeg() { return std::system("ffmpeg -version >/dev/null 2>&1") == 0; }
 

@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
@@ -101,25 +100,7 @@ void expect_error(const Bytes &file, const std::string &fragment) {
     EXPECT_NE(r.error.find(fragment), std::string::npos) << "error was: " << r.error;
 }
 
-// A directory of this process's own under the test temp dir, so that
-// concurrent runs do not share files; removed at exit.
-std::string own_temp_dir() {
-    struct OwnDir {
-        std::string path;
-        bool made = false;
-        OwnDir() {
-            std::string templ = testing::TempDir() + "/evrc_qcp_XXXXXX";
-            made = mkdtemp(&templ[0]) != nullptr;
-            path = made ? templ : testing::TempDir();
-        }
-        ~OwnDir() {
-            std::error_code ec;
-            if (made) std::filesystem::remove_all(path, ec);
-        }
-    };
-    static const OwnDir dir;
-    return dir.path;
-}
+std::string own_temp_dir() { return evrc_test::own_temp_dir("evrc_qcp"); }
 
 TEST(QcpRoundTrip, RandomStreamsOfEveryRateReadBackUnchanged) {
     std::mt19937 rng(1234);

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -17,31 +15,14 @@
 #include "evrc/evrc_dec.h"
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
+#include "tests/support/temp_dir.h"
 
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 using Pcm = std::vector<std::int16_t>;
 
-// A directory of this process's own under the test temp dir, so that
-// concurrent runs do not share files; removed at exit.
-std::string own_temp_dir() {
-    struct OwnDir {
-        std::string path;
-        bool made = false;
-        OwnDir() {
-            std::string templ = testing::TempDir() + "/evrc_tool_XXXXXX";
-            made = mkdtemp(&templ[0]) != nullptr;
-            path = made ? templ : testing::TempDir();
-        }
-        ~OwnDir() {
-            std::error_code ec;
-            if (made) std::filesystem::remove_all(path, ec);
-        }
-    };
-    static const OwnDir dir;
-    return dir.path;
-}
+std::string own_temp_dir() { return evrc_test::own_temp_dir("evrc_tool"); }
 
 struct ToolRun {
     int status = -1;
