@@ -23,20 +23,6 @@ Word16 sample_or_zero(const Word16 *buf, int buf_len, Word64 index) {
     return (index >= 0 && index < buf_len) ? buf[index] : 0;
 }
 
-}  // namespace
-
-void shift_exc_history(EvrcDecoderState *st, int L) {
-    if (L <= 0) {
-        return;
-    }
-    if (L > kExcAhead) {
-        L = kExcAhead;
-    }
-    std::memmove(st->exc_history, st->exc_history + L, kExcHistoryLen * sizeof(Word16));
-}
-
-namespace {
-
 // acc + 2p clamped to 32 bits, as one weighted multiply-accumulate (uncounted).
 inline Word64 clamped_mac(Word64 acc, Word32 p, bool &clamped) {
     acc += 2 * static_cast<Word64>(p);

@@ -2,6 +2,7 @@
 // between normal, eighth-rate and concealed decoding, and the per-subframe
 // rate 1 / rate 1/2 decoding path.
 #include "codec/basic/fixed_point.h"
+#include "codec/dec/excitation_internal.h"
 #include "codec/dec/packet_bits.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
@@ -58,12 +59,6 @@ void read_tty_fields(EvrcDecoderState *st, const EvrcPacket *packet, Word16 rate
         st->tty_header = 0;
         st->tty_data = 0;
     }
-}
-
-// The 128 history samples move L places older, so the subframe just built
-// becomes the newest history; the area behind stays as it was.
-void shift_history(Word16 *exc_history, int L) {
-    for (int i = 0; i < EVRC_HISTORY_LEN; ++i) exc_history[i] = exc_history[i + L];
 }
 
 // Frame set-up of the rate 1 / rate 1/2 path.
@@ -133,7 +128,7 @@ void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate,
         Word16 prefiltered[EVRC_MAX_SUBFRAME];
         subframe_lpc(st, fp, k);
         build_excitation(st, fp, rate, k, L, prefiltered);
-        shift_history(st->exc_history, L);
+        evrc_dec::shift_exc_history(st, L);
         synthesise_subframe(st, prefiltered, pf, L, postfilter_off);
         const Word16 *cur = st->exc_history + EVRC_HISTORY_LEN;
         for (int i = 0; i < L; ++i) output[kSubframeStep * k + i] = cur[i];

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
-#include "codec/dec/conceal_internal.h"
+#include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -42,7 +42,7 @@ EVRC_API void evrc_decode_8th(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 
         const int start = 53 * j;
 
         scale_noise(noise + start, gains[j], cur, L);
-        evrc_conceal::shift_history(st, L);
+        evrc_dec::shift_exc_history(st, L);
 
         Word16 sub_lsp[10];
         cmn1x_interpolate_lsp(st->prev_lsp, fp->lsp, sub_lsp, evrc_acsLSPInterpTbl[j]);

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
-#include "codec/dec/conceal_internal.h"
+#include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -91,7 +91,7 @@ void conceal_voiced(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, W
 
         Word16 prefiltered[EVRC_MAX_SUBFRAME];
         evrc_pitch_pre_filter(cur + L - 1, st->pitch_lag, prefiltered, st->acb_gain, L);
-        evrc_conceal::shift_history(st, L);
+        evrc_dec::shift_exc_history(st, L);
 
         if (postfilter_off == 1) {
             evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], L);

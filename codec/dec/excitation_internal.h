@@ -16,6 +16,8 @@
 #ifndef EVRC_CODEC_DEC_EXCITATION_INTERNAL_H
 #define EVRC_CODEC_DEC_EXCITATION_INTERNAL_H
 
+#include <cstring>
+
 #include "evrc/evrc_dec.h"
 
 namespace evrc_dec {
@@ -34,8 +36,17 @@ static_assert(sizeof(static_cast<EvrcDecoderState *>(nullptr)->exc_history) ==
 inline Word16 *current_subframe(EvrcDecoderState *st) { return st->exc_history + kExcHistoryLen; }
 
 // Drops the L oldest history samples: the 128 samples starting L later become
-// the history, so the current subframe ends the history.
-void shift_exc_history(EvrcDecoderState *st, int L);
+// the history, so the current subframe ends the history. The samples behind
+// the history stay as they were. L is limited to 1 .. kExcAhead.
+inline void shift_exc_history(EvrcDecoderState *st, int L) {
+    if (L <= 0) {
+        return;
+    }
+    if (L > kExcAhead) {
+        L = kExcAhead;
+    }
+    std::memmove(st->exc_history, st->exc_history + L, kExcHistoryLen * sizeof(Word16));
+}
 
 // Fractional-delay interpolation over buf[pos .. pos + n_samples), reading the
 // past at the contour's delays; samples outside buf[0 .. buf_len) read as 0.
