@@ -15,13 +15,7 @@
 
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
-// GCC 12 reports false bounds warnings inside std::vector::insert as inlined
-// into the packet builders.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Warray-bounds"
-#pragma GCC diagnostic ignored "-Wstringop-overread"
 #include "tests/support/random_packets.h"
-#pragma GCC diagnostic pop
 
 namespace {
 

@@ -8,13 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/dec_conceal/conceal_support.h"
-// GCC 12 reports false bounds warnings inside std::vector::insert as
-// inlined into the packet builders.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Warray-bounds"
-#pragma GCC diagnostic ignored "-Wstringop-overread"
 #include "tests/support/random_packets.h"
-#pragma GCC diagnostic pop
 
 namespace {
 
