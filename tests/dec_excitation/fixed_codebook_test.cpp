@@ -135,7 +135,7 @@ void model_combine(std::vector<int64_t> &exc, std::vector<int64_t> &fcb, int T, 
 
 TEST(FixedCodebook, CombinationMatchesWideModel) {
     for (int it = 0; it < iterations(); ++it) {
-        const int L = 53 + uniform(0, 1);
+        const int L = uniform(0, 1) ? 54 : 53;
         Word32 p[3] = {uniform(3, 150) * 65536 + uniform(0, 65535), uniform(3, 150) * 65536 + uniform(0, 65535), 0};
         const int T = static_cast<int>(((int64_t(p[0]) + p[1] + 65536) >> 1) >> 16);
         const int ga = uniform(0, 7) == 0 ? 0 : uniform(0, 20000);
