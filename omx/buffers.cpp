@@ -31,6 +31,13 @@ void fill_header(OMX_BUFFERHEADERTYPE* h, OMX_U8* data, OMX_U32 alloc_len, void*
         h->nOutputPortIndex = 1;
 }
 
+// Logs and rejects a port index other than 0 (input) and 1 (output).
+OMX_ERRORTYPE bad_port_index(unsigned int port)
+{
+    OMX_EVRC_LOG("Error: Invalid Port Index received %d\n", static_cast<int>(port));
+    return OMX_ErrorBadPortIndex;
+}
+
 using HeaderMap = Map<OMX_BUFFERHEADERTYPE*, OMX_BUFFERHEADERTYPE*>;
 
 // The buffer bookkeeping of one port.
@@ -96,19 +103,13 @@ OMX_ERRORTYPE omx_evrc_adec::allocate_buffer(void* hComp, OMX_BUFFERHEADERTYPE**
     }
     if (!hdr)
         return OMX_ErrorBadParameter;
-    OMX_ERRORTYPE err;
-    if (port == 0) {
-        err = allocate_input_buffer(hComp, hdr, port, appData, bytes);
-    } else if (port == 1) {
-        err = allocate_output_buffer(hComp, hdr, port, appData, bytes);
-    } else {
-        OMX_EVRC_LOG("Error: Invalid Port Index received %d\n", static_cast<int>(port));
-        return OMX_ErrorBadPortIndex;
-    }
-    if (err != OMX_ErrorNone)
-        return err;
-    populated_check(port == 1);
-    return OMX_ErrorNone;
+    if (port > 1)
+        return bad_port_index(port);
+    const OMX_ERRORTYPE err = port == 0 ? allocate_input_buffer(hComp, hdr, port, appData, bytes)
+                                        : allocate_output_buffer(hComp, hdr, port, appData, bytes);
+    if (err == OMX_ErrorNone)
+        populated_check(port == 1);
+    return err;
 }
 
 OMX_ERRORTYPE omx_evrc_adec::allocate_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr,
@@ -130,19 +131,13 @@ OMX_ERRORTYPE omx_evrc_adec::use_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr,
 {
     if (!hdr)
         return OMX_ErrorBadParameter;
-    OMX_ERRORTYPE err;
-    if (port == 0) {
-        err = use_input_buffer(hComp, hdr, port, appData, bytes, buffer);
-    } else if (port == 1) {
-        err = use_output_buffer(hComp, hdr, port, appData, bytes, buffer);
-    } else {
-        OMX_EVRC_LOG("Error: Invalid Port Index received %d\n", static_cast<int>(port));
-        return OMX_ErrorBadPortIndex;
-    }
-    if (err != OMX_ErrorNone)
-        return err;
-    populated_check(port == 1);
-    return OMX_ErrorNone;
+    if (port > 1)
+        return bad_port_index(port);
+    const OMX_ERRORTYPE err = port == 0 ? use_input_buffer(hComp, hdr, port, appData, bytes, buffer)
+                                        : use_output_buffer(hComp, hdr, port, appData, bytes, buffer);
+    if (err == OMX_ErrorNone)
+        populated_check(port == 1);
+    return err;
 }
 
 OMX_ERRORTYPE omx_evrc_adec::use_input_buffer(void* /*hComp*/, OMX_BUFFERHEADERTYPE** hdr, unsigned int /*port*/,
