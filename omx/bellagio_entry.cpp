@@ -55,9 +55,9 @@ unsigned int u32(OMX_U32 v) { return static_cast<unsigned int>(v); }
     if (c == nullptr) return OMX_ErrorInvalidComponent;         \
     return c->call
 
-OMX_ERRORTYPE GetComponentVersion(OMX_HANDLETYPE h, OMX_STRING name, OMX_VERSIONTYPE* comp, OMX_VERSIONTYPE* spec,
+OMX_ERRORTYPE GetComponentVersion(OMX_HANDLETYPE h, OMX_STRING name, OMX_VERSIONTYPE* comp, OMX_VERSIONTYPE* spec_version,
                                   OMX_UUIDTYPE* uuid) {
-    EVRC_FORWARD(get_component_version(h, name, comp, spec, uuid));
+    EVRC_FORWARD(get_component_version(h, name, comp, spec_version, uuid));
 }
 
 OMX_ERRORTYPE SendCommand(OMX_HANDLETYPE h, OMX_COMMANDTYPE cmd, OMX_U32 param, OMX_PTR data) {
