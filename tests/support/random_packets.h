@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "evrc/evrc_dec.h"
@@ -49,55 +50,13 @@ struct EighthRateFields {
     int energy_index = 0;   // 8 bits
 };
 
-// Writes fields most significant bit first into a growing byte string.
-class BitWriter {
-public:
-    void put(uint32_t value, int width) {
-        for (int i = width - 1; i >= 0; --i) {
-            if (bit_count_ % 8 == 0) bytes_.push_back(0);
-            if ((value >> i) & 1u) bytes_.back() |= static_cast<uint8_t>(0x80u >> (bit_count_ % 8));
-            ++bit_count_;
-        }
-    }
-    // Pads with zero bits up to a total of nbits.
-    void pad_to(std::size_t nbits) {
-        while (bit_count_ < nbits) put(0, 1);
-    }
-    std::size_t bit_count() const { return bit_count_; }
-    const std::vector<uint8_t> &bytes() const { return bytes_; }
-
-private:
-    std::vector<uint8_t> bytes_;
-    std::size_t bit_count_ = 0;
-};
-
 inline int uniform_int(std::mt19937 &rng, int lo, int hi) {
     return std::uniform_int_distribution<int>(lo, hi)(rng);
 }
 
-// Ten LSPs from codebook rows, laid end to end.
-struct LspRowRef {
-    const Word16 *row;
-    int len;
-};
-
-inline bool lsps_ascending(const LspRowRef *rows, int nrows) {
-    int prev = -1;
-    bool first = true;
-    for (int r = 0; r < nrows; ++r) {
-        for (int j = 0; j < rows[r].len; ++j) {
-            const int v = rows[r].row[j];
-            if (!first && v <= prev) return false;
-            prev = v;
-            first = false;
-        }
-    }
-    return true;
-}
-
-// Chooses the rows one codebook at a time, each drawn until it continues the
-// ascending run; restarts from the first codebook when a codebook offers no
-// fitting row within a bounded number of draws.
+// Chooses the codebook rows one codebook at a time, each drawn until it is
+// ascending and continues the run; restarts from the first codebook when a
+// codebook offers no fitting row within a bounded number of draws.
 template <int N>
 inline void draw_ascending_rows(std::mt19937 &rng, const Word16 *const (&books)[N], const int (&rows)[N],
                                 const int (&lens)[N], int (&index)[N]) {
@@ -106,15 +65,12 @@ inline void draw_ascending_rows(std::mt19937 &rng, const Word16 *const (&books)[
         bool ok = true;
         for (int b = 0; b < N && ok; ++b) {
             ok = false;
-            for (int attempt = 0; attempt < 64 * rows[b]; ++attempt) {
+            for (int attempt = 0; attempt < 64 * rows[b] && !ok; ++attempt) {
                 const int i = uniform_int(rng, 0, rows[b] - 1);
                 const Word16 *row = books[b] + static_cast<std::ptrdiff_t>(i) * lens[b];
-                LspRowRef ref{row, lens[b]};
-                if (!lsps_ascending(&ref, 1) || row[0] <= last) continue;
-                index[b] = i;
-                last = row[lens[b] - 1];
-                ok = true;
-                break;
+                ok = row[0] > last;
+                for (int j = 1; j < lens[b]; ++j) ok = ok && row[j] > row[j - 1];
+                if (ok) index[b] = i, last = row[lens[b] - 1];
             }
         }
         if (ok) return;
@@ -124,11 +80,9 @@ inline void draw_ascending_rows(std::mt19937 &rng, const Word16 *const (&books)[
 inline FullRateFields random_full_rate_fields(std::mt19937 &rng) {
     FullRateFields f;
     f.mode_bit = uniform_int(rng, 0, 1);
-    const Word16 *const books[4] = {&evrc_acsLspVQFull1[0][0], &evrc_acsLspVQFull2[0][0],
-                                    &evrc_acsLspVQFull3[0][0], &evrc_acsLspVQFull4[0][0]};
-    const int rows[4] = {64, 64, 512, 128};
-    const int lens[4] = {2, 2, 3, 3};
-    draw_ascending_rows(rng, books, rows, lens, f.lsp_index);
+    draw_ascending_rows(rng, {&evrc_acsLspVQFull1[0][0], &evrc_acsLspVQFull2[0][0], &evrc_acsLspVQFull3[0][0],
+                              &evrc_acsLspVQFull4[0][0]},
+                        {64, 64, 512, 128}, {2, 2, 3, 3}, f.lsp_index);
     f.delay_index = uniform_int(rng, 0, 100);
     f.delta_delay = uniform_int(rng, 0, 31);
     for (int k = 0; k < 3; ++k) {
@@ -144,11 +98,8 @@ inline FullRateFields random_full_rate_fields(std::mt19937 &rng) {
 
 inline HalfRateFields random_half_rate_fields(std::mt19937 &rng) {
     HalfRateFields f;
-    const Word16 *const books[3] = {&evrc_acsLspVQHalf1[0][0], &evrc_acsLspVQHalf2[0][0],
-                                    &evrc_acsLspVQHalf3[0][0]};
-    const int rows[3] = {128, 128, 256};
-    const int lens[3] = {3, 3, 4};
-    draw_ascending_rows(rng, books, rows, lens, f.lsp_index);
+    draw_ascending_rows(rng, {&evrc_acsLspVQHalf1[0][0], &evrc_acsLspVQHalf2[0][0], &evrc_acsLspVQHalf3[0][0]},
+                        {128, 128, 256}, {3, 3, 4}, f.lsp_index);
     f.delay_index = uniform_int(rng, 0, 100);
     for (int k = 0; k < 3; ++k) {
         f.acb_gain_index[k] = uniform_int(rng, 0, 7);
@@ -160,141 +111,94 @@ inline HalfRateFields random_half_rate_fields(std::mt19937 &rng) {
 
 inline EighthRateFields random_eighth_rate_fields(std::mt19937 &rng) {
     EighthRateFields f;
-    const Word16 *const books[2] = {&evrc_acsLspVQEighth1[0][0], &evrc_acsLspVQEighth2[0][0]};
-    const int rows[2] = {16, 16};
-    const int lens[2] = {5, 5};
-    for (;;) {
-        draw_ascending_rows(rng, books, rows, lens, f.lsp_index);
+    do {
+        draw_ascending_rows(rng, {&evrc_acsLspVQEighth1[0][0], &evrc_acsLspVQEighth2[0][0]}, {16, 16}, {5, 5},
+                            f.lsp_index);
         f.energy_index = uniform_int(rng, 0, 255);
         // An all-ones data word marks an erased eighth-rate frame.
-        if (!(f.lsp_index[0] == 15 && f.lsp_index[1] == 15 && f.energy_index == 255)) return f;
-    }
+    } while (f.lsp_index[0] == 15 && f.lsp_index[1] == 15 && f.energy_index == 255);
+    return f;
 }
 
-// The rate byte followed by the payload. (Built element by element: GCC 12
-// warns falsely about a vector insert behind a one-element vector at -O2.)
-inline std::vector<uint8_t> with_rate_byte(int rate, const std::vector<uint8_t> &payload) {
-    std::vector<uint8_t> out(payload.size() + 1);
+// The rate byte, then (value, width) fields most significant bit first,
+// zero-padded to `payload_bytes`.
+inline std::vector<uint8_t> pack_fields(int rate, std::size_t payload_bytes,
+                                        const std::vector<std::pair<int, int>> &fields) {
+    std::vector<uint8_t> out(payload_bytes + 1, 0);
     out[0] = static_cast<uint8_t>(rate);
-    for (std::size_t i = 0; i < payload.size(); ++i) out[i + 1] = payload[i];
+    std::size_t bit = 8;
+    for (const auto &[value, width] : fields) {
+        for (int i = width - 1; i >= 0; --i, ++bit) {
+            if ((static_cast<uint32_t>(value) >> i) & 1u) out[bit / 8] |= static_cast<uint8_t>(0x80u >> (bit % 8));
+        }
+    }
     return out;
 }
 
-// Byte-stream packets: rate byte, then the payload.
 inline std::vector<uint8_t> pack_full_rate(const FullRateFields &f) {
-    BitWriter w;
-    w.put(static_cast<uint32_t>(f.mode_bit), 1);
-    w.put(static_cast<uint32_t>(f.lsp_index[0]), 6);
-    w.put(static_cast<uint32_t>(f.lsp_index[1]), 6);
-    w.put(static_cast<uint32_t>(f.lsp_index[2]), 9);
-    w.put(static_cast<uint32_t>(f.lsp_index[3]), 7);
-    w.put(static_cast<uint32_t>(f.delay_index), 7);
-    w.put(static_cast<uint32_t>(f.delta_delay), 5);
+    std::vector<std::pair<int, int>> v = {{f.mode_bit, 1},       {f.lsp_index[0], 6}, {f.lsp_index[1], 6},
+                                          {f.lsp_index[2], 9},   {f.lsp_index[3], 7}, {f.delay_index, 7},
+                                          {f.delta_delay, 5}};
     for (int k = 0; k < 3; ++k) {
-        w.put(static_cast<uint32_t>(f.acb_gain_index[k]), 3);
-        w.put(static_cast<uint32_t>(f.fcb_index[k][0]), 8);
-        w.put(static_cast<uint32_t>(f.fcb_index[k][1]), 8);
-        w.put(static_cast<uint32_t>(f.fcb_index[k][2]), 8);
-        w.put(static_cast<uint32_t>(f.fcb_index[k][3]), 11);
-        w.put(static_cast<uint32_t>(f.fcb_gain_index[k]), 5);
+        v.insert(v.end(), {{f.acb_gain_index[k], 3}, {f.fcb_index[k][0], 8}, {f.fcb_index[k][1], 8},
+                           {f.fcb_index[k][2], 8}, {f.fcb_index[k][3], 11}, {f.fcb_gain_index[k], 5}});
     }
-    w.put(static_cast<uint32_t>(f.reserved), 1);
-    w.pad_to(176);
-    return with_rate_byte(EVRC_RATE_FULL, w.bytes());  // 23 bytes
+    v.push_back({f.reserved, 1});
+    return pack_fields(EVRC_RATE_FULL, 22, v);
 }
 
 inline std::vector<uint8_t> pack_half_rate(const HalfRateFields &f) {
-    BitWriter w;
-    w.put(static_cast<uint32_t>(f.lsp_index[0]), 7);
-    w.put(static_cast<uint32_t>(f.lsp_index[1]), 7);
-    w.put(static_cast<uint32_t>(f.lsp_index[2]), 8);
-    w.put(static_cast<uint32_t>(f.delay_index), 7);
-    for (int k = 0; k < 3; ++k) {
-        w.put(static_cast<uint32_t>(f.acb_gain_index[k]), 3);
-        w.put(static_cast<uint32_t>(f.fcb_index[k]), 10);
-        w.put(static_cast<uint32_t>(f.fcb_gain_index[k]), 4);
-    }
-    return with_rate_byte(EVRC_RATE_HALF, w.bytes());  // 11 bytes
+    std::vector<std::pair<int, int>> v = {
+        {f.lsp_index[0], 7}, {f.lsp_index[1], 7}, {f.lsp_index[2], 8}, {f.delay_index, 7}};
+    for (int k = 0; k < 3; ++k) v.insert(v.end(), {{f.acb_gain_index[k], 3}, {f.fcb_index[k], 10}, {f.fcb_gain_index[k], 4}});
+    return pack_fields(EVRC_RATE_HALF, 10, v);
 }
 
 inline std::vector<uint8_t> pack_eighth_rate(const EighthRateFields &f) {
-    BitWriter w;
-    w.put(static_cast<uint32_t>(f.lsp_index[0]), 4);
-    w.put(static_cast<uint32_t>(f.lsp_index[1]), 4);
-    w.put(static_cast<uint32_t>(f.energy_index), 8);
-    return with_rate_byte(EVRC_RATE_EIGHTH, w.bytes());  // 3 bytes
-}
-
-// Byte-stream length of a packet, rate byte included (0 for rates that
-// carry no decodable payload other than blank).
-inline std::size_t packet_length_for_rate(int rate) {
-    switch (rate) {
-    case EVRC_RATE_BLANK: return 1;
-    case EVRC_RATE_EIGHTH: return 3;
-    case EVRC_RATE_HALF: return 11;
-    case EVRC_RATE_FULL: return 23;
-    default: return 0;
-    }
+    return pack_fields(EVRC_RATE_EIGHTH, 2, {{f.lsp_index[0], 4}, {f.lsp_index[1], 4}, {f.energy_index, 8}});
 }
 
 // Word layout from byte-stream bytes: word 0 is the rate byte, data word k
-// takes payload bytes 2k (high half) and 2k+1 (low half); missing bytes are 0.
-inline EvrcPacket bytes_to_packet(const uint8_t *bytes, std::size_t n) {
+// takes payload bytes 2k (high half) and 2k+1 (low half); missing bytes are 0
+// and bytes past the 23rd are ignored.
+inline EvrcPacket bytes_to_packet(const std::vector<uint8_t> &bytes) {
     EvrcPacket p{};
-    if (n == 0) return p;
+    if (bytes.empty()) return p;
     p.rate = static_cast<Word16>(bytes[0]);
-    for (std::size_t i = 1; i < n && i < 1 + 2 * 11; ++i) {
-        const std::size_t d = i - 1;
-        const unsigned shift = (d % 2 == 0) ? 8u : 0u;
+    for (std::size_t d = 0; d + 1 < bytes.size() && d < 22; ++d) {
         const uint16_t cur = static_cast<uint16_t>(p.data[d / 2]);
-        p.data[d / 2] = static_cast<Word16>(cur | static_cast<uint16_t>(bytes[i] << shift));
+        p.data[d / 2] = static_cast<Word16>(cur | static_cast<uint16_t>(bytes[d + 1] << (d % 2 ? 0 : 8)));
     }
     return p;
 }
 
-inline EvrcPacket bytes_to_packet(const std::vector<uint8_t> &bytes) {
-    return bytes_to_packet(bytes.data(), bytes.size());
-}
-
-// Byte stream from the word layout, as long as the packet's rate says.
+// Byte stream from the word layout, as long as the packet's rate says (empty
+// for rates other than blank, 1/8, 1/2 and 1).
 inline std::vector<uint8_t> packet_to_bytes(const EvrcPacket &p) {
-    const std::size_t n = packet_length_for_rate(p.rate & 0xFF);
+    const int rate = p.rate & 0xFF;
+    const std::size_t lengths[5] = {1, 3, 0, 11, 23};
+    const std::size_t n = rate <= 4 ? lengths[rate] : 0;
     std::vector<uint8_t> out;
-    if (n == 0) return out;
-    out.push_back(static_cast<uint8_t>(p.rate & 0xFF));
-    for (std::size_t d = 0; d + 1 < n; ++d) {
-        const uint16_t w = static_cast<uint16_t>(p.data[d / 2]);
-        out.push_back(static_cast<uint8_t>(d % 2 == 0 ? (w >> 8) : (w & 0xFF)));
+    for (std::size_t d = 0; d < n; ++d) {
+        const uint16_t w = d == 0 ? static_cast<uint16_t>(rate) : static_cast<uint16_t>(p.data[(d - 1) / 2]);
+        out.push_back(static_cast<uint8_t>(d % 2 ? (w >> 8) : (w & 0xFF)));
     }
     return out;
-}
-
-inline std::vector<uint8_t> random_full_rate_bytes(std::mt19937 &rng) {
-    return pack_full_rate(random_full_rate_fields(rng));
-}
-inline std::vector<uint8_t> random_half_rate_bytes(std::mt19937 &rng) {
-    return pack_half_rate(random_half_rate_fields(rng));
-}
-inline std::vector<uint8_t> random_eighth_rate_bytes(std::mt19937 &rng) {
-    return pack_eighth_rate(random_eighth_rate_fields(rng));
-}
-
-inline EvrcPacket random_full_rate_packet(std::mt19937 &rng) { return bytes_to_packet(random_full_rate_bytes(rng)); }
-inline EvrcPacket random_half_rate_packet(std::mt19937 &rng) { return bytes_to_packet(random_half_rate_bytes(rng)); }
-inline EvrcPacket random_eighth_rate_packet(std::mt19937 &rng) {
-    return bytes_to_packet(random_eighth_rate_bytes(rng));
 }
 
 // A valid packet of the given rate (EVRC_RATE_EIGHTH, _HALF or _FULL).
 inline std::vector<uint8_t> random_packet_bytes(std::mt19937 &rng, int rate) {
     switch (rate) {
-    case EVRC_RATE_FULL: return random_full_rate_bytes(rng);
-    case EVRC_RATE_HALF: return random_half_rate_bytes(rng);
-    default: return random_eighth_rate_bytes(rng);
+    case EVRC_RATE_FULL: return pack_full_rate(random_full_rate_fields(rng));
+    case EVRC_RATE_HALF: return pack_half_rate(random_half_rate_fields(rng));
+    default: return pack_eighth_rate(random_eighth_rate_fields(rng));
     }
 }
 
 inline EvrcPacket random_packet(std::mt19937 &rng, int rate) { return bytes_to_packet(random_packet_bytes(rng, rate)); }
+inline EvrcPacket random_full_rate_packet(std::mt19937 &rng) { return random_packet(rng, EVRC_RATE_FULL); }
+inline EvrcPacket random_half_rate_packet(std::mt19937 &rng) { return random_packet(rng, EVRC_RATE_HALF); }
+inline EvrcPacket random_eighth_rate_packet(std::mt19937 &rng) { return random_packet(rng, EVRC_RATE_EIGHTH); }
 
 // A valid packet of a random decodable rate (1, 1/2 or 1/8).
 inline EvrcPacket random_any_rate_packet(std::mt19937 &rng) {
