@@ -2,11 +2,9 @@
 // invariants over random packet streams, good and bad.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <random>
-#include <vector>
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
@@ -17,18 +15,14 @@ namespace {
 
 using dec_frame_test::iterations;
 using dec_frame_test::new_decoder;
-
-TEST(DecoderState, ReportsItsSize) {
-    EXPECT_EQ(get_sizeof_evrc_dec_struct(), 1392);
-    EXPECT_EQ(sizeof(EvrcDecoderState), 1392u);
-}
+using evrc_test::uniform_int;
 
 TEST(DecoderState, InitSetsTheNamedFieldsAndLeavesTheRest) {
+    EXPECT_EQ(get_sizeof_evrc_dec_struct(), 1392);
     EvrcDecoderState st;
     std::memset(&st, 0xA5, sizeof st);
     const Word16 pattern = static_cast<Word16>(0xA5A5);
     evrc_init_dec(&st);
-
     for (auto &block : st.syn_mem)
         for (Word32 m : block) EXPECT_EQ(m, 0);
     EXPECT_EQ(st.pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
@@ -44,40 +38,26 @@ TEST(DecoderState, InitSetsTheNamedFieldsAndLeavesTheRest) {
         EXPECT_EQ(st.pf_buf[i], 0);
         EXPECT_EQ(st.prev_lsp[i], evrc_acsLspBiasValues[i]);
     }
-
     // Deliberately left alone.
-    EXPECT_EQ(st.gauss.gauss_have_spare, pattern);
-    EXPECT_EQ(st.gauss.gauss_spare, pattern);
-    EXPECT_EQ(st.erasure_count, pattern);
-    EXPECT_EQ(st.prev_erased, pattern);
-    EXPECT_EQ(st.avg_acb_gain, pattern);
-    EXPECT_EQ(st.avg_fcb_gain, pattern);
-    EXPECT_EQ(st.tty_mode, pattern);
-    EXPECT_EQ(st.tty_bit, pattern);
-    for (Word16 v : st.exc_history) EXPECT_EQ(v, pattern);
-    for (Word16 v : st.lpc) EXPECT_EQ(v, pattern);
-    EXPECT_EQ(st.pf_buf[10], pattern);
+    for (Word16 v : {st.gauss.gauss_have_spare, st.gauss.gauss_spare, st.erasure_count, st.prev_erased,
+                     st.avg_acb_gain, st.avg_fcb_gain, st.tty_mode, st.tty_bit, st.exc_history[0],
+                     st.exc_history[EVRC_HISTORY_LEN - 1], st.lpc[0], st.lpc[9], st.pf_buf[10]})
+        EXPECT_EQ(v, pattern);
 
-    EvrcDecoderState again;
-    std::memcpy(&again, &st, sizeof st);
+    EvrcDecoderState again = st;
     again.prev_rate = EVRC_RATE_FULL;
     again.prefilter_ramp = 3;
     evrc_init_dec_illegal_rate_transition(&again);
     EXPECT_EQ(0, std::memcmp(&again, &st, sizeof st));
+    evrc_init_tty_dec(&again, 1);
+    EXPECT_EQ(again.tty_mode, 1);
+    again.tty_mode = st.tty_mode;
+    EXPECT_EQ(0, std::memcmp(&again, &st, sizeof st));
 }
 
-TEST(DecoderState, TtyInitTouchesOnlyTheMode) {
-    auto st = new_decoder();
-    EvrcDecoderState before;
-    std::memcpy(&before, st.get(), sizeof before);
-    evrc_init_tty_dec(st.get(), 1);
-    EXPECT_EQ(st->tty_mode, 1);
-    st->tty_mode = before.tty_mode;
-    EXPECT_EQ(0, std::memcmp(&before, st.get(), sizeof before));
-}
-
-// Decrement-then-double of every output sample, all 65536 inputs.
-TEST(GainAdjust, DecrementsPositiveSamplesThenDoublesWithSaturation) {
+// Decrement-then-double of every output sample, all 65536 inputs; after an
+// erasure the fixed codebook gain decays by a rate depending on the count.
+TEST(GainAdjust, DecrementsPositiveSamplesThenDoublesAndDecaysAfterErasures) {
     auto st = new_decoder();
     st->prev_erased = 0;
     for (int base = -32768; base < 32768; base += EVRC_FRAME_SIZE) {
@@ -86,27 +66,15 @@ TEST(GainAdjust, DecrementsPositiveSamplesThenDoublesWithSaturation) {
         evrc_decoder_gain_adjust(st.get(), out);
         for (int i = 0; i < EVRC_FRAME_SIZE; ++i) {
             const int x = std::min(base + i, 32767);
-            const int y = x > 0 ? 2 * (x - 1) : 2 * x;
-            ASSERT_EQ(out[i], std::max(-32768, std::min(32767, y))) << "input " << x;
+            ASSERT_EQ(out[i], std::max(-32768, std::min(32767, x > 0 ? 2 * (x - 1) : 2 * x))) << x;
         }
     }
-    Word16 edges[EVRC_FRAME_SIZE] = {1, -1, 16384, 16385, 32767, 0, -16384, -16385};
-    evrc_decoder_gain_adjust(st.get(), edges);
-    const Word16 expected[8] = {0, -2, 32766, 32767, 32767, 0, -32768, -32768};
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(edges[i], expected[i]) << i;
-}
-
-TEST(GainAdjust, DecaysTheFixedCodebookGainAfterAnErasure) {
-    auto st = new_decoder();
     Word16 out[EVRC_FRAME_SIZE] = {};
-
-    st->prev_erased = 0;
     st->erasure_count = 5;
     st->avg_fcb_gain = 1000;
     evrc_decoder_gain_adjust(st.get(), out);
     EXPECT_EQ(st->erasure_count, 0);
     EXPECT_EQ(st->avg_fcb_gain, 1000);
-
     st->prev_erased = 1;
     st->pow_quant_ptr.ptr = &evrc_acsPowQuant[9][0];
     for (int count = 0; count < 6; ++count) {
@@ -118,102 +86,85 @@ TEST(GainAdjust, DecaysTheFixedCodebookGainAfterAnErasure) {
     }
 }
 
-TEST(GainAdjust, CleanUpRecordsTheFrame) {
-    auto st = new_decoder();
-    EvrcFrameParams fp = {};
-    for (int i = 0; i < 10; ++i) fp.lsp[i] = static_cast<Word16>(100 * (i + 1));
-    Word16 out[EVRC_FRAME_SIZE] = {};
-    out[0] = 5;
-    st->erasure_count = 2;
-    evrc_dec_clean_up(st.get(), &fp, out, EVRC_RATE_HALF, 0);
-    EXPECT_EQ(st->prev_rate, EVRC_RATE_HALF);
-    EXPECT_EQ(st->prev_erased, 0);
-    EXPECT_EQ(st->erasure_count, 0);
-    EXPECT_EQ(out[0], 8);
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(st->prev_lsp[i], fp.lsp[i]);
-}
-
 // A stream mixing valid packets of every rate with erasures, blanks,
 // all-ones eighth-rate packets and packets the unpacker must reject.
 EvrcPacket random_stream_packet(std::mt19937 &rng) {
-    const int kind = evrc_test::uniform_int(rng, 0, 11);
+    const int kind = uniform_int(rng, 0, 11);
     EvrcPacket p = {};
-    switch (kind) {
-    case 0:
-    case 1:
-    case 2: return evrc_test::random_full_rate_packet(rng);
-    case 3:
-    case 4: return evrc_test::random_half_rate_packet(rng);
-    case 5:
-    case 6: return evrc_test::random_eighth_rate_packet(rng);
-    case 7: {  // erasure or undecodable rate word
+    if (kind < 3) return evrc_test::random_full_rate_packet(rng);
+    if (kind < 5) return evrc_test::random_half_rate_packet(rng);
+    if (kind < 7) return evrc_test::random_eighth_rate_packet(rng);
+    if (kind == 7) {  // erasure or undecodable rate word
         static const Word16 words[] = {0, 2, 5, 14, 0x13, 0x0104, -1};
         p = evrc_test::random_full_rate_packet(rng);
-        p.rate = words[evrc_test::uniform_int(rng, 0, 6)];
-        return p;
-    }
-    case 8:  // all-ones eighth rate
+        p.rate = words[uniform_int(rng, 0, 6)];
+    } else if (kind == 8) {  // all-ones eighth rate
         p.rate = EVRC_RATE_EIGHTH;
         p.data[0] = -1;
-        return p;
-    case 9: {  // rejected rate 1: delay above 120 or an impossible pulse pair
+    } else if (kind == 9) {  // rejected rate 1: delay above 120 or an impossible pulse pair
         evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
-        if (evrc_test::uniform_int(rng, 0, 1) == 0)
-            f.delay_index = evrc_test::uniform_int(rng, 101, 127);
+        if (uniform_int(rng, 0, 1) == 0)
+            f.delay_index = uniform_int(rng, 101, 127);
         else
-            f.fcb_index[evrc_test::uniform_int(rng, 0, 2)][evrc_test::uniform_int(rng, 0, 3)] |= 0x7F;
-        return evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
-    }
-    default: {  // random bits at a decodable rate: mostly disordered LSPs
+            f.fcb_index[uniform_int(rng, 0, 2)][uniform_int(rng, 0, 3)] |= 0x7F;
+        p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
+    } else {  // random bits at a decodable rate: mostly disordered LSPs
         static const Word16 rates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
-        p.rate = rates[evrc_test::uniform_int(rng, 0, 2)];
+        p.rate = rates[uniform_int(rng, 0, 2)];
         for (Word16 &d : p.data) d = static_cast<Word16>(rng());
-        return p;
     }
-    }
+    return p;
 }
 
 // Two decoders on one stream, output buffers pre-filled differently: equal
-// outputs mean every sample was written and decoding is deterministic.
-TEST(FrameDriver, WritesEveryOutputSampleDeterministicallyOverMixedStreams) {
+// outputs mean every sample was written and decoding is deterministic. With
+// the postfilter off the AGC and postfilter state never change.
+TEST(FrameDriver, DeterministicFullyWrittenOutputOverMixedStreams) {
     std::mt19937 rng(41);
     for (int postfilter_off : {0, 1}) {
         auto a = new_decoder();
         auto b = new_decoder();
+        const EvrcDecoderState initial = *a;
         for (int frame = 0; frame < iterations(600); ++frame) {
-            const EvrcPacket packet = random_stream_packet(rng);
-            EvrcPacket pa = packet, pb = packet;
+            EvrcPacket pa = random_stream_packet(rng), pb = pa;
             Word16 out_a[EVRC_FRAME_SIZE], out_b[EVRC_FRAME_SIZE];
-            for (int i = 0; i < EVRC_FRAME_SIZE; ++i) {
-                out_a[i] = 12345;
-                out_b[i] = static_cast<Word16>(-i);
-            }
+            std::fill(out_a, out_a + EVRC_FRAME_SIZE, 12345);
+            std::fill(out_b, out_b + EVRC_FRAME_SIZE, -7);
             ASSERT_EQ(evrc_decode(a.get(), &pa, out_a, postfilter_off), 0);
             ASSERT_EQ(evrc_decode(b.get(), &pb, out_b, postfilter_off), 0);
             ASSERT_EQ(0, std::memcmp(out_a, out_b, sizeof out_a)) << "frame " << frame;
             ASSERT_EQ(0, std::memcmp(a.get(), b.get(), sizeof(EvrcDecoderState))) << "frame " << frame;
             ASSERT_GE(a->prev_delay, 20);
             ASSERT_LE(a->prev_delay, 120);
+            if (postfilter_off == 0) continue;
+            ASSERT_EQ(a->agc_prev_gain, initial.agc_prev_gain);
+            ASSERT_EQ(a->agc_new_weight, initial.agc_new_weight);
+            ASSERT_EQ(a->agc_prev_weight, initial.agc_prev_weight);
+            ASSERT_EQ(a->tilt_last, initial.tilt_last);
+            ASSERT_EQ(0, std::memcmp(a->pf_buf, initial.pf_buf, sizeof a->pf_buf));
+            ASSERT_EQ(0, std::memcmp(a->syn_mem[1], initial.syn_mem[1], sizeof a->syn_mem[1]));
         }
     }
 }
 
-TEST(FrameDriver, PostfilterOffNeverTouchesTheAgcOrPostfilterState) {
-    std::mt19937 rng(42);
-    auto st = new_decoder();
-    EvrcDecoderState initial;
-    std::memcpy(&initial, st.get(), sizeof initial);
-    for (int frame = 0; frame < iterations(400); ++frame) {
-        EvrcPacket p = random_stream_packet(rng);
-        Word16 out[EVRC_FRAME_SIZE];
-        evrc_decode(st.get(), &p, out, 1);
-        ASSERT_EQ(st->agc_prev_gain, initial.agc_prev_gain);
-        ASSERT_EQ(st->agc_new_weight, initial.agc_new_weight);
-        ASSERT_EQ(st->agc_prev_weight, initial.agc_prev_weight);
-        ASSERT_EQ(st->tilt_last, initial.tilt_last);
-        ASSERT_EQ(0, std::memcmp(st->pf_buf, initial.pf_buf, sizeof st->pf_buf));
-        ASSERT_EQ(0, std::memcmp(st->syn_mem[1], initial.syn_mem[1], sizeof st->syn_mem[1]));
+void decode_random(EvrcDecoderState *st, std::mt19937 &rng, int frames, int rate = EVRC_RATE_FULL) {
+    Word16 out[EVRC_FRAME_SIZE];
+    for (int f = 0; f < frames; ++f) {
+        EvrcPacket p = evrc_test::random_packet(rng, rate);
+        evrc_decode(st, &p, out, 0);
     }
+}
+
+// Decodes one packet on copies of two states; true when the outputs match.
+bool same_output(const EvrcDecoderState &a, const EvrcDecoderState &b, const EvrcPacket &packet) {
+    auto da = new_decoder(), db = new_decoder();
+    *da = a;
+    *db = b;
+    EvrcPacket pa = packet, pb = packet;
+    Word16 oa[EVRC_FRAME_SIZE], ob[EVRC_FRAME_SIZE];
+    evrc_decode(da.get(), &pa, oa, 0);
+    evrc_decode(db.get(), &pb, ob, 0);
+    return std::memcmp(oa, ob, sizeof oa) == 0;
 }
 
 // A rate 1/8 packet after rate 1 restarts the decoder and is then decoded
@@ -222,28 +173,18 @@ TEST(FrameDriver, EighthRateAfterFullRateRestartsTheDecoder) {
     std::mt19937 rng(44);
     for (int trial = 0; trial < iterations(20); ++trial) {
         auto st = new_decoder();
-        const int frames = evrc_test::uniform_int(rng, 1, 6);
-        for (int f = 0; f < frames; ++f) {
-            EvrcPacket p = evrc_test::random_packet(rng, f == frames - 1 || f % 2 ? EVRC_RATE_FULL : EVRC_RATE_HALF);
-            Word16 out[EVRC_FRAME_SIZE];
-            evrc_decode(st.get(), &p, out, 0);
-        }
-        ASSERT_EQ(st->prev_rate, EVRC_RATE_FULL);
-        ASSERT_EQ(st->prev_erased, 0);
-
+        decode_random(st.get(), rng, uniform_int(rng, 0, 3), EVRC_RATE_HALF);
+        decode_random(st.get(), rng, 1);
         auto fresh = new_decoder();
         fresh->gauss = st->gauss;
         fresh->gauss.noise_seed = 4660;
-
-        const EvrcPacket eighth = evrc_test::random_eighth_rate_packet(rng);
-        EvrcPacket p1 = eighth, p2 = eighth;
-        Word16 restarted[EVRC_FRAME_SIZE], reference[EVRC_FRAME_SIZE];
-        evrc_decode(st.get(), &p1, restarted, 0);
-        evrc_decode(fresh.get(), &p2, reference, 0);
-        ASSERT_EQ(0, std::memcmp(restarted, reference, sizeof restarted)) << "trial " << trial;
+        EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+        ASSERT_TRUE(same_output(*st, *fresh, p)) << "trial " << trial;
+        Word16 out[EVRC_FRAME_SIZE];
+        evrc_decode(st.get(), &p, out, 0);
         EXPECT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
         EXPECT_EQ(st->prev_erased, 0);
-        EXPECT_EQ(p1.rate, EVRC_RATE_EIGHTH);
+        EXPECT_EQ(p.rate, EVRC_RATE_EIGHTH);
     }
 }
 
@@ -253,14 +194,9 @@ TEST(FrameDriver, RejectedFullRatePacketIsConcealedLikeAnErasure) {
     std::mt19937 rng(45);
     for (int trial = 0; trial < iterations(20); ++trial) {
         auto a = new_decoder();
-        for (int f = 0; f < 3; ++f) {
-            EvrcPacket p = evrc_test::random_full_rate_packet(rng);
-            Word16 out[EVRC_FRAME_SIZE];
-            evrc_decode(a.get(), &p, out, 0);
-        }
+        decode_random(a.get(), rng, 3);
         auto b = new_decoder();
-        std::memcpy(b.get(), a.get(), sizeof(EvrcDecoderState));
-
+        *b = *a;
         evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
         if (trial % 2 == 0)
             f.fcb_index[trial % 3][trial % 4] = 0x79;
@@ -278,61 +214,23 @@ TEST(FrameDriver, RejectedFullRatePacketIsConcealedLikeAnErasure) {
     }
 }
 
-TEST(FrameDriver, GoodFrameAfterErasuresClearsTheErasureBookkeeping) {
-    std::mt19937 rng(46);
-    auto st = new_decoder();
-    Word16 out[EVRC_FRAME_SIZE];
-    EvrcPacket p = evrc_test::random_full_rate_packet(rng);
-    evrc_decode(st.get(), &p, out, 0);
-    for (int i = 0; i < 3; ++i) {
-        EvrcPacket erased = {};
-        evrc_decode(st.get(), &erased, out, 0);
-    }
-    EXPECT_EQ(st->erasure_count, 3);
-    EXPECT_EQ(st->prev_erased, 1);
-    p = evrc_test::random_half_rate_packet(rng);
-    evrc_decode(st.get(), &p, out, 0);
-    EXPECT_EQ(st->erasure_count, 0);
-    EXPECT_EQ(st->prev_erased, 0);
-    EXPECT_EQ(st->prev_rate, EVRC_RATE_HALF);
-}
-
-// Decodes one packet on copies of a state and tells whether the outputs match.
-bool same_output(const EvrcDecoderState &a, const EvrcDecoderState &b, const EvrcPacket &packet) {
-    auto da = new_decoder();
-    auto db = new_decoder();
-    std::memcpy(da.get(), &a, sizeof a);
-    std::memcpy(db.get(), &b, sizeof b);
-    EvrcPacket pa = packet, pb = packet;
-    Word16 oa[EVRC_FRAME_SIZE], ob[EVRC_FRAME_SIZE];
-    evrc_decode(da.get(), &pa, oa, 0);
-    evrc_decode(db.get(), &pb, ob, 0);
-    return std::memcmp(oa, ob, sizeof oa) == 0;
-}
-
 // A delay jump of 16 or more from the previous frame gives a flat contour at
 // the new delay; a jump of 15 glides from the previous delay.
 TEST(FrameDriver, LargeDelayJumpsAreNotInterpolated) {
     std::mt19937 rng(49);
     auto st = new_decoder();
-    for (int f = 0; f < 4; ++f) {
-        EvrcPacket p = evrc_test::random_full_rate_packet(rng);
-        Word16 out[EVRC_FRAME_SIZE];
-        evrc_decode(st.get(), &p, out, 0);
-    }
+    decode_random(st.get(), rng, 4);
     for (int trial = 0; trial < iterations(10); ++trial) {
         evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
-        f.delay_index = evrc_test::uniform_int(rng, 20, 80);
+        f.delay_index = uniform_int(rng, 20, 80);
         const Word16 delay = static_cast<Word16>(f.delay_index + 20);
         const EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
         EvrcDecoderState flat = *st;
         flat.prev_delay = delay;
-        for (int sign : {-1, 1}) {
-            EvrcDecoderState jump = *st;
-            jump.prev_delay = static_cast<Word16>(delay + sign * 16);
-            EXPECT_TRUE(same_output(jump, flat, p)) << "delay " << delay << " jump " << sign * 16;
-            jump.prev_delay = static_cast<Word16>(delay + sign * 15);
-            EXPECT_FALSE(same_output(jump, flat, p)) << "delay " << delay << " jump " << sign * 15;
+        for (int jump : {-16, 16, -15, 15}) {
+            EvrcDecoderState moved = *st;
+            moved.prev_delay = static_cast<Word16>(delay + jump);
+            EXPECT_EQ(same_output(moved, flat, p), jump * jump == 256) << "delay " << delay << " jump " << jump;
         }
     }
 }
@@ -342,12 +240,9 @@ TEST(FrameDriver, LargeDelayJumpsAreNotInterpolated) {
 TEST(FrameDriver, DeltaDelayAfterAnErasureRebuildsTheHistory) {
     std::mt19937 rng(50);
     auto st = new_decoder();
-    Word16 out[EVRC_FRAME_SIZE];
-    for (int f = 0; f < 3; ++f) {
-        EvrcPacket p = evrc_test::random_full_rate_packet(rng);
-        evrc_decode(st.get(), &p, out, 0);
-    }
+    decode_random(st.get(), rng, 3);
     EvrcPacket erased = {};
+    Word16 out[EVRC_FRAME_SIZE];
     evrc_decode(st.get(), &erased, out, 0);
     ASSERT_EQ(st->prev_erased, 1);
     EvrcDecoderState not_erased = *st;
@@ -359,8 +254,7 @@ TEST(FrameDriver, DeltaDelayAfterAnErasureRebuildsTheHistory) {
     EXPECT_TRUE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
     f.delta_delay = 9;
     EXPECT_FALSE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
-    // Rate 1/2 carries no delta delay.
-    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::random_half_rate_packet(rng)));
+    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::random_half_rate_packet(rng)));  // no delta delay
 }
 
 TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
@@ -368,63 +262,27 @@ TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
     auto st = new_decoder();
     evrc_init_tty_dec(st.get(), 1);
     Word16 out[EVRC_FRAME_SIZE];
-
+    auto expect_tty = [&](EvrcPacket p, int header, int data, int bit) {
+        evrc_decode(st.get(), &p, out, 0);
+        EXPECT_EQ(st->tty_header, header);
+        EXPECT_EQ(st->tty_data, data);
+        EXPECT_EQ(st->tty_bit, bit);
+    };
     evrc_test::FullRateFields full = evrc_test::random_full_rate_fields(rng);
     full.delay_index = 0x5A;  // 10 11010
     full.reserved = 1;
-    EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(full));
-    evrc_decode(st.get(), &p, out, 0);
-    EXPECT_EQ(st->tty_header, 2);
-    EXPECT_EQ(st->tty_data, 0x1A);
-    EXPECT_EQ(st->tty_bit, 1);
-
-    // Read even when the frame is rejected and concealed.
+    const EvrcPacket full_packet = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(full));
+    expect_tty(full_packet, 2, 0x1A, 1);
+    // Read even when the frame is rejected (delay 147) and concealed.
     evrc_test::HalfRateFields half = evrc_test::random_half_rate_fields(rng);
-    half.delay_index = 0x7F;  // delay 147: rejected
-    p = evrc_test::bytes_to_packet(evrc_test::pack_half_rate(half));
-    evrc_decode(st.get(), &p, out, 0);
+    half.delay_index = 0x7F;
+    expect_tty(evrc_test::bytes_to_packet(evrc_test::pack_half_rate(half)), 3, 0x1F, 1);
     EXPECT_EQ(st->prev_erased, 1);
-    EXPECT_EQ(st->tty_header, 3);
-    EXPECT_EQ(st->tty_data, 0x1F);
-    EXPECT_EQ(st->tty_bit, 1);  // kept at other rates
-
-    p = evrc_test::random_eighth_rate_packet(rng);
-    evrc_decode(st.get(), &p, out, 0);
-    EXPECT_EQ(st->tty_header, 0);
-    EXPECT_EQ(st->tty_data, 0);
-    EXPECT_EQ(st->tty_bit, 1);
-
+    expect_tty(evrc_test::random_eighth_rate_packet(rng), 0, 0, 1);
     // Without TTY mode the fields are left alone.
     evrc_init_tty_dec(st.get(), 0);
     st->tty_header = 7;
-    p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(full));
-    evrc_decode(st.get(), &p, out, 0);
-    EXPECT_EQ(st->tty_header, 7);
-}
-
-// Random valid speech frames decode to a signal: neither silence nor a wall
-// of saturated samples.
-TEST(FrameDriver, RandomValidFramesDecodeToAudibleUnsaturatedSignal) {
-    std::mt19937 rng(48);
-    for (int postfilter_off : {0, 1}) {
-        auto st = new_decoder();
-        double energy = 0;
-        long saturated = 0;
-        long samples = 0;
-        for (int frame = 0; frame < iterations(300); ++frame) {
-            EvrcPacket p = evrc_test::random_any_rate_packet(rng);
-            Word16 out[EVRC_FRAME_SIZE];
-            evrc_decode(st.get(), &p, out, postfilter_off);
-            for (Word16 s : out) {
-                energy += static_cast<double>(s) * s;
-                saturated += (s >= 32766 || s <= -32767);
-                ++samples;
-            }
-        }
-        const double rms = std::sqrt(energy / static_cast<double>(samples));
-        EXPECT_GT(rms, 30.0) << "postfilter_off " << postfilter_off;
-        EXPECT_LT(saturated, samples / 100) << "postfilter_off " << postfilter_off;
-    }
+    expect_tty(full_packet, 7, 0, 1);
 }
 
 }  // namespace

@@ -11,12 +11,10 @@
 
 namespace dec_frame_test {
 
-// Loop count of the randomised tests; EVRC_TEST_ITERATIONS overrides it (slow
-// emulated runs turn it down).
+// Loop count of the randomised tests; EVRC_TEST_ITERATIONS lowers it.
 inline int iterations(int fallback) {
     const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-    if (env == nullptr) return fallback;
-    const int n = std::atoi(env);
+    const int n = env ? std::atoi(env) : 0;
     return n > 0 && n < fallback ? n : fallback;
 }
 
@@ -26,16 +24,6 @@ inline std::unique_ptr<EvrcDecoderState> new_decoder() {
     std::memset(st.get(), 0, sizeof(EvrcDecoderState));
     evrc_init_dec(st.get());
     return st;
-}
-
-// Reads `width` bits from packet bit `first` on, one bit at a time.
-inline int reference_field(const Word16 *data, int first, int width) {
-    int v = 0;
-    for (int n = first; n < first + width; ++n) {
-        const int bit = (static_cast<uint16_t>(data[n / 16]) >> (15 - n % 16)) & 1;
-        v = (v << 1) | bit;
-    }
-    return v;
 }
 
 }  // namespace dec_frame_test
