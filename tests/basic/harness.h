@@ -1,11 +1,12 @@
-// Shared pieces of the arithmetic tests: biased operand generators, the
-// iteration count, an observer that captures result, flag and counter delta
-// of one call, and an exact wide-integer type for the 64-bit models.
+// Shared pieces of the arithmetic tests: biased operand generators, an
+// observer of the result, flag and counter delta of one call, and the driver
+// that holds the exported and the inline form of an operator to a model.
 #ifndef EVRC_TESTS_BASIC_HARNESS_H
 #define EVRC_TESTS_BASIC_HARNESS_H
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <random>
@@ -13,220 +14,135 @@
 #include <string>
 #include <tuple>
 
+#include "codec/basic/fixed_point.h"
 #include "evrc/basic_op.h"
 
 namespace basic_test {
 
-// Number of random cases per operator; EVRC_TEST_ITERATIONS overrides it
-// (slow targets such as emulators and sanitizer builds lower it).
-inline long iterations() {
-    static const long n = [] {
-        const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-        if (env != nullptr) {
-            char *end = nullptr;
-            const long v = std::strtol(env, &end, 10);
-            if (end != env && *end == '\0' && v > 0) return v;
-        }
-        return 1000000L;
-    }();
-    return n;
-}
+constexpr int64_t kMax16 = 32767, kMin16 = -32768, kMax32 = 2147483647, kMin32 = -kMax32 - 1;
 
-// The expensive functions run on a fraction of the iterations.
-inline long slow_iterations() {
-    const long n = iterations() / 8;
+// Random cases per operator, divided for the expensive functions;
+// EVRC_TEST_ITERATIONS lowers it on slow targets (emulators, sanitizers).
+inline long iterations(long divisor = 1) {
+    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
+    const long n = (env != nullptr && std::atol(env) > 0 ? std::atol(env) : 1000000L) / divisor;
     return n > 0 ? n : 1;
 }
 
-// What one call did: its value, the flag afterwards and the counter delta.
+// What one call did: its value, whether it set the flag, the counter delta.
 struct Outcome {
     int64_t value;
     bool flag;
     uint32_t weight;
+    bool operator==(const Outcome &o) const { return value == o.value && flag == o.flag && weight == o.weight; }
 };
-
-inline bool operator==(const Outcome &a, const Outcome &b) {
-    return a.value == b.value && a.flag == b.flag && a.weight == b.weight;
-}
-
 inline std::ostream &operator<<(std::ostream &os, const Outcome &o) {
-    return os << "{value " << o.value << ", flag " << o.flag << ", weight " << o.weight << "}";
+    return os << "{" << o.value << ", flag " << o.flag << ", weight " << o.weight << "}";
+}
+inline Outcome plain(int64_t v, uint32_t w = 0) { return {v, false, w}; }
+// v clamped to [-hi - 1, hi], flagging when it had to.
+inline Outcome clamp(int64_t v, int64_t hi, uint32_t w) {
+    return v > hi ? Outcome{hi, true, w} : v < -hi - 1 ? Outcome{-hi - 1, true, w} : plain(v, w);
 }
 
-// Calls f with the flag preset to `initial_flag` and reports the effects. The
-// flag must end as 1 when the call overflowed and be left alone otherwise, so
-// `flag` is true exactly when the call wrote it.
+// Calls f with the flag preset to `initial` (the flag must only ever be
+// written with 1, and only on overflow) and reports what the call did.
 template <class F>
-Outcome observe(F f, Word32 initial_flag = 0) {
-    evrc_giOverflow = initial_flag;
+Outcome observe(F f, Word32 initial = 0) {
+    evrc_giOverflow = initial;
     const UWord32 before = evrc_op_counter;
-    const int64_t v = static_cast<int64_t>(f());
-    const UWord32 after = evrc_op_counter;
-    bool flag;
-    if (evrc_giOverflow == initial_flag) {
-        flag = false;
-    } else {
+    const auto v = static_cast<int64_t>(f());
+    const auto weight = static_cast<uint32_t>(evrc_op_counter - before);
+    if (evrc_giOverflow != initial) {
         EXPECT_EQ(evrc_giOverflow, 1) << "the flag is only ever written with 1";
-        flag = true;
     }
-    return {v, flag, static_cast<uint32_t>(after - before)};
+    return {v, evrc_giOverflow != initial, weight};
 }
 
 // Operand generator biased towards the values where fixed-point code breaks.
 class Gen {
 public:
-    explicit Gen(uint64_t seed) : rng_(seed) {}
-
+    explicit Gen(const std::string &seed) {
+        std::seed_seq seq(seed.begin(), seed.end());
+        rng_.seed(seq);
+    }
     uint64_t bits() { return rng_(); }
     int pick(int n) { return static_cast<int>(bits() % static_cast<uint64_t>(n)); }
-
-    // A value of the given width (16, 32 or 64 bits), sign-extended.
+    // A signed value of `width` bits: extremes, small, powers of two and their
+    // neighbours, few significant bits, or anything.
     int64_t value(int width) {
         const int64_t max = width == 64 ? INT64_MAX : (int64_t{1} << (width - 1)) - 1;
-        const int64_t min = -max - 1;
+        const int64_t edges[] = {0, 1, -1, 2, -2, max, -max - 1, max - 1, -max};
+        const int64_t p = (int64_t{1} << pick(width - 1)) + pick(3) - 1;
         switch (pick(8)) {
-            case 0: {  // extremes and their neighbours
-                const int64_t base[] = {0, 1, -1, max, min, max - 1, min + 1, 2, -2};
-                return base[pick(9)];
-            }
-            case 1:  // small
-                return pick(129) - 64;
-            case 2: {  // powers of two, and their neighbours
-                const int64_t p = int64_t{1} << pick(width - 1);
-                const int64_t v = p + (pick(3) - 1);
-                return pick(2) ? v : -v;
-            }
-            case 3:  // few significant bits at the top of the range
-                return static_cast<int64_t>(bits() & 0xFFFF000000000000ull) >> (64 - width);
-            default:
-                return static_cast<int64_t>(bits()) >> (64 - width);
+            case 0: return edges[pick(9)];
+            case 1: return pick(129) - 64;
+            case 2: return pick(2) ? p : -p;
+            case 3: return static_cast<int64_t>(bits() & 0xFFFF000000000000ull) >> (64 - width);
+            default: return static_cast<int64_t>(bits()) >> (64 - width);
         }
     }
-
     Word16 w16() { return static_cast<Word16>(value(16)); }
     Word32 w32() { return static_cast<Word32>(value(32)); }
+    // 64-bit values, now and then close to the 32-bit limits.
     Word64 w64() {
-        // Now and then a 64-bit value close to the 32-bit limits.
-        if (pick(6) == 0) {
-            const int64_t edge = pick(2) ? INT32_MAX : INT32_MIN;
-            return edge + (pick(9) - 4) + (pick(4) == 0 ? static_cast<int64_t>(bits() % 100000) : 0);
-        }
-        if (pick(6) == 0) return static_cast<int64_t>(bits()) >> pick(64);
-        return value(64);
-    }
-    // A shift count: mostly small, sometimes anything a Word16 can hold.
-    Word16 shift() {
         switch (pick(6)) {
-            case 0: return static_cast<Word16>(value(16));
-            case 1: {
-                const Word16 e[] = {-32768, 32767, 64, -64, 63, -63, 65, -65};
-                return e[pick(8)];
-            }
-            default: return static_cast<Word16>(pick(141) - 70);
+            case 0: return int64_t{pick(2) ? INT32_MAX : INT32_MIN} + pick(9) - 4 + (pick(4) ? 0 : pick(100000));
+            case 1: return static_cast<int64_t>(bits()) >> pick(64);
+            default: return value(64);
         }
+    }
+    // A shift count: mostly small, sometimes anything a Word16 holds.
+    Word16 shift() {
+        const Word16 edges[] = {-32768, 32767, 64, -64, 63, -63, 65, -65};
+        const int k = pick(6);
+        return k == 0 ? w16() : k == 1 ? edges[pick(8)] : static_cast<Word16>(pick(141) - 70);
     }
 
 private:
     std::mt19937_64 rng_;
 };
 
-// Flag preset alternating between clear and an unrelated nonzero value.
-inline Word32 preset(long i) { return (i & 1) ? 7 : 0; }
-
-// Stops a differential loop after a handful of reported mismatches.
-class Mismatches {
-public:
-    // `what` builds the description of the failing call, only when needed.
-    template <class D>
-    bool report(const Outcome &got, const Outcome &want, D what) {
-        if (got == want) return true;
-        ADD_FAILURE() << what() << ": got " << got << ", expected " << want;
-        return ++count_ < 5;
-    }
-
-private:
-    int count_ = 0;
-};
-
-template <class Tuple>
-std::string describe(const std::string &name, const Tuple &args) {
-    std::ostringstream os;
-    os << name << "(";
-    const char *sep = "";
-    std::apply([&](auto... a) { ((os << sep << static_cast<int64_t>(a), sep = ", "), ...); }, args);
-    os << ")";
-    return os.str();
-}
-
-inline uint64_t seed_of(const std::string &name) {
-    uint64_t h = 1469598103934665603ull;  // FNV-1a
-    for (char c : name) h = (h ^ static_cast<unsigned char>(c)) * 1099511628211ull;
-    return h;
-}
-
 // Runs `n` random cases: the operands come from gen(Gen&) as a tuple, and the
 // exported and the inline form must both match the model's result, flag and
 // counter delta. The flag preset alternates so that a stray clear shows up.
 template <class G, class M, class E, class I>
 void differential(const std::string &name, long n, G gen, M model, E exported, I inlined) {
-    Gen g(seed_of(name));
-    Mismatches mismatches;
-    for (long i = 0; i < n; ++i) {
+    Gen g(name);
+    int failures = 0;
+    for (long i = 0; i < n && failures < 5; ++i) {
         const auto args = gen(g);
         const Outcome want = std::apply(model, args);
-        const Outcome got_e = observe([&] { return std::apply(exported, args); }, preset(i));
-        if (!mismatches.report(got_e, want, [&] { return describe("evrc_" + name, args); })) return;
-        const Outcome got_i = observe([&] { return std::apply(inlined, args); }, preset(i + 1));
-        if (!mismatches.report(got_i, want, [&] { return describe("fx::" + name, args); })) return;
+        const Outcome got[2] = {observe([&] { return std::apply(exported, args); }, (i & 1) ? 7 : 0),
+                                observe([&] { return std::apply(inlined, args); }, (i & 1) ? 0 : 7)};
+        for (int form = 0; form < 2; ++form) {
+            if (got[form] == want) continue;
+            std::ostringstream os;
+            std::apply([&](auto... a) { ((os << " " << static_cast<int64_t>(a)), ...); }, args);
+            ADD_FAILURE() << (form ? "fx::" : "evrc_") << name << "(" << os.str() << " ): got " << got[form]
+                          << ", expected " << want;
+            ++failures;
+        }
     }
 }
 
 // The exported and the inline form of an operator, as generic callables.
-#define EVRC_FORMS(op)                                                  \
-    [](auto... x) { return ::evrc_##op(x...); }, [](auto... x) { return fx::op(x...); }
+#define EVRC_FORMS(op) [](auto... x) { return ::evrc_##op(x...); }, [](auto... x) { return fx::op(x...); }
 
-// Exact integer for the 64-bit models: a native 128-bit integer where the
-// compiler has one, otherwise arithmetic modulo 2^64, which is all that the
-// models keep of their results (see low64).
+// Integer for the 64-bit models: exact 128-bit where the compiler has it,
+// otherwise arithmetic modulo 2^64, which is all the models keep (low64).
 #if defined(__SIZEOF_INT128__)
-using Exact = __int128;
-inline int64_t low64(Exact v) { return static_cast<int64_t>(static_cast<uint64_t>(v)); }
-#define EVRC_TEST_NATIVE_INT128 1
+using Wide = __int128;
+#else
+using Wide = uint64_t;
 #endif
-
-class Modular64 {
-public:
-    Modular64(int64_t v = 0) : v_(static_cast<uint64_t>(v)) {}  // NOLINT: implicit on purpose
-    friend Modular64 operator+(Modular64 a, Modular64 b) { return raw(a.v_ + b.v_); }
-    friend Modular64 operator-(Modular64 a, Modular64 b) { return raw(a.v_ - b.v_); }
-    friend Modular64 operator*(Modular64 a, Modular64 b) { return raw(a.v_ * b.v_); }
-    friend int64_t low64(Modular64 a) { return static_cast<int64_t>(a.v_); }
-
-private:
-    static Modular64 raw(uint64_t v) {
-        Modular64 m;
-        m.v_ = v;
-        return m;
-    }
-    uint64_t v_;
-};
-
-#if !defined(EVRC_TEST_NATIVE_INT128)
-using Exact = Modular64;
-#endif
-
-// 2^n as an Exact, 0 <= n <= 63.
-inline Exact pow2(int n) {
-    return n == 63 ? Exact(INT64_MAX) + Exact(1) : Exact(int64_t{1} << n);
-}
+inline int64_t low64(Wide v) { return static_cast<int64_t>(static_cast<uint64_t>(v)); }
 
 // floor(x / 2^n) for n >= 0, computed by division.
 inline int64_t floor_div_pow2(int64_t x, int n) {
     if (n >= 63) return x < 0 ? -1 : 0;
     const int64_t d = int64_t{1} << n;
-    int64_t q = x / d;
-    if (x % d != 0 && x < 0) --q;
-    return q;
+    return x / d - (x % d != 0 && x < 0 ? 1 : 0);
 }
 
 }  // namespace basic_test
