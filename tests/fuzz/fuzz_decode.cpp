@@ -12,56 +12,32 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "evrc/evrc_dec.h"
-
-namespace {
-
-constexpr std::size_t kPacketBytes = 24;
-
-EvrcPacket from_slot(const std::uint8_t *b) {
-    EvrcPacket p{};
-    p.rate = b[0];
-    for (int w = 0; w < 11; ++w) {
-        p.data[w] = static_cast<Word16>(static_cast<std::uint16_t>((b[1 + 2 * w] << 8) | b[2 + 2 * w]));
-    }
-    return p;
-}
-
-EvrcPacket from_words(const std::uint8_t *b) {
-    EvrcPacket p{};
-    Word16 *words = &p.rate;
-    for (int w = 0; w < EVRC_PACKET_WORDS; ++w) {
-        words[w] = static_cast<Word16>(static_cast<std::uint16_t>(b[2 * w] | (b[2 * w + 1] << 8)));
-    }
-    return p;
-}
-
-void init(EvrcDecoderState &st) {
-    std::memset(&st, 0, sizeof st);
-    evrc_init_dec(&st);
-}
-
-}  // namespace
+#include "tests/support/random_packets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     if (size < 2) return 0;
     const int postfilter_off = data[0];
     const bool words = (data[1] & 1) != 0;
-    data += 2;
-    size -= 2;
-
     static EvrcDecoderState a, b;
-    init(a);
-    init(b);
-    for (std::size_t at = 0; at + kPacketBytes <= size; at += kPacketBytes) {
-        const EvrcPacket packet = words ? from_words(data + at) : from_slot(data + at);
-        EvrcPacket pa = packet, pb = packet;
+    for (EvrcDecoderState *st : {&a, &b}) {
+        std::memset(st, 0, sizeof *st);
+        evrc_init_dec(st);
+    }
+    for (const std::uint8_t *at = data + 2; at + 24 <= data + size; at += 24) {
+        EvrcPacket pa = evrc_test::bytes_to_packet(std::vector<std::uint8_t>(at, at + 24));
+        if (words) {
+            for (int w = 0; w < EVRC_PACKET_WORDS; ++w) (&pa.rate)[w] = static_cast<Word16>(at[2 * w] | (at[2 * w + 1] << 8));
+        }
+        EvrcPacket pb = pa;
         Word16 out_a[EVRC_FRAME_SIZE], out_b[EVRC_FRAME_SIZE];
         std::memset(out_a, 0x5A, sizeof out_a);
         std::memset(out_b, 0xA5, sizeof out_b);
-        if (evrc_decode(&a, &pa, out_a, postfilter_off) != 0) __builtin_trap();
-        if (evrc_decode(&b, &pb, out_b, postfilter_off) != 0) __builtin_trap();
+        if (evrc_decode(&a, &pa, out_a, postfilter_off) != 0 || evrc_decode(&b, &pb, out_b, postfilter_off) != 0) {
+            __builtin_trap();
+        }
         if (std::memcmp(out_a, out_b, sizeof out_a) != 0) __builtin_trap();  // a sample left unwritten
     }
     return 0;

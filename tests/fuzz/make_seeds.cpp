@@ -26,40 +26,27 @@ int main(int argc, char **argv) {
         return 2;
     }
     std::mt19937 rng(42);
-    const std::vector<std::vector<int>> mixes = {
-        {EVRC_RATE_FULL}, {EVRC_RATE_HALF}, {EVRC_RATE_EIGHTH}, {EVRC_RATE_FULL, EVRC_RATE_EIGHTH, EVRC_RATE_HALF}};
-    int n = 0;
-    for (const auto &mix : mixes) {
-        for (int layout = 0; layout < 2; ++layout) {
-            std::vector<std::uint8_t> input = {0, static_cast<std::uint8_t>(layout)};
-            std::vector<evrc::QcpPacket> packets;
-            for (int i = 0; i < 8; ++i) {
-                const std::vector<std::uint8_t> bytes = evrc_test::random_packet_bytes(rng, mix[i % mix.size()]);
-                std::vector<std::uint8_t> slot(24, 0);
-                if (layout == 0) {
-                    std::copy(bytes.begin(), bytes.end(), slot.begin());
-                } else {
-                    const EvrcPacket p = evrc_test::bytes_to_packet(bytes);
-                    const Word16 *w = &p.rate;
-                    for (int k = 0; k < 12; ++k) {
-                        slot[2 * k] = static_cast<std::uint8_t>(w[k] & 0xFF);
-                        slot[2 * k + 1] = static_cast<std::uint8_t>((w[k] >> 8) & 0xFF);
-                    }
-                }
-                input.insert(input.end(), slot.begin(), slot.end());
-                evrc::QcpPacket q;
-                q.rate = bytes[0];
-                q.data.assign(bytes.begin() + 1, bytes.end());
-                packets.push_back(q);
+    const std::vector<std::vector<int>> mixes = {{4}, {3}, {1}, {4, 1, 3}};
+    for (int n = 0; n < 8; ++n) {
+        const std::vector<int> &mix = mixes[n / 2];
+        std::vector<std::uint8_t> input = {0, static_cast<std::uint8_t>(n % 2)}, qcp;
+        std::vector<evrc::QcpPacket> packets;
+        for (int i = 0; i < 8; ++i) {
+            std::vector<std::uint8_t> bytes = evrc_test::random_packet_bytes(rng, mix[i % mix.size()]);
+            packets.push_back({bytes[0], true, std::vector<std::uint8_t>(bytes.begin() + 1, bytes.end())});
+            bytes.resize(24);
+            const EvrcPacket p = evrc_test::bytes_to_packet(bytes);
+            for (int k = 0; k < 12 && n % 2; ++k) {  // word layout, little-endian
+                bytes[2 * k] = static_cast<std::uint8_t>((&p.rate)[k] & 0xFF);
+                bytes[2 * k + 1] = static_cast<std::uint8_t>(((&p.rate)[k] >> 8) & 0xFF);
             }
-            if (!save(std::string(argv[1]) + "/seed" + std::to_string(n) + ".bin", input)) return 1;
-            std::vector<std::uint8_t> qcp;
-            std::string error;
-            if (!evrc::write_qcp(packets, qcp, error) ||
-                !save(std::string(argv[2]) + "/seed" + std::to_string(n) + ".qcp", qcp)) {
-                return 1;
-            }
-            ++n;
+            input.insert(input.end(), bytes.begin(), bytes.end());
+        }
+        std::string error;
+        const std::string name = "/seed" + std::to_string(n);
+        if (!save(argv[1] + name + ".bin", input) || !evrc::write_qcp(packets, qcp, error) ||
+            !save(argv[2] + name + ".qcp", qcp)) {
+            return 1;
         }
     }
     return 0;
