@@ -76,44 +76,34 @@ std::vector<Word16> history(const EvrcDecoderState &st) {
 }
 
 // Above 4914 the last delay is held; at 4914 and below the delays follow the
-// jitter pattern. At 6554 and above no noise is mixed in.
-TEST(ErasureVoiced, DelayChoiceAndAttenuation) {
-    for (Word16 g : {Word16{16000}, Word16{6554}}) {
-        StatePtr st = voiced_state(g, 5000);
-        StatePtr before = conceal_test::copy_state(*st);
-        Conceal c;
-        c.run(st.get(), EVRC_RATE_FULL);
-        ASSERT_EQ(history(*st), voiced_history_model(*before, false, nullptr, 0)) << "avg_acb_gain " << g;
-    }
-    // Noise is on below 6554; a zero fixed-codebook average silences it.
-    for (Word16 g : {Word16{4915}, Word16{4914}, Word16{1000}}) {
-        StatePtr st = voiced_state(g, 0);
-        StatePtr before = conceal_test::copy_state(*st);
-        Conceal c;
-        c.run(st.get(), EVRC_RATE_FULL);
-        ASSERT_EQ(history(*st), voiced_history_model(*before, g <= 4914, nullptr, 0)) << "avg_acb_gain " << g;
-    }
-}
-
-// Below 6554 noise from a generator seeded by twice the tenth LSP is added
-// at a tenth of avg_fcb_gain; the decoder's own generator is not touched.
-TEST(ErasureVoiced, NoiseMixing) {
-    for (Word16 g : {Word16{6553}, Word16{3000}}) {
-        StatePtr st = voiced_state(g, 12000);
+// jitter pattern. Below 6554 noise from a generator seeded by twice the tenth
+// LSP is added at a tenth of avg_fcb_gain (silent for a zero average); the
+// decoder's own generator is not touched. The ramp falls by 1638 per
+// concealed subframe and stops at 0.
+TEST(ErasureVoiced, DelayChoiceAttenuationAndNoise) {
+    const Word16 cases[][2] = {{16000, 5000}, {6554, 5000}, {6553, 12000}, {4915, 0}, {4914, 0}, {3000, 12000}, {1000, 0}};
+    for (const auto &c : cases) {
+        StatePtr st = voiced_state(c[0], c[1]);
         st->gauss = EvrcGaussRecord{1, 77, 999};
         StatePtr before = conceal_test::copy_state(*st);
-
         EvrcGaussRecord gen{0, 0, static_cast<Word16>(conceal_test::sat16(2 * int64_t{st->prev_lsp[9]}))};
         Word16 noise[EVRC_MAX_SUBFRAME];
         for (auto &v : noise) v = evrc_ran_gaussian(&gen);
-
-        Conceal c;
-        c.run(st.get(), EVRC_RATE_FULL);
-        ASSERT_EQ(history(*st), voiced_history_model(*before, g <= 4914, noise, mult_r_model(12000, 3277)));
+        Conceal conceal;
+        conceal.run(st.get(), EVRC_RATE_FULL);
+        const bool noisy = c[0] < 6554;
+        ASSERT_EQ(history(*st), voiced_history_model(*before, c[0] <= 4914, noisy ? noise : nullptr,
+                                                     noisy ? mult_r_model(c[1], 3277) : 0))
+            << "avg_acb_gain " << c[0];
         EXPECT_EQ(st->gauss.gauss_have_spare, 1);
         EXPECT_EQ(st->gauss.gauss_spare, 77);
         EXPECT_EQ(st->gauss.noise_seed, 999);
+        EXPECT_EQ(st->prefilter_ramp, 32767 - 3 * 1638);
     }
+    StatePtr st = voiced_state(8000, 100);
+    st->prefilter_ramp = 3000;
+    Conceal().run(st.get(), EVRC_RATE_HALF);
+    EXPECT_EQ(st->prefilter_ramp, 0);
 }
 
 // Rate 1 saves the history for a later rebuild; rate 1/2 does not. Both use
@@ -167,33 +157,6 @@ TEST(ErasureBookkeeping, ConsecutiveErasuresCompound) {
         ASSERT_EQ(st->avg_fcb_gain, fcb) << "erasure " << n;
         ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
     }
-}
-
-// Concealed as rate 1/8: the three gains are the rounded mean of the last
-// gain row, the decoder's own generator supplies the noise, and prev_rate
-// ends as rate 1/8 while the ramp stays where it was.
-TEST(ErasureEighthRate, MeanGainOfLastRow) {
-    static const Word16 row[3] = {100, 200, 300};
-    StatePtr st = fresh_state();
-    st->pow_quant_ptr.ptr = row;
-    st->prefilter_ramp = 20000;
-    EvrcGaussRecord model = st->gauss;
-    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) evrc_ran_gaussian(&model);
-
-    Conceal c;
-    c.run(st.get(), EVRC_RATE_EIGHTH);
-    for (Word16 g : st->conceal_gains) EXPECT_EQ(g, 200);
-    EXPECT_EQ(st->gauss.noise_seed, model.noise_seed);
-    EXPECT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
-    EXPECT_EQ(st->prev_erased, 1);
-    EXPECT_EQ(st->erasure_count, 1);
-    EXPECT_EQ(st->prefilter_ramp, 20000);
-    EXPECT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
-
-    // The next erasure falls back to the first row: mean of 121, 127, 99.
-    c.run(st.get(), EVRC_RATE_BLANK);
-    for (Word16 g : st->conceal_gains) EXPECT_EQ(g, 116);
-    EXPECT_EQ(st->erasure_count, 2);
 }
 
 // The eighth-rate concealment is an eighth-rate frame at the mean gain over
