@@ -6,16 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <sstream>
-#include <string>
-#include <tuple>
 
 #include "codec/basic/fixed_point.h"
-#include "evrc/basic_op.h"
 
 namespace basic_test {
 
@@ -31,9 +25,7 @@ inline long iterations(long divisor = 1) {
 
 // What one call did: its value, whether it set the flag, the counter delta.
 struct Outcome {
-    int64_t value;
-    bool flag;
-    uint32_t weight;
+    int64_t value; bool flag; uint32_t weight;
     bool operator==(const Outcome &o) const { return value == o.value && flag == o.flag && weight == o.weight; }
 };
 inline std::ostream &operator<<(std::ostream &os, const Outcome &o) {
@@ -44,6 +36,8 @@ inline Outcome plain(int64_t v, uint32_t w = 0) { return {v, false, w}; }
 inline Outcome clamp(int64_t v, int64_t hi, uint32_t w) {
     return v > hi ? Outcome{hi, true, w} : v < -hi - 1 ? Outcome{-hi - 1, true, w} : plain(v, w);
 }
+inline Outcome clamp16(int64_t v, uint32_t w) { return clamp(v, kMax16, w); }
+inline Outcome clamp32(int64_t v, uint32_t w) { return clamp(v, kMax32, w); }
 
 // Calls f with the flag preset to `initial` (the flag must only ever be
 // written with 1, and only on overflow) and reports what the call did.
@@ -74,23 +68,17 @@ public:
         const int64_t max = width == 64 ? INT64_MAX : (int64_t{1} << (width - 1)) - 1;
         const int64_t edges[] = {0, 1, -1, 2, -2, max, -max - 1, max - 1, -max};
         const int64_t p = (int64_t{1} << pick(width - 1)) + pick(3) - 1;
-        switch (pick(8)) {
-            case 0: return edges[pick(9)];
-            case 1: return pick(129) - 64;
-            case 2: return pick(2) ? p : -p;
-            case 3: return static_cast<int64_t>(bits() & 0xFFFF000000000000ull) >> (64 - width);
-            default: return static_cast<int64_t>(bits()) >> (64 - width);
-        }
+        const int k = pick(8);
+        if (k < 3) return k == 0 ? edges[pick(9)] : k == 1 ? pick(129) - 64 : pick(2) ? p : -p;
+        return static_cast<int64_t>(bits() & (k == 3 ? 0xFFFF000000000000ull : ~0ull)) >> (64 - width);
     }
     Word16 w16() { return static_cast<Word16>(value(16)); }
     Word32 w32() { return static_cast<Word32>(value(32)); }
     // 64-bit values, now and then close to the 32-bit limits.
     Word64 w64() {
-        switch (pick(6)) {
-            case 0: return int64_t{pick(2) ? INT32_MAX : INT32_MIN} + pick(9) - 4 + (pick(4) ? 0 : pick(100000));
-            case 1: return static_cast<int64_t>(bits()) >> pick(64);
-            default: return value(64);
-        }
+        const int k = pick(6);
+        if (k == 0) return int64_t{pick(2) ? INT32_MAX : INT32_MIN} + pick(9) - 4 + (pick(4) ? 0 : pick(100000));
+        return k == 1 ? static_cast<int64_t>(bits()) >> pick(64) : value(64);
     }
     // A shift count: mostly small, sometimes anything a Word16 holds.
     Word16 shift() {
@@ -106,8 +94,8 @@ private:
 // Runs `n` random cases: the operands come from gen(Gen&) as a tuple, and the
 // exported and the inline form must both match the model's result, flag and
 // counter delta. The flag preset alternates so that a stray clear shows up.
-template <class G, class M, class E, class I>
-void differential(const std::string &name, long n, G gen, M model, E exported, I inlined) {
+template <class G, class M, class E, class In>
+void differential(const std::string &name, long n, G gen, M model, E exported, In inlined) {
     Gen g(name);
     int failures = 0;
     for (long i = 0; i < n && failures < 5; ++i) {
@@ -126,8 +114,18 @@ void differential(const std::string &name, long n, G gen, M model, E exported, I
     }
 }
 
-// The exported and the inline form of an operator, as generic callables.
+// The exported and the inline form of an operator, as generic callables, and
+// the driver over both for `n` cases.
 #define EVRC_FORMS(op) [](auto... x) { return ::evrc_##op(x...); }, [](auto... x) { return fx::op(x...); }
+#define EVRC_DIFF(op, gen, ...) differential(#op, n, gen, __VA_ARGS__, EVRC_FORMS(op))
+
+// Operand tuples.
+using I = int64_t;
+inline const auto one16 = [](Gen &g) { return std::make_tuple(g.w16()); };
+inline const auto two16 = [](Gen &g) { return std::make_tuple(g.w16(), g.w16()); };
+inline const auto one32 = [](Gen &g) { return std::make_tuple(g.w32()); };
+inline const auto two32 = [](Gen &g) { return std::make_tuple(g.w32(), g.w32()); };
+inline const auto one64 = [](Gen &g) { return std::make_tuple(g.w64()); };
 
 // Integer for the 64-bit models: exact 128-bit where the compiler has it,
 // otherwise arithmetic modulo 2^64, which is all the models keep (low64).

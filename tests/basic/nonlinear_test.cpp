@@ -10,12 +10,6 @@ namespace {
 
 using namespace basic_test;
 
-int popcount(int64_t v) {
-    int n = 0;
-    for (; v != 0; v &= v - 1) ++n;
-    return n;
-}
-
 // Restoring division: floor(|num| / (2|den|)) bit by bit, saturating at
 // 32767 (flag) when the quotient reaches 1.0; den = 0 always saturates. The
 // weight is 17 plus one per quotient bit set.
@@ -23,7 +17,7 @@ Outcome m_signed_32_div_16(int64_t num, int64_t den) {
     const int64_t d = den * 65536;
     const int64_t qt = d == 0 ? INT64_MAX : (num < 0 ? -num : num) * 32768 / (d < 0 ? -d : d);
     const int64_t q = std::min<int64_t>(qt, 32767);
-    const uint32_t weight = static_cast<uint32_t>(17 + popcount(std::min<int64_t>(qt, 65535)));
+    const uint32_t weight = static_cast<uint32_t>(17 + __builtin_popcountll(static_cast<uint64_t>(std::min<int64_t>(qt, 65535))));
     return {(num < 0) != (d < 0) ? -q : q, qt > 32767, weight};
 }
 
@@ -34,7 +28,7 @@ Outcome m_square_root(int64_t L) {
     while (r > 0 && r * r > L) --r;
     while ((r + 1) * (r + 1) <= L) ++r;
     r = std::min<int64_t>(r, 32767);
-    return {r, L - 16384 * 16384 < kMin32, static_cast<uint32_t>(106 + 15 - popcount(r))};
+    return {r, L - 16384 * 16384 < kMin32, static_cast<uint32_t>(106 + 15 - __builtin_popcountll(static_cast<uint64_t>(r)))};
 }
 
 // round(1024 * (30 + log2(1 + i/32))) minus 1024 per redundant sign bit,
@@ -50,16 +44,14 @@ Outcome m_log2(int64_t L) {
 
 TEST(Nonlinear, ClosedFormAlgorithmsMatchExactModel) {
     const long n = iterations(8);
-    const auto one32 = [](Gen &g) { return std::make_tuple(g.w32()); };
     // Values around perfect squares as well as anything else.
     const auto root_arg = [](Gen &g) {
         const int64_t s = g.pick(32769);
         return std::make_tuple(g.pick(2) ? static_cast<Word32>(std::min<int64_t>(s * s + g.pick(3) - 1, kMax32)) : g.w32());
     };
-    differential("signed_32_div_16", n, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, m_signed_32_div_16,
-                 EVRC_FORMS(signed_32_div_16));
-    differential("square_root", n, root_arg, m_square_root, EVRC_FORMS(square_root));
-    differential("log2", n, one32, m_log2, EVRC_FORMS(log2));
+    EVRC_DIFF(signed_32_div_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, m_signed_32_div_16);
+    EVRC_DIFF(square_root, root_arg, m_square_root);
+    EVRC_DIFF(log2, one32, m_log2);
 }
 
 // divide_dp is within 2^-26 of the quotient (plus two units) wherever it fits
@@ -75,8 +67,7 @@ TEST(Nonlinear, DivisionAndReciprocalApproximateQuotient) {
         if (den != 0 && std::fabs(exact) < 0.999L * kMax32 && num != -1 && num != kMin32 && den != kMin32) {
             const Outcome got = observe([&] { return evrc_divide_dp(num, den, q); });
             ASSERT_LE(std::fabs(got.value - exact), std::fabs(exact) / 67108864.0L + 2) << num << " / " << den << " " << q;
-            ASSERT_EQ(got.weight, 124u) << num << " / " << den << " " << q;
-            ASSERT_EQ(got.value, fx::divide_dp(num, den, q));
+            ASSERT_TRUE(got.weight == 124u && got.value == fx::divide_dp(num, den, q)) << num << " / " << den;
             ++checked;
         }
         if (num == 0 || num == kMin32) continue;
@@ -103,13 +94,6 @@ TEST(Nonlinear, DivisionAndReciprocalCorners) {
     EXPECT_EQ(observe([&] { return evrc_invert_dp(0, 4, &e); }), plain(0));
     EXPECT_EQ(e, 77);
     EXPECT_EQ(observe([&] { return evrc_invert_dp(-12345, 0, &e); }), (Outcome{-0x55555555, false, 36}));
-    int64_t previous = INT64_MAX;  // each iteration shrinks the error
-    for (Word16 k = 1; k <= 4; ++k) {
-        const long double exact = std::ldexp(1.0L, 61) / std::ldexp(1234567.0L, evrc_norm_l(1234567));
-        const int64_t err = std::llround(std::fabs(evrc_invert_dp(1234567, k, &e) - exact));
-        EXPECT_LT(err, previous) << k;
-        previous = err;
-    }
     EXPECT_TRUE(observe([&] { return evrc_invert_dp(kMin32, 4, &e); }).flag);  // saturates on negation
 }
 
@@ -129,15 +113,14 @@ TEST(Nonlinear, SeriesRootAndPolynomialLogarithmsApproximate) {
         const Outcome v = observe([&] { return evrc_fnLog2(L); });
         ASSERT_NEAR(v.value, std::log2(L / 2147483648.0) * 67108864.0, 0.01 * 67108864.0) << L;
         ASSERT_EQ(v, (Outcome{fx::fnLog2(L), false, 48})) << L;
-        ASSERT_EQ(observe([&] { return evrc_log2_3term(L); }), (Outcome{v.value, false, 40})) << L;
-        ASSERT_EQ(fx::log2_3term(L), v.value);
-        const struct { Outcome got; int64_t inlined; int scale; uint32_t weight; } scaled[] = {
-            {observe([&] { return evrc_fnLog10(L); }), fx::fnLog10(L), 9864, 51},
-            {observe([&] { return evrc_log_3term(L); }), fx::log_3term(L), 22713, 41},
-            {observe([&] { return evrc_log10_3term(L); }), fx::log10_3term(L), 9864, 41},
+        const struct { Outcome got; int64_t inlined; int scale; uint32_t weight; double tol; } scaled[] = {
+            {observe([&] { return evrc_log2_3term(L); }), fx::log2_3term(L), 32768, 40, 0},  // exactly fnLog2
+            {observe([&] { return evrc_fnLog10(L); }), fx::fnLog10(L), 9864, 51, 2},
+            {observe([&] { return evrc_log_3term(L); }), fx::log_3term(L), 22713, 41, 2},
+            {observe([&] { return evrc_log10_3term(L); }), fx::log10_3term(L), 9864, 41, 2},
         };
         for (const auto &s : scaled) {
-            ASSERT_NEAR(s.got.value, v.value * static_cast<double>(s.scale) / 32768.0, 2.0) << L;
+            ASSERT_NEAR(s.got.value, v.value * static_cast<double>(s.scale) / 32768.0, s.tol) << L;
             ASSERT_EQ(s.got, (Outcome{s.inlined, false, s.weight})) << L;
         }
     }

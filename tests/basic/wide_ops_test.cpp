@@ -7,9 +7,7 @@
 namespace {
 
 using namespace basic_test;
-using I = int64_t;
 
-Outcome clamp32(int64_t v, uint32_t w) { return clamp(v, kMax32, w); }
 // The low `bits` bits of x read as a signed number.
 int64_t low_signed(int64_t x, int bits) {
     const int64_t m = x - floor_div_pow2(x, bits) * (int64_t{1} << bits);
@@ -22,95 +20,71 @@ int64_t shift_model(int64_t x, int n) {
     return n >= 64 ? 0 : n >= 0 ? low64(Wide(x) * (Wide(1) << n)) : floor_div_pow2(x, -n);
 }
 Outcome m_norm32_l64(int64_t x) {
-    if (x == 0) return plain(31);
     int64_t count = 0;
-    for (; x >= -kMax32 && x <= kMax32 - 1; x *= 2) ++count;
+    for (; x != 0 && x >= -kMax32 && x <= kMax32 - 1; x *= 2) ++count;
     for (; x < kMin32 || x > kMax32; x = floor_div_pow2(x, 1)) --count;
-    return plain(count);
+    return plain(x == 0 ? 31 : count);
 }
 
-auto two32 = [](Gen &g) { return std::make_tuple(g.w32(), g.w32()); };
-auto acc_two32 = [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32()); };
-auto two64 = [](Gen &g) { return std::make_tuple(g.w64(), g.w64()); };
-auto one64 = [](Gen &g) { return std::make_tuple(g.w64()); };
-auto w64_shift = [](Gen &g) { return std::make_tuple(g.w64(), g.shift()); };
+const auto acc32 = [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32()); };
+const auto two64 = [](Gen &g) { return std::make_tuple(g.w64(), g.w64()); };
+const auto shift64 = [](Gen &g) { return std::make_tuple(g.w64(), g.shift()); };
+const auto low = [](I a, I b) { return plain(low_signed(a * b, 32)); };
+const auto mac = [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); };
 
 TEST(WideOps, PlainOperatorsMatchExactModel) {
     const long n = iterations();
-    const auto exact = [](I a, I b) { return plain(a * b); };
-    const auto low = [](I a, I b) { return plain(low_signed(a * b, 32)); };
-    const auto mac = [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); };
-    const auto mx = [](I a, I b) { return plain(std::max(a, b)); };
-    const auto mn = [](I a, I b) { return plain(std::min(a, b)); };
-    differential("extract64_l", n, one64, [](I x) { return plain(low_signed(x, 32)); }, EVRC_FORMS(extract64_l));
-    differential("int_mult_16_16", n, two32, [](I a, I b) { return plain(low_signed(a, 16) * low_signed(b, 16)); },
-                 EVRC_FORMS(int_mult_16_16));
-    differential("int_mult_16h_16", n, two32, [](I a, I b) { return plain(high16(a) * low_signed(b, 16)); },
-                 EVRC_FORMS(int_mult_16h_16));
-    differential("L_mult64_su", n, two32, exact, EVRC_FORMS(L_mult64_su));
-    differential("int_mult_32_16", n, two32, exact, EVRC_FORMS(int_mult_32_16));
-    differential("int_mult_32_32", n, two32, exact, EVRC_FORMS(int_mult_32_32));
-    differential("L_mult64_uu", n, two32,
-                 [](I a, I b) { return plain(low64(Wide(a & 0xFFFFFFFF) * Wide(b & 0xFFFFFFFF))); },
-                 EVRC_FORMS(L_mult64_uu));
-    differential("L_mult_su", n, two32, low, EVRC_FORMS(L_mult_su));
-    differential("L_mult_uu", n, two32, low, EVRC_FORMS(L_mult_uu));
-    differential("int_mac_16_16", n, acc_two32, mac, EVRC_FORMS(int_mac_16_16));
-    differential("int_mac_32_16", n, acc_two32, mac, EVRC_FORMS(int_mac_32_16));
-    differential("int_msu_16_16", n, acc_two32, [](I acc, I a, I b) { return plain(low64(Wide(acc) - Wide(a * b))); },
-                 EVRC_FORMS(int_msu_16_16));
-    differential("int_mac_16_16_s1", n, acc_two32,
+    EVRC_DIFF(extract64_l, one64, [](I x) { return plain(low_signed(x, 32)); });
+    EVRC_DIFF(int_mult_16_16, two32, [](I a, I b) { return plain(low_signed(a, 16) * low_signed(b, 16)); });
+    EVRC_DIFF(int_mult_16h_16, two32, [](I a, I b) { return plain(high16(a) * low_signed(b, 16)); });
+    EVRC_DIFF(L_mult64_su, two32, [](I a, I b) { return plain(a * b); });
+    EVRC_DIFF(int_mult_32_16, two32, [](I a, I b) { return plain(a * b); });
+    EVRC_DIFF(int_mult_32_32, two32, [](I a, I b) { return plain(a * b); });
+    EVRC_DIFF(L_mult64_uu, two32, [](I a, I b) { return plain(low64(Wide(a & 0xFFFFFFFF) * Wide(b & 0xFFFFFFFF))); });
+    EVRC_DIFF(L_mult_su, two32, low);
+    EVRC_DIFF(L_mult_uu, two32, low);
+    EVRC_DIFF(int_mac_16_16, acc32, mac);
+    EVRC_DIFF(int_mac_32_16, acc32, mac);
+    EVRC_DIFF(int_msu_16_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) - Wide(a * b))); });
+    differential("int_mac_16_16_s1", n, acc32,
                  [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(2) * Wide(a * b))); },
                  [](auto... x) { return ::int_mac_16_16_s1(x...); }, [](auto... x) { return fx::int_mac_16_16_s1(x...); });
-    differential("int_mac_16_16_shift", n, [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32(), g.shift()); },
-                 [](I acc, I a, I b, I s) { return plain(low64(Wide(acc) + Wide(shift_model(a * b, int(s))))); },
-                 EVRC_FORMS(int_mac_16_16_shift));
-    differential("L_mac64_su", n, acc_two32,
-                 [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(low_signed(a * b, 32)))); },
-                 EVRC_FORMS(L_mac64_su));
-    differential("L_add64", n, two64, [](I x, I y) { return plain(low64(Wide(x) + Wide(y))); }, EVRC_FORMS(L_add64));
-    differential("L_sub64", n, two64, [](I x, I y) { return plain(low64(Wide(x) - Wide(y))); }, EVRC_FORMS(L_sub64));
-    differential("L_negate64", n, one64, [](I x) { return plain(low64(Wide(0) - Wide(x))); }, EVRC_FORMS(L_negate64));
-    differential("L_shl64", n, w64_shift, [](I x, I s) { return plain(shift_model(x, int(s))); }, EVRC_FORMS(L_shl64));
-    differential("L_shr64", n, w64_shift, [](I x, I s) { return plain(shift_model(x, -int(s))); }, EVRC_FORMS(L_shr64));
-    differential("MAX16", n, two32, mx, EVRC_FORMS(MAX16));
-    differential("MAX32", n, two32, mx, EVRC_FORMS(MAX32));
-    differential("MIN16", n, two32, mn, EVRC_FORMS(MIN16));
-    differential("MIN32", n, two32, mn, EVRC_FORMS(MIN32));
-    differential("norm32_l64", n, one64, m_norm32_l64, EVRC_FORMS(norm32_l64));
+    EVRC_DIFF(int_mac_16_16_shift, [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32(), g.shift()); },
+              [](I acc, I a, I b, I s) { return plain(low64(Wide(acc) + Wide(shift_model(a * b, int(s))))); });
+    EVRC_DIFF(L_mac64_su, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(low_signed(a * b, 32)))); });
+    EVRC_DIFF(L_add64, two64, [](I x, I y) { return plain(low64(Wide(x) + Wide(y))); });
+    EVRC_DIFF(L_sub64, two64, [](I x, I y) { return plain(low64(Wide(x) - Wide(y))); });
+    EVRC_DIFF(L_negate64, one64, [](I x) { return plain(low64(Wide(0) - Wide(x))); });
+    EVRC_DIFF(L_shl64, shift64, [](I x, I s) { return plain(shift_model(x, int(s))); });
+    EVRC_DIFF(L_shr64, shift64, [](I x, I s) { return plain(shift_model(x, -int(s))); });
+    EVRC_DIFF(MAX16, two32, [](I a, I b) { return plain(std::max(a, b)); });
+    EVRC_DIFF(MAX32, two32, [](I a, I b) { return plain(std::max(a, b)); });
+    EVRC_DIFF(MIN16, two32, [](I a, I b) { return plain(std::min(a, b)); });
+    EVRC_DIFF(MIN32, two32, [](I a, I b) { return plain(std::min(a, b)); });
+    EVRC_DIFF(norm32_l64, one64, m_norm32_l64);
 }
 
 TEST(WideOps, SaturatingOperatorsMatchExactModel) {
     const long n = iterations();
-    differential("L_sat32_64", n, one64, [](I x) { return plain(std::min(std::max(x, kMin32), kMax32)); },
-                 EVRC_FORMS(L_sat32_64));
-    differential("L_sat32_64_round16", n, one64,
-                 [](I x) {
-                     if (x > kMax32 || x < kMin32) return plain(x > 0 ? kMax16 : kMin16);
-                     return x + 0x8000 > kMax32 ? Outcome{kMax16, true, 1} : plain(floor_div_pow2(x + 0x8000, 16), 1);
-                 },
-                 EVRC_FORMS(L_sat32_64_round16));
-    differential("L_mac64", n, acc_two32,
-                 [](I acc, I a, I b) { return clamp32(low64(Wide(acc) + Wide(2) * Wide(a * b)), 4); },
-                 EVRC_FORMS(L_mac64));
-    differential("L_mult_32_16", n, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); },
-                 [](I L, I b) {
-                     const Outcome hi = clamp32(2 * high16(L) * b, 0);
-                     const Outcome sum = clamp32(hi.value + floor_div_pow2(low16u(L) * b, 15), 5);
-                     return Outcome{sum.value, hi.flag || sum.flag, 5};
-                 },
-                 EVRC_FORMS(L_mult_32_16));
+    EVRC_DIFF(L_sat32_64, one64, [](I x) { return plain(std::min(std::max(x, kMin32), kMax32)); });
+    EVRC_DIFF(L_sat32_64_round16, one64, [](I x) {
+        if (x > kMax32 || x < kMin32) return plain(x > 0 ? kMax16 : kMin16);
+        return x + 0x8000 > kMax32 ? Outcome{kMax16, true, 1} : plain(floor_div_pow2(x + 0x8000, 16), 1);
+    });
+    EVRC_DIFF(L_mac64, acc32, [](I acc, I a, I b) { return clamp32(low64(Wide(acc) + Wide(2) * Wide(a * b)), 4); });
+    EVRC_DIFF(L_mult_32_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, [](I L, I b) {
+        const Outcome hi = clamp32(2 * high16(L) * b, 0);
+        const Outcome sum = clamp32(hi.value + floor_div_pow2(low16u(L) * b, 15), 5);
+        return Outcome{sum.value, hi.flag || sum.flag, 5};
+    });
     // Drops the low x low term and truncates: 0 to 2 units below a*b / 2^31.
-    differential("L_mult64_32_32", n, two32,
-                 [](I a, I b) {
-                     const Outcome hi = clamp32(2 * high16(a) * high16(b), 5);
-                     const int64_t cross = low16u(a) * high16(b) + low16u(b) * high16(a);
-                     const Outcome got{hi.value + floor_div_pow2(cross, 15), hi.flag, 5};
-                     const int64_t gap = floor_div_pow2(a * b, 31) - got.value;
-                     EXPECT_TRUE(hi.flag || (gap >= 0 && gap <= 2)) << a << " " << b;
-                     return got;
-                 },
-                 EVRC_FORMS(L_mult64_32_32));
+    EVRC_DIFF(L_mult64_32_32, two32, [](I a, I b) {
+        const Outcome hi = clamp32(2 * high16(a) * high16(b), 5);
+        const Outcome got{hi.value + floor_div_pow2(low16u(a) * high16(b) + low16u(b) * high16(a), 15), hi.flag, 5};
+        const int64_t gap = floor_div_pow2(a * b, 31) - got.value;
+        EXPECT_TRUE(hi.flag || (gap >= 0 && gap <= 2)) << a << " " << b;
+        return got;
+    });
 }
 
 // Wrapping and count corners, pinned independently of the model.
