@@ -1,0 +1,371 @@
+// Erasure concealment and eighth-rate decoding: the concealment called on
+// prepared states against wide-integer models of its steps, eighth-rate
+// frames against a synthesis-only model, and erasure runs inside whole
+// decoded streams.
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "evrc/evrc_dec.h"
+#include "evrc/evrc_tables.h"
+#include "tests/support/random_packets.h"
+
+namespace {
+
+using StatePtr = std::unique_ptr<EvrcDecoderState>;
+
+// A zero-filled, initialised record, as a caller creates one.
+StatePtr fresh_state() {
+    StatePtr st(new EvrcDecoderState);
+    std::memset(st.get(), 0, sizeof(EvrcDecoderState));
+    evrc_init_dec(st.get());
+    return st;
+}
+
+StatePtr copy_state(const EvrcDecoderState &src) {
+    StatePtr st(new EvrcDecoderState);
+    std::memcpy(st.get(), &src, sizeof src);
+    return st;
+}
+
+int iterations(int fallback) {
+    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
+    const int n = env ? std::atoi(env) : 0;
+    return n > 0 && n < fallback ? n : fallback;
+}
+
+int64_t sat32(int64_t v) { return std::min<int64_t>(std::max<int64_t>(v, INT32_MIN), INT32_MAX); }
+int sat16(int64_t v) { return static_cast<int>(std::min<int64_t>(std::max<int64_t>(v, -32768), 32767)); }
+// Rounded and truncated Q15 products of non-negative operands.
+int mult_r_model(int a, int b) { return static_cast<int>(sat32(2 * int64_t{a} * b + 0x8000) >> 16); }
+int mult_model(int a, int b) { return static_cast<int>((int64_t{a} * b) >> 15); }
+
+// End-of-frame output shaping: positive samples lose 1, then all double.
+void gain_adjust_model(Word16 *out) {
+    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) out[i] = static_cast<Word16>(sat16(2 * (out[i] - (out[i] > 0))));
+}
+
+// Fills the excitation history with a deterministic band-limited signal.
+void fill_history(EvrcDecoderState *st, uint32_t seed, int amplitude) {
+    std::mt19937 rng(seed);
+    std::uniform_int_distribution<int> d(-amplitude, amplitude);
+    int prev = 0;
+    for (auto &v : st->exc_history) {
+        prev = (prev + d(rng)) / 2;
+        v = static_cast<Word16>(prev);
+    }
+}
+
+// ---- eighth-rate frames ----
+
+EvrcFrameParams random_eighth_params(std::mt19937 &rng) {
+    EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+    EvrcFrameParams fp{};
+    evrc_unpack(&fp, &p);
+    return fp;
+}
+
+// The 160 noise samples the frame draws from the state's generator.
+std::vector<Word16> frame_noise(EvrcGaussRecord gen) {
+    std::vector<Word16> n(EVRC_FRAME_SIZE);
+    for (auto &v : n) v = evrc_ran_gaussian(&gen);
+    return n;
+}
+
+// Excitation of the frame: round(2·g·noise / 2^6 / 2^16) per subframe gain.
+std::vector<Word16> excitation_model(const std::vector<Word16> &noise, const Word16 *gains) {
+    std::vector<Word16> e(EVRC_FRAME_SIZE);
+    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) {
+        const int64_t p = (2 * int64_t{gains[i < 53 ? 0 : (i < 106 ? 1 : 2)]} * noise[i]) >> 6;
+        e[i] = static_cast<Word16>((p + 0x8000) >> 16);
+    }
+    return e;
+}
+
+// Synthesis-only model of a frame: LSPs interpolated from the previous frame,
+// all-pole synthesis with the state's memory, then the output shaping.
+std::vector<Word16> synthesis_only_model(const EvrcDecoderState &st, const EvrcFrameParams &fp,
+                                         const Word16 *gains) {
+    const std::vector<Word16> exc = excitation_model(frame_noise(st.gauss), gains);
+    Word32 mem[10];
+    std::memcpy(mem, st.syn_mem[0], sizeof mem);
+    std::vector<Word16> out(EVRC_FRAME_SIZE);
+    for (int j = 0; j < 3; ++j) {
+        const int L = evrc_acsSubFrameSize[j];
+        Word16 lsp[10], lpc[10];
+        cmn1x_interpolate_lsp(st.prev_lsp, fp.lsp, lsp, evrc_acsLSPInterpTbl[j]);
+        cmn1x_lsp2lpc(lsp, lpc, 3);
+        evrc_voc_synthesis_filter(lpc, &exc[53 * j], &out[53 * j], mem, static_cast<Word16>(L));
+    }
+    gain_adjust_model(out.data());
+    return out;
+}
+
+// The energy index selects a row of the power codebook, which scales the
+// noise of the three subframes and is remembered for concealment; the
+// history ends with the newest 128 excitation samples. With the
+// post-processing off the output is the synthesis filter's, and only
+// postfilter_off = 0 switches it on (2 counts as off here).
+TEST(EighthRate, NoiseScaledByTheGainRowThroughSynthesisOnly) {
+    std::mt19937 rng(11);
+    StatePtr st = fresh_state();
+    Word16 out[EVRC_FRAME_SIZE];
+    EvrcFrameParams warm = random_eighth_params(rng);
+    evrc_decode_8th(st.get(), &warm, out, 0, 0, 0);  // prev_lsp and filter memory from a real frame
+    fill_history(st.get(), 7, 3000);
+    for (int frame = 0; frame < 6; ++frame) {
+        EvrcFrameParams fp = random_eighth_params(rng);
+        if (frame < 2) fp.energy_index = static_cast<Word16>(255 * frame);
+        const std::vector<Word16> exc = excitation_model(frame_noise(st->gauss), evrc_acsPowQuant[fp.energy_index]);
+        EvrcGaussRecord after = st->gauss;
+        for (int i = 0; i < EVRC_FRAME_SIZE; ++i) evrc_ran_gaussian(&after);
+        const std::vector<Word16> expect = synthesis_only_model(*st, fp, evrc_acsPowQuant[fp.energy_index]);
+
+        StatePtr off2 = copy_state(*st), on = copy_state(*st);
+        EvrcFrameParams fp2 = fp, fp_on = fp;
+        Word16 out2[EVRC_FRAME_SIZE], out_on[EVRC_FRAME_SIZE];
+        evrc_decode_8th(st.get(), &fp, out, 0, 0, 1);
+        evrc_decode_8th(off2.get(), &fp2, out2, 0, 0, 2);
+        evrc_decode_8th(on.get(), &fp_on, out_on, 0, 0, 0);
+
+        ASSERT_EQ(std::vector<Word16>(out, out + EVRC_FRAME_SIZE), expect) << "frame " << frame;
+        ASSERT_EQ(0, std::memcmp(out, out2, sizeof out));
+        ASSERT_EQ(0, std::memcmp(st.get(), off2.get(), sizeof(EvrcDecoderState)));
+        if (frame >= 2) {
+            EXPECT_NE(0, std::memcmp(out, out_on, sizeof out)) << "post-processing had no effect";
+        }
+        for (int i = 0; i < EVRC_HISTORY_LEN; ++i) ASSERT_EQ(st->exc_history[i], exc[32 + i]) << i;
+        EXPECT_EQ(st->pow_quant_ptr.ptr, evrc_acsPowQuant[fp.energy_index]);
+        EXPECT_EQ(st->gauss.noise_seed, after.noise_seed);
+        EXPECT_EQ(st->gauss.gauss_have_spare, after.gauss_have_spare);
+        EXPECT_EQ(0, std::memcmp(st->prev_lsp, fp.lsp, sizeof fp.lsp));
+        EXPECT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
+        EXPECT_EQ(st->prev_erased, 0);
+    }
+}
+
+// ---- concealment on prepared states ----
+
+// A state in the middle of a voiced stretch.
+StatePtr voiced_state(Word16 avg_acb_gain, Word16 avg_fcb_gain) {
+    StatePtr st = fresh_state();
+    fill_history(st.get(), 3, 6000);
+    st->prev_delay = 47;
+    st->pitch_lag = 47;
+    st->acb_gain = 9011;
+    st->prev_rate = EVRC_RATE_FULL;
+    st->prev_erased = 0;
+    st->avg_acb_gain = avg_acb_gain;
+    st->avg_fcb_gain = avg_fcb_gain;
+    return st;
+}
+
+struct Conceal {
+    std::vector<Word16> out = std::vector<Word16>(EVRC_FRAME_SIZE);
+    EvrcFrameParams fp{};
+    void run(EvrcDecoderState *st, Word16 rate, int postfilter_off = 1) {
+        fp = EvrcFrameParams{};
+        evrc_decode_erasure(st, &fp, out.data(), rate, 1, postfilter_off);
+    }
+};
+
+// The excitation a voiced concealment writes into the history: the adaptive
+// codebook at the chosen delays, attenuated by avg_acb_gain and the ramp,
+// plus optional noise, for the three subframes.
+std::vector<Word16> voiced_history_model(const EvrcDecoderState &st0, bool random_delays, const Word16 *noise,
+                                         int gn) {
+    std::vector<Word16> buf(st0.exc_history, st0.exc_history + EVRC_HISTORY_LEN + EVRC_MAX_SUBFRAME + 10);
+    static const Word16 jitter[5] = {55, 80, 39, 71, 33};
+    int ramp = st0.prefilter_ramp;
+    for (int j = 0; j < 3; ++j) {
+        const int L = evrc_acsSubFrameSize[j];
+        Word32 points[3];
+        for (int i = 0; i < 3; ++i)
+            points[i] = static_cast<Word32>((random_delays ? jitter[j + i] : st0.prev_delay) * 65536);
+        Word16 *cur = &buf[EVRC_HISTORY_LEN];
+        evrc_rx_acb_excitation(points, cur, static_cast<Word16>(L));
+        for (int i = 0; i < L; ++i) {
+            const int64_t scaled = 4 * int64_t{cur[i]} * st0.avg_acb_gain + 32768;
+            const int high = static_cast<int32_t>(static_cast<uint32_t>(scaled)) >> 16;
+            int e = mult_r_model(ramp, high);
+            if (noise) {
+                const int64_t with_noise = sat32(2 * int64_t{noise[i]} * gn +
+                                                               sat32(int64_t{e} * 65536 + 32768));
+                e = static_cast<int>(with_noise >> 16);
+            }
+            cur[i] = static_cast<Word16>(e);
+        }
+        ramp = ramp - 1638 < 0 ? 0 : ramp - 1638;
+        std::memmove(buf.data(), buf.data() + L, sizeof(Word16) * EVRC_HISTORY_LEN);
+    }
+    buf.resize(EVRC_HISTORY_LEN);
+    return buf;
+}
+
+std::vector<Word16> history(const EvrcDecoderState &st) {
+    return std::vector<Word16>(st.exc_history, st.exc_history + EVRC_HISTORY_LEN);
+}
+
+// Above 4914 the last delay is held; at 4914 and below the delays follow the
+// jitter pattern. Below 6554 noise from a generator seeded by twice the tenth
+// LSP is added at a tenth of avg_fcb_gain (silent for a zero average); the
+// decoder's own generator is not touched. The ramp falls by 1638 per
+// concealed subframe and stops at 0.
+TEST(ErasureVoiced, DelayChoiceAttenuationAndNoise) {
+    const Word16 cases[][2] = {{16000, 5000}, {6554, 5000}, {6553, 12000}, {4915, 0}, {4914, 0}, {3000, 12000}, {1000, 0}};
+    for (const auto &c : cases) {
+        StatePtr st = voiced_state(c[0], c[1]);
+        st->gauss = EvrcGaussRecord{1, 77, 999};
+        StatePtr before = copy_state(*st);
+        EvrcGaussRecord gen{0, 0, static_cast<Word16>(sat16(2 * int64_t{st->prev_lsp[9]}))};
+        Word16 noise[EVRC_MAX_SUBFRAME];
+        for (auto &v : noise) v = evrc_ran_gaussian(&gen);
+        Conceal conceal;
+        conceal.run(st.get(), EVRC_RATE_FULL);
+        const bool noisy = c[0] < 6554;
+        ASSERT_EQ(history(*st), voiced_history_model(*before, c[0] <= 4914, noisy ? noise : nullptr,
+                                                     noisy ? mult_r_model(c[1], 3277) : 0))
+            << "avg_acb_gain " << c[0];
+        EXPECT_EQ(st->gauss.gauss_have_spare, 1);
+        EXPECT_EQ(st->gauss.gauss_spare, 77);
+        EXPECT_EQ(st->gauss.noise_seed, 999);
+        EXPECT_EQ(st->prefilter_ramp, 32767 - 3 * 1638);
+    }
+    StatePtr st = voiced_state(8000, 100);
+    st->prefilter_ramp = 3000;
+    Conceal().run(st.get(), EVRC_RATE_HALF);
+    EXPECT_EQ(st->prefilter_ramp, 0);
+}
+
+// Rate 1 saves the history for a later rebuild; rate 1/2 does not. Both use
+// the last LSPs and delay, and leave prev_lsp and prev_delay alone.
+TEST(ErasureVoiced, SavedHistoryAndFrameParameters) {
+    for (Word16 rate : {Word16{EVRC_RATE_FULL}, Word16{EVRC_RATE_HALF}}) {
+        StatePtr st = voiced_state(8000, 100);
+        std::memset(st->exc_saved, 0x11, sizeof st->exc_saved);
+        StatePtr before = copy_state(*st);
+        Conceal c;
+        c.run(st.get(), rate);
+        if (rate == EVRC_RATE_FULL)
+            EXPECT_EQ(0, std::memcmp(st->exc_saved, before->exc_history, sizeof st->exc_saved));
+        else
+            EXPECT_EQ(0, std::memcmp(st->exc_saved, before->exc_saved, sizeof st->exc_saved));
+        EXPECT_EQ(0, std::memcmp(c.fp.lsp, before->prev_lsp, sizeof c.fp.lsp));
+        EXPECT_EQ(0, std::memcmp(st->prev_lsp, before->prev_lsp, sizeof c.fp.lsp));
+        EXPECT_EQ(c.fp.delay, before->prev_delay);
+        EXPECT_EQ(st->prev_delay, before->prev_delay);
+        EXPECT_EQ(st->prev_rate, rate);
+        EXPECT_EQ(st->prev_erased, 1);
+    }
+}
+
+// Consecutive erasures: the count rises, avg_acb_gain shrinks by 0.75 from
+// the second erasure on, avg_fcb_gain decays by 24500/32768 for the first
+// two and by a quarter of that from the third on, and the gain row pointer
+// returns to the start of the power codebook after each.
+TEST(ErasureBookkeeping, ConsecutiveErasuresCompound) {
+    StatePtr st = voiced_state(10000, 10000);
+    st->pow_quant_ptr.ptr = evrc_acsPowQuant[40];
+    int acb = 10000, fcb = 10000;
+    Conceal c;
+    for (int n = 1; n <= 6; ++n) {
+        c.run(st.get(), EVRC_RATE_FULL);
+        if (n > 1) acb = mult_r_model(acb, 24576);
+        fcb = mult_model(fcb, n < 3 ? 24500 : 6125);
+        ASSERT_EQ(st->erasure_count, n);
+        ASSERT_EQ(st->avg_acb_gain, acb) << "erasure " << n;
+        ASSERT_EQ(st->avg_fcb_gain, fcb) << "erasure " << n;
+        ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
+    }
+}
+
+// The eighth-rate concealment is an eighth-rate frame at the mean gain over
+// the last LSPs (no interpolation movement).
+TEST(ErasureEighthRate, MatchesEighthRateDecodingWithConcealGains) {
+    StatePtr st = fresh_state();
+    st->pow_quant_ptr.ptr = evrc_acsPowQuant[200];
+    st->prev_erased = 1;
+    StatePtr ref = copy_state(*st);
+
+    Conceal c;
+    c.run(st.get(), EVRC_RATE_EIGHTH, 0);
+
+    const Word16 *r = evrc_acsPowQuant[200];
+    const int mean = static_cast<int>((32768 + 2 * 10923 * (int64_t{r[0]} + r[1] + r[2])) >> 16);
+    for (auto &g : ref->conceal_gains) g = static_cast<Word16>(mean);
+    ref->erasure_count = 1;
+    ref->avg_acb_gain = static_cast<Word16>(mult_r_model(ref->avg_acb_gain, 24576));
+    EvrcFrameParams fp{};
+    std::memcpy(fp.lsp, ref->prev_lsp, sizeof fp.lsp);
+    cmn1x_lsp2lpc(fp.lsp, ref->lpc, 3);
+    std::vector<Word16> out(EVRC_FRAME_SIZE);
+    evrc_decode_8th(ref.get(), &fp, out.data(), 1, 1, 0);
+
+    EXPECT_EQ(c.out, out);
+    EXPECT_EQ(0, std::memcmp(st.get(), ref.get(), sizeof(EvrcDecoderState)));
+}
+
+// ---- concealment inside decoded streams ----
+
+// A long run of erasures after voiced speech fades to (near) silence and
+// leaves the decoder able to decode the next good frame, which clears the
+// erasure bookkeeping.
+TEST(ConcealedStream, LongErasureRunFadesOutAndRecovers) {
+    for (int postfilter_off : {0, 1}) {
+        std::mt19937 rng(21);
+        StatePtr st = fresh_state();
+        Word16 out[EVRC_FRAME_SIZE];
+        for (int i = 0; i < 10; ++i) {
+            EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+            evrc_decode(st.get(), &p, out, postfilter_off);
+        }
+        for (int i = 0; i < iterations(120); ++i) {
+            EvrcPacket p{static_cast<Word16>(i % 2 ? 0x0013 : EVRC_RATE_BLANK), {}};
+            evrc_decode(st.get(), &p, out, postfilter_off);
+            ASSERT_EQ(st->erasure_count, std::min(i + 1, 32767));
+            ASSERT_EQ(st->prev_erased, 1);
+            ASSERT_EQ(st->prev_rate, EVRC_RATE_FULL);  // concealed as rate 1 after rate 1
+        }
+        for (Word16 v : out) ASSERT_LE(std::abs(v), 4) << "postfilter_off " << postfilter_off;
+        EXPECT_EQ(st->prefilter_ramp, 0);
+        EvrcPacket good = evrc_test::random_full_rate_packet(rng);
+        evrc_decode(st.get(), &good, out, postfilter_off);
+        EXPECT_EQ(st->erasure_count, 0);
+        EXPECT_EQ(st->prev_erased, 0);
+        EXPECT_EQ(st->prev_rate, EVRC_RATE_FULL);
+    }
+}
+
+// After eighth-rate frames, losses are concealed as eighth-rate noise at the
+// level of the last gain row and then at the first row's level (mean 116).
+TEST(ConcealedStream, ErasuresAfterEighthRateStayComfortNoise) {
+    std::mt19937 rng(8);
+    StatePtr st = fresh_state();
+    Word16 out[EVRC_FRAME_SIZE];
+    for (int i = 0; i < 5; ++i) {
+        EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+        evrc_decode(st.get(), &p, out, 0);
+    }
+    const Word16 *row = st->pow_quant_ptr.ptr;
+    const int mean = static_cast<int>((32768 + 2 * 10923 * (int64_t{row[0]} + row[1] + row[2])) >> 16);
+    for (int i = 0; i < 21; ++i) {
+        EvrcPacket p{static_cast<Word16>(i == 0 ? EVRC_RATE_QUARTER : 0x00F0 + i), {}};
+        evrc_decode(st.get(), &p, out, 0);
+        ASSERT_EQ(st->conceal_gains[0], i == 0 ? mean : 116);
+        ASSERT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
+        ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
+    }
+    EXPECT_EQ(st->erasure_count, 21);
+    EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+    evrc_decode(st.get(), &p, out, 0);
+    EXPECT_EQ(st->erasure_count, 0);
+    EXPECT_EQ(st->prev_erased, 0);
+}
+
+}  // namespace
