@@ -30,26 +30,11 @@ void *__real_realloc(void *, std::size_t);
 void *__real_aligned_alloc(std::size_t, std::size_t);
 int __real_posix_memalign(void **, std::size_t, std::size_t);
 
-void *__wrap_malloc(std::size_t n) {
-    note_allocation();
-    return __real_malloc(n);
-}
-void *__wrap_calloc(std::size_t n, std::size_t size) {
-    note_allocation();
-    return __real_calloc(n, size);
-}
-void *__wrap_realloc(void *p, std::size_t n) {
-    note_allocation();
-    return __real_realloc(p, n);
-}
-void *__wrap_aligned_alloc(std::size_t a, std::size_t n) {
-    note_allocation();
-    return __real_aligned_alloc(a, n);
-}
-int __wrap_posix_memalign(void **p, std::size_t a, std::size_t n) {
-    note_allocation();
-    return __real_posix_memalign(p, a, n);
-}
+void *__wrap_malloc(std::size_t n) { return note_allocation(), __real_malloc(n); }
+void *__wrap_calloc(std::size_t n, std::size_t size) { return note_allocation(), __real_calloc(n, size); }
+void *__wrap_realloc(void *p, std::size_t n) { return note_allocation(), __real_realloc(p, n); }
+void *__wrap_aligned_alloc(std::size_t a, std::size_t n) { return note_allocation(), __real_aligned_alloc(a, n); }
+int __wrap_posix_memalign(void **p, std::size_t a, std::size_t n) { return note_allocation(), __real_posix_memalign(p, a, n); }
 }
 
 // The replacements below are built on malloc and free; GCC cannot tell that
@@ -86,19 +71,17 @@ TEST(DecoderAllocation, DecodingAllocatesNothing) {
     const int frames = 400;
     std::vector<EvrcPacket> packets;
     for (int i = 0; i < frames; ++i) {
-        switch (i % 8) {
-        case 0: case 1: packets.push_back(evrc_test::random_full_rate_packet(rng)); break;
-        case 2: packets.push_back(evrc_test::random_half_rate_packet(rng)); break;
-        case 3: case 4: packets.push_back(evrc_test::random_eighth_rate_packet(rng)); break;
-        case 5: packets.push_back(EvrcPacket{static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013), {}}); break;
-        case 6: {
-            EvrcPacket p{EVRC_RATE_FULL, {}};
+        const int kind = i % 8;
+        EvrcPacket p{EVRC_RATE_QUARTER, {}};
+        if (kind < 2) p = evrc_test::random_full_rate_packet(rng);
+        else if (kind == 2) p = evrc_test::random_half_rate_packet(rng);
+        else if (kind < 5) p = evrc_test::random_eighth_rate_packet(rng);
+        else if (kind == 5) p.rate = static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013);
+        else if (kind == 6) {
+            p.rate = EVRC_RATE_FULL;
             for (auto &w : p.data) w = static_cast<Word16>(evrc_test::uniform_int(rng, -32768, 32767));
-            packets.push_back(p);
-            break;
         }
-        default: packets.push_back(EvrcPacket{EVRC_RATE_QUARTER, {}}); break;
-        }
+        packets.push_back(p);
     }
     std::vector<unsigned char> record(sizeof(EvrcDecoderState), 0);
     auto *st = reinterpret_cast<EvrcDecoderState *>(record.data());
