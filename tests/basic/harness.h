@@ -47,20 +47,15 @@ Outcome observe(F f, Word32 initial = 0) {
     const UWord32 before = evrc_op_counter;
     const auto v = static_cast<int64_t>(f());
     const auto weight = static_cast<uint32_t>(evrc_op_counter - before);
-    if (evrc_giOverflow != initial) {
-        EXPECT_EQ(evrc_giOverflow, 1) << "the flag is only ever written with 1";
-    }
+    EXPECT_TRUE(evrc_giOverflow == initial || evrc_giOverflow == 1) << "the flag is only ever written with 1";
     return {v, evrc_giOverflow != initial, weight};
 }
 
 // Operand generator biased towards the values where fixed-point code breaks.
-class Gen {
-public:
-    explicit Gen(const std::string &seed) {
-        std::seed_seq seq(seed.begin(), seed.end());
-        rng_.seed(seq);
-    }
-    uint64_t bits() { return rng_(); }
+struct Gen {
+    std::mt19937_64 rng;
+    explicit Gen(const std::string &seed) { std::seed_seq seq(seed.begin(), seed.end()); rng.seed(seq); }
+    uint64_t bits() { return rng(); }
     int pick(int n) { return static_cast<int>(bits() % static_cast<uint64_t>(n)); }
     // A signed value of `width` bits: extremes, small, powers of two and their
     // neighbours, few significant bits, or anything.
@@ -86,9 +81,6 @@ public:
         const int k = pick(6);
         return k == 0 ? w16() : k == 1 ? edges[pick(8)] : static_cast<Word16>(pick(141) - 70);
     }
-
-private:
-    std::mt19937_64 rng_;
 };
 
 // Runs `n` random cases: the operands come from gen(Gen&) as a tuple, and the
