@@ -342,30 +342,4 @@ TEST(ConcealedStream, LongErasureRunFadesOutAndRecovers) {
     }
 }
 
-// After eighth-rate frames, losses are concealed as eighth-rate noise at the
-// level of the last gain row and then at the first row's level (mean 116).
-TEST(ConcealedStream, ErasuresAfterEighthRateStayComfortNoise) {
-    std::mt19937 rng(8);
-    StatePtr st = fresh_state();
-    Word16 out[EVRC_FRAME_SIZE];
-    for (int i = 0; i < 5; ++i) {
-        EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
-        evrc_decode(st.get(), &p, out, 0);
-    }
-    const Word16 *row = st->pow_quant_ptr.ptr;
-    const int mean = static_cast<int>((32768 + 2 * 10923 * (int64_t{row[0]} + row[1] + row[2])) >> 16);
-    for (int i = 0; i < 21; ++i) {
-        EvrcPacket p{static_cast<Word16>(i == 0 ? EVRC_RATE_QUARTER : 0x00F0 + i), {}};
-        evrc_decode(st.get(), &p, out, 0);
-        ASSERT_EQ(st->conceal_gains[0], i == 0 ? mean : 116);
-        ASSERT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
-        ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
-    }
-    EXPECT_EQ(st->erasure_count, 21);
-    EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
-    evrc_decode(st.get(), &p, out, 0);
-    EXPECT_EQ(st->erasure_count, 0);
-    EXPECT_EQ(st->prev_erased, 0);
-}
-
 }  // namespace
