@@ -7,41 +7,40 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "omx/omx_evrc_adec.h"
+#include "tests/support/random_packets.h"
 
 namespace omx_test {
 
-constexpr std::chrono::milliseconds kTimeout{5000};
+using Bytes = std::vector<uint8_t>;
+constexpr std::chrono::milliseconds kTimeout{20000};
 // How long a test watches for something that must not happen.
 constexpr std::chrono::milliseconds kQuiet{150};
 
 struct Event {
     OMX_EVENTTYPE type;
-    OMX_U32 data1;
-    OMX_U32 data2;
+    OMX_U32 data1, data2;
     OMX_PTR data;
-    OMX_HANDLETYPE handle;
 };
 
 // A buffer as it came back through EmptyBufferDone or FillBufferDone.
 struct Returned {
     OMX_BUFFERHEADERTYPE* hdr;
-    OMX_U32 filled;
-    OMX_U32 flags;
+    OMX_U32 filled, flags;
     OMX_TICKS timestamp;
     OMX_HANDLETYPE mark_target;
     OMX_PTR mark_data;
-    std::vector<uint8_t> data;  // output buffers: the filled bytes
-    OMX_HANDLETYPE handle;
+    Bytes data;  // output buffers: the filled bytes
 };
 
 // Log lines the component wrote, fully formatted.
-std::vector<std::string> log_lines();
 void clear_log();
 bool log_contains(const std::string& line);
 
@@ -54,73 +53,149 @@ public:
 
     omx_evrc_adec* comp;
     OMX_HANDLETYPE h;  // the handle the client passes and callbacks carry
-    OMX_ERRORTYPE init_result;
+    std::vector<OMX_BUFFERHEADERTYPE*> in, out;
+    bool plain_teardown = false;  // the destructor only deinits and deletes
 
-    OMX_ERRORTYPE command(OMX_COMMANDTYPE cmd, OMX_U32 param, void* data = nullptr);
-    OMX_STATETYPE state();
-
-    // Waits for an event with these values among those recorded at index
-    // `from` or later; returns its index or -1 on time-out.
-    long wait_event(OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, std::size_t from = 0);
-    bool wait_cmd_complete(OMX_COMMANDTYPE cmd, OMX_U32 param, std::size_t from = 0);
-    bool wait_error(OMX_ERRORTYPE err, std::size_t from = 0);
+    OMX_ERRORTYPE command(OMX_COMMANDTYPE cmd, OMX_U32 param, void* data = nullptr) {
+        return comp->send_command(h, cmd, static_cast<unsigned int>(param), data);
+    }
+    OMX_STATETYPE state() {
+        OMX_STATETYPE s = OMX_StateInvalid;
+        comp->get_state(h, &s);
+        return s;
+    }
+    // Index of the first event at `from` or later with these values (data2
+    // ignored when `any2`), or -1 on time-out.
+    long wait_event(OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, std::size_t from = 0, bool any2 = false) {
+        long found = -1;
+        wait([&] {
+            for (std::size_t i = from; i < events_.size() && found < 0; ++i)
+                if (events_[i].type == type && events_[i].data1 == d1 && (any2 || events_[i].data2 == d2))
+                    found = static_cast<long>(i);
+            return found >= 0;
+        });
+        return found;
+    }
+    bool wait_cmd_complete(OMX_COMMANDTYPE cmd, OMX_U32 param, std::size_t from = 0) {
+        return wait_event(OMX_EventCmdComplete, cmd, param, from) >= 0;
+    }
+    bool wait_error(OMX_ERRORTYPE err, std::size_t from = 0) {
+        return wait_event(OMX_EventError, static_cast<OMX_U32>(err), 0, from, true) >= 0;
+    }
     // Sends a state command and waits for its completion.
-    bool set_state(OMX_STATETYPE s);
+    bool set_state(OMX_STATETYPE s) {
+        const std::size_t from = event_count();
+        return command(OMX_CommandStateSet, s) == OMX_ErrorNone && wait_cmd_complete(OMX_CommandStateSet, s, from);
+    }
     // Returns once the command thread has handled everything sent so far:
     // a command to the current state comes back as a SameState error.
-    bool barrier();
-
-    std::size_t event_count();
-    std::vector<Event> events_since(std::size_t from);
-    bool wait_ebd(std::size_t count);
-    bool wait_fbd(std::size_t count);
-    std::vector<Returned> ebd();
-    std::vector<Returned> fbd();
+    bool barrier() {
+        const std::size_t from = event_count();
+        return command(OMX_CommandStateSet, state()) == OMX_ErrorNone &&
+               wait_event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorSameState), 1, from) >= 0;
+    }
+    std::size_t event_count() { return events_since(0).size(); }
+    std::vector<Event> events_since(std::size_t from) {
+        std::lock_guard<std::mutex> lock(mu_);
+        return std::vector<Event>(events_.begin() + static_cast<std::ptrdiff_t>(std::min(from, events_.size())),
+                                  events_.end());
+    }
+    // The i-th returned input (ebd) or output (fbd) buffer; a null header
+    // on time-out.
+    Returned ebd(std::size_t i) { return returned(ebd_, i); }
+    Returned fbd(std::size_t i) { return returned(fbd_, i); }
+    std::size_t returned_count() {
+        std::lock_guard<std::mutex> lock(mu_);
+        return ebd_.size() + fbd_.size();
+    }
+    // Whether any callback carried a handle other than `h`.
+    bool foreign_handle() {
+        std::lock_guard<std::mutex> lock(mu_);
+        return foreign_handle_;
+    }
 
     // Buffers of both ports, allocated by the component.
-    void allocate(unsigned in_count = 2, unsigned out_count = 2, unsigned in_bytes = 0);
+    void allocate(unsigned in_count = 2, unsigned out_count = 2) {
+        for (unsigned i = 0; i < in_count + out_count; ++i) {
+            OMX_BUFFERHEADERTYPE* hdr = nullptr;
+            const unsigned port = i < in_count ? 0 : 1;
+            if (comp->allocate_buffer(h, &hdr, port, this, 0) == OMX_ErrorNone)
+                (port ? out : in).push_back(hdr);
+        }
+    }
     // Loaded -> Idle -> Executing with the default buffers.
-    bool start();
-    void free_all();
-
-    OMX_ERRORTYPE etb(OMX_BUFFERHEADERTYPE* hdr, const std::vector<uint8_t>& bytes, OMX_U32 flags = 0,
-                      OMX_TICKS ts = 0);
-    OMX_ERRORTYPE ftb(OMX_BUFFERHEADERTYPE* hdr);
-
-    std::vector<OMX_BUFFERHEADERTYPE*> in;
-    std::vector<OMX_BUFFERHEADERTYPE*> out;
-
-    // Skips the orderly shutdown in the destructor (deinit and delete only).
-    bool plain_teardown = false;
+    bool start() {
+        const std::size_t from = event_count();
+        if (command(OMX_CommandStateSet, OMX_StateIdle) != OMX_ErrorNone)
+            return false;
+        allocate();
+        return wait_cmd_complete(OMX_CommandStateSet, OMX_StateIdle, from) && set_state(OMX_StateExecuting);
+    }
+    void free_all() {
+        for (auto* hdr : in)
+            comp->free_buffer(h, 0, hdr);
+        for (auto* hdr : out)
+            comp->free_buffer(h, 1, hdr);
+        in.clear();
+        out.clear();
+    }
+    OMX_ERRORTYPE etb(OMX_BUFFERHEADERTYPE* hdr, const Bytes& bytes, OMX_U32 flags = 0, OMX_TICKS ts = 0) {
+        if (!bytes.empty())
+            std::memcpy(hdr->pBuffer, bytes.data(), bytes.size());
+        hdr->nFilledLen = static_cast<OMX_U32>(bytes.size());
+        hdr->nOffset = 0;
+        hdr->nFlags = flags;
+        hdr->nTimeStamp = ts;
+        return comp->empty_this_buffer(h, hdr);
+    }
+    OMX_ERRORTYPE ftb(OMX_BUFFERHEADERTYPE* hdr) { return comp->fill_this_buffer(h, hdr); }
 
 private:
+    bool wait(const std::function<bool()>& done) {
+        std::unique_lock<std::mutex> lock(mu_);
+        return cv_.wait_for(lock, kTimeout, done);
+    }
+    Returned returned(const std::vector<Returned>& list, std::size_t i) {
+        std::unique_lock<std::mutex> lock(mu_);
+        return cv_.wait_for(lock, kTimeout, [&] { return list.size() > i; }) ? list[i] : Returned{};
+    }
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE ev, OMX_U32 d1, OMX_U32 d2,
                                   OMX_PTR data);
     static OMX_ERRORTYPE on_ebd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr);
     static OMX_ERRORTYPE on_fbd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr);
+    OMX_ERRORTYPE record(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE* hdr, std::vector<Returned>& list);
 
     std::mutex mu_;
     std::condition_variable cv_;
     std::vector<Event> events_;
-    std::vector<Returned> ebd_;
-    std::vector<Returned> fbd_;
+    std::vector<Returned> ebd_, fbd_;
+    bool foreign_handle_ = false;
 };
 
 // Decoder used as the reference: a fresh, zero-filled, initialised state.
 class RefDecoder {
 public:
-    RefDecoder();
-    std::vector<int16_t> decode(const std::vector<uint8_t>& packet_bytes);
-    void reset();  // initialise again, as a flush does
+    RefDecoder() { reset(); }
+    void reset() {  // initialise again, as a flush does
+        if (!st_)
+            st_.reset(new EvrcDecoderState());
+        evrc_init_dec(st_.get());
+    }
+    Bytes decode(const Bytes& packet) {  // PCM bytes
+        EvrcPacket p = evrc_test::bytes_to_packet(packet);
+        int16_t pcm[EVRC_FRAME_SIZE];
+        evrc_decode(st_.get(), &p, pcm, 0);
+        Bytes b(sizeof(pcm));
+        std::memcpy(b.data(), pcm, sizeof(pcm));
+        return b;
+    }
 
 private:
     std::unique_ptr<EvrcDecoderState> st_;
 };
 
 // Random packets of every rate code, blank and quarter rate included.
-std::vector<std::vector<uint8_t>> random_stream(uint32_t seed, std::size_t count);
-
-std::vector<uint8_t> pcm_bytes(const std::vector<int16_t>& pcm);
+std::vector<Bytes> random_stream(uint32_t seed, std::size_t count);
 
 }  // namespace omx_test
 

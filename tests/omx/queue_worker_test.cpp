@@ -1,12 +1,10 @@
-// Message queue, header map and worker threads against simple models.
+// Message queue and header map against simple models.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <deque>
 #include <list>
 #include <random>
-#include <thread>
 
 #include "omx_client.h"
 
@@ -57,67 +55,25 @@ TEST(OmxMap, BehavesLikeAList)
     int keys[16];
     for (int i = 0; i < 5000; ++i) {
         int* k = &keys[rng() % 16];
+        const auto it = std::find(model.begin(), model.end(), k);
         switch (rng() % 3) {
         case 0:
             ASSERT_TRUE(map.insert(k, nullptr));
             model.push_back(k);
             break;
-        case 1: {
-            auto it = std::find(model.begin(), model.end(), k);
+        case 1:
             EXPECT_EQ(map.erase(k), it != model.end());
             if (it != model.end())
                 model.erase(it);
             break;
-        }
         default:
-            EXPECT_EQ(map.find(k), std::find(model.begin(), model.end(), k) != model.end());
+            EXPECT_EQ(map.find(k), it != model.end());
         }
         ASSERT_EQ(map.size(), model.size());
     }
     std::size_t i = 0;
     for (int* k : model)
         EXPECT_EQ(map.key_at(i++), k);
-}
-
-std::atomic<int> g_calls{0};
-std::atomic<int> g_id_sum{0};
-void count_handler(void*, unsigned char id)
-{
-    g_id_sum += id;
-    ++g_calls;
-}
-
-TEST(OmxWorker, OnePassPerByteAndStopJoins)
-{
-    g_calls = 0;
-    g_id_sum = 0;
-    WorkerThread* t = omx_evrc_thread_create(count_handler, nullptr, "INPUT_THREAD");
-    ASSERT_NE(t, nullptr);
-    EXPECT_STREQ(t->name, "INP");
-    int sum = 0;
-    for (int i = 0; i < 200; ++i) {
-        omx_evrc_post_msg(t, static_cast<unsigned char>(i % 9));
-        sum += i % 9;
-    }
-    for (int i = 0; i < 2500 && g_calls < 200; ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    EXPECT_EQ(g_calls.load(), 200);
-    EXPECT_EQ(g_id_sum.load(), sum);
-    omx_evrc_thread_stop(t);  // returns only once the thread has ended
-}
-
-TEST(OmxWorker, InputByteWhileLoadedLeavesTheEntryQueued)
-{
-    Client c;
-    // fill_this_buffer has no state check; the entry waits for later.
-    c.allocate(0, 1);
-    ASSERT_EQ(c.ftb(c.out[0]), OMX_ErrorNone);
-    c.comp->post_data(0, 0, 9);  // wakes the input thread with nothing to insert
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    pthread_mutex_lock(&c.comp->data_q_lock);
-    EXPECT_EQ(c.comp->out_data_q.size(), 1u);
-    pthread_mutex_unlock(&c.comp->data_q_lock);
-    EXPECT_TRUE(c.fbd().empty());
 }
 
 }  // namespace
