@@ -2,6 +2,7 @@
 // packet layouts, and valid QCP files.
 //   make_seeds DECODE_DIR QCP_DIR
 #include <cstdio>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -9,16 +10,10 @@
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
 
-namespace {
-
-bool save(const std::string &path, const std::vector<std::uint8_t> &bytes) {
-    std::FILE *fp = std::fopen(path.c_str(), "wb");
-    if (fp == nullptr) return false;
-    const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), fp) == bytes.size();
-    return std::fclose(fp) == 0 && ok;
+static bool save(const std::string &path, const std::vector<std::uint8_t> &bytes) {
+    std::ofstream f(path, std::ios::binary);
+    return static_cast<bool>(f.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush());
 }
-
-}  // namespace
 
 int main(int argc, char **argv) {
     if (argc != 3) {

@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "evrc/evrc_dec.h"
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
 #include "tests/support/temp_dir.h"
@@ -74,12 +73,9 @@ bool run_ffmpeg(const std::string &qcp, Pcm &pcm, int &erasures, std::string &er
         error = "ffmpeg failed on " + qcp + " (see " + log + ")";
         return false;
     }
-    std::ifstream in(raw, std::ios::binary), lines(log);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    pcm.assign(bytes.size() / 2, 0);
-    for (std::size_t i = 0; i < pcm.size(); ++i) {
-        pcm[i] = static_cast<std::int16_t>(static_cast<std::uint8_t>(bytes[2 * i]) | (static_cast<std::uint8_t>(bytes[2 * i + 1]) << 8));
-    }
+    std::ifstream in(raw, std::ios::binary | std::ios::ate), lines(log);
+    pcm.resize(static_cast<std::size_t>(std::max<std::streamoff>(in.tellg(), 0)) / 2);
+    in.seekg(0).read(reinterpret_cast<char *>(pcm.data()), static_cast<std::streamsize>(2 * pcm.size()));
     erasures = 0;
     for (std::string line; std::getline(lines, line);) erasures += line.find("erasure") != std::string::npos;
     std::remove(raw.c_str());

@@ -201,8 +201,6 @@ TEST(QcpReader, EveryHeaderBitFlipIsEitherAcceptedOrNamed) {
 TEST(QcpReader, NamesWhatIsWrongWithTheFile) {
     std::mt19937 rng(14);
     const Bytes good = write(random_packets(rng, 2, {EVRC_RATE_FULL}));
-    expect_error({}, "empty file");
-    expect_error({'R', 'I'}, "truncated RIFF header");
     expect_error({'I', 'D', '3', 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, "not a RIFF file");
     Bytes b = good;
     std::copy_n("WAVE", 4, b.begin() + 8);
@@ -222,20 +220,12 @@ TEST(QcpReader, NamesWhatIsWrongWithTheFile) {
     const Bytes &fmt = c.fmt, &vrat = c.vrat, &data = c.data;
     expect_error(assemble({{"fmt ", fmt}, {"vrat", vrat}}), "no 'data' chunk");
     expect_error(assemble({{"vrat", vrat}, {"data", data}}), "no 'fmt ' chunk");
-    expect_error(assemble({{"fmt ", Bytes(fmt.begin(), fmt.begin() + 100)}, {"data", data}}), "'fmt ' chunk too short");
-    expect_error(assemble({{"fmt ", fmt}, {"vrat", Bytes(4)}, {"data", data}}), "'vrat' chunk too short");
     Bytes f = fmt;
     f[110] = 9;  // number of rates
     expect_error(assemble({{"fmt ", f}, {"data", data}}), "rate map lists 9 rates");
     f = fmt;
     f[114] = 23;  // full rate given with its rate octet counted
     expect_error(assemble({{"fmt ", f}, {"data", data}}), "rate map gives 23 bytes for rate 4; EVRC packets of that rate have 22");
-    b = good;
-    set32(b, 4, static_cast<std::uint32_t>(good.size()));
-    expect_error(b, "the RIFF header declares");
-    b = good;
-    set32(b, kDataChunk + 4, 0xFFFFFFF0u);
-    expect_error(b, "truncated 'data' chunk at byte offset 186");
 }
 
 TEST(QcpReader, UnknownRateOctetIsAnErasureOfTheLargestPacketSize) {

@@ -3,16 +3,14 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <random>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
-#include "evrc/evrc_dec.h"
 #include "evrc/qcp.hpp"
 #include "tests/support/random_packets.h"
 #include "tests/support/temp_dir.h"
@@ -25,9 +23,8 @@ using Pcm = std::vector<std::int16_t>;
 std::string tmp(const std::string &name = "") { return evrc_test::own_temp_dir("evrc_tool") + "/" + name; }
 
 std::string slurp(const std::string &path) {
-    std::stringstream ss;
-    ss << std::ifstream(path, std::ios::binary).rdbuf();
-    return ss.str();
+    std::ifstream f(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(f), {}};
 }
 
 void save(const std::string &path, const Bytes &b) {
@@ -39,11 +36,10 @@ struct ToolRun {
     std::string out, err;
 };
 
-ToolRun run(const std::vector<std::string> &args) {
-    std::vector<std::string> all = {EVRC_TOOL_PATH};
-    all.insert(all.end(), args.begin(), args.end());
+ToolRun run(std::vector<std::string> args) {
+    args.insert(args.begin(), EVRC_TOOL_PATH);
     std::string cmd;
-    for (const std::string &a : all) {
+    for (const std::string &a : args) {
         cmd += " '";
         for (char c : a) cmd += c == '\'' ? std::string("'\\''") : std::string(1, c);
         cmd += "'";
@@ -55,8 +51,9 @@ ToolRun run(const std::vector<std::string> &args) {
 // Random valid packets as the byte stream (rate byte, payload), ending blank.
 std::vector<Bytes> random_stream(unsigned seed, std::size_t n) {
     std::mt19937 rng(seed);
+    const int rates[] = {EVRC_RATE_FULL, EVRC_RATE_HALF, EVRC_RATE_EIGHTH, EVRC_RATE_FULL};
     std::vector<Bytes> out;
-    for (std::size_t i = 0; i < n; ++i) out.push_back(evrc_test::random_packet_bytes(rng, "\4\3\1\4"[i % 4]));
+    for (std::size_t i = 0; i < n; ++i) out.push_back(evrc_test::random_packet_bytes(rng, rates[i % 4]));
     out.push_back({EVRC_RATE_BLANK});
     return out;
 }
