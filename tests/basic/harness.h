@@ -18,9 +18,8 @@ constexpr int64_t kMax16 = 32767, kMin16 = -32768, kMax32 = 2147483647, kMin32 =
 // Random cases per operator, divided for the expensive functions;
 // EVRC_TEST_ITERATIONS lowers it on slow targets (emulators, sanitizers).
 inline long iterations(long divisor = 1) {
-    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-    const long n = (env != nullptr && std::atol(env) > 0 ? std::atol(env) : 1000000L) / divisor;
-    return n > 0 ? n : 1;
+    const long env = std::getenv("EVRC_TEST_ITERATIONS") ? std::atol(std::getenv("EVRC_TEST_ITERATIONS")) : 0;
+    return std::max((env > 0 ? env : 1000000L) / divisor, 1L);
 }
 
 // What one call did: its value, whether it set the flag, the counter delta.
@@ -36,8 +35,6 @@ inline Outcome plain(int64_t v, uint32_t w = 0) { return {v, false, w}; }
 inline Outcome clamp(int64_t v, int64_t hi, uint32_t w) {
     return v > hi ? Outcome{hi, true, w} : v < -hi - 1 ? Outcome{-hi - 1, true, w} : plain(v, w);
 }
-inline Outcome clamp16(int64_t v, uint32_t w) { return clamp(v, kMax16, w); }
-inline Outcome clamp32(int64_t v, uint32_t w) { return clamp(v, kMax32, w); }
 
 // Calls f with the flag preset to `initial` (the flag must only ever be
 // written with 1, and only on overflow) and reports what the call did.
@@ -46,9 +43,8 @@ Outcome observe(F f, Word32 initial = 0) {
     evrc_giOverflow = initial;
     const UWord32 before = evrc_op_counter;
     const auto v = static_cast<int64_t>(f());
-    const auto weight = static_cast<uint32_t>(evrc_op_counter - before);
     EXPECT_TRUE(evrc_giOverflow == initial || evrc_giOverflow == 1) << "the flag is only ever written with 1";
-    return {v, evrc_giOverflow != initial, weight};
+    return {v, evrc_giOverflow != initial, static_cast<uint32_t>(evrc_op_counter - before)};
 }
 
 // Operand generator biased towards the values where fixed-point code breaks.

@@ -48,36 +48,34 @@ Outcome m_norm32_l64(int64_t x) {
 const auto acc32 = [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32()); };
 const auto two64 = [](Gen &g) { return std::make_tuple(g.w64(), g.w64()); };
 const auto shift64 = [](Gen &g) { return std::make_tuple(g.w64(), g.shift()); };
-const auto low = [](I a, I b) { return plain(low_signed(a * b, 32)); };
-const auto mac = [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); };
 const auto acc16 = [](Gen &g) { return std::make_tuple(g.w32(), g.w16(), g.w16()); };
 const auto shift16 = [](Gen &g) { return std::make_tuple(g.w16(), g.shift()); };
 const auto shift32 = [](Gen &g) { return std::make_tuple(g.w32(), g.shift()); };
 
 TEST(Operators, SaturatingMatchExactModel) {
     const long n = iterations();
-    EVRC_DIFF(saturate, one32, [](I x) { return clamp16(x, 0); });
-    EVRC_DIFF(L_saturate, one64, [](I x) { return clamp32(x, 4); });
-    EVRC_DIFF(add, two16, [](I a, I b) { return clamp16(a + b, 1); });
-    EVRC_DIFF(sub, two16, [](I a, I b) { return clamp16(a - b, 1); });
-    EVRC_DIFF(abs_s, one16, [](I a) { return clamp16(a < 0 ? -a : a, 1); });
-    EVRC_DIFF(negate, one16, [](I a) { return clamp16(-a, 1); });
-    EVRC_DIFF(L_abs, one32, [](I L) { return clamp32(L < 0 ? -L : L, 3); });
-    EVRC_DIFF(L_negate, one32, [](I L) { return clamp32(-L, 2); });
-    EVRC_DIFF(L_add, two32, [](I a, I b) { return clamp32(a + b, 2); });
-    EVRC_DIFF(L_sub, two32, [](I a, I b) { return clamp32(a - b, 2); });
+    EVRC_DIFF(saturate, one32, [](I x) { return clamp(x, kMax16, 0); });
+    EVRC_DIFF(L_saturate, one64, [](I x) { return clamp(x, kMax32, 4); });
+    EVRC_DIFF(add, two16, [](I a, I b) { return clamp(a + b, kMax16, 1); });
+    EVRC_DIFF(sub, two16, [](I a, I b) { return clamp(a - b, kMax16, 1); });
+    EVRC_DIFF(abs_s, one16, [](I a) { return clamp(a < 0 ? -a : a, kMax16, 1); });
+    EVRC_DIFF(negate, one16, [](I a) { return clamp(-a, kMax16, 1); });
+    EVRC_DIFF(L_abs, one32, [](I L) { return clamp(L < 0 ? -L : L, kMax32, 3); });
+    EVRC_DIFF(L_negate, one32, [](I L) { return clamp(-L, kMax32, 2); });
+    EVRC_DIFF(L_add, two32, [](I a, I b) { return clamp(a + b, kMax32, 2); });
+    EVRC_DIFF(L_sub, two32, [](I a, I b) { return clamp(a - b, kMax32, 2); });
     EVRC_DIFF(extract_h, one32, [](I L) { return plain(floor_div_pow2(L, 16), 1); });
     EVRC_DIFF(extract_l, one32, [](I L) { return plain(((L & 0xFFFF) ^ 0x8000) - 0x8000, 1); });
     EVRC_DIFF(L_deposit_h, one16, [](I a) { return plain(a * 65536, 1); });
     EVRC_DIFF(L_deposit_l, one16, [](I a) { return plain(a, 1); });
-    EVRC_DIFF(L_mult, two16, [](I a, I b) { return clamp32(2 * a * b, 1); });
-    EVRC_DIFF(L_mac, acc16, [](I L, I a, I b) { return clamp32(L + 2 * a * b, 1); });
-    EVRC_DIFF(L_msu, acc16, [](I L, I a, I b) { return clamp32(L - 2 * a * b, 1); });
-    EVRC_DIFF(mult, two16, [](I a, I b) { return clamp16(floor_div_pow2(a * b, 15), 1); });
-    EVRC_DIFF(mult_r, two16, [](I a, I b) { return m_round_after(clamp32(2 * a * b, 0)); });
+    EVRC_DIFF(L_mult, two16, [](I a, I b) { return clamp(2 * a * b, kMax32, 1); });
+    EVRC_DIFF(L_mac, acc16, [](I L, I a, I b) { return clamp(L + 2 * a * b, kMax32, 1); });
+    EVRC_DIFF(L_msu, acc16, [](I L, I a, I b) { return clamp(L - 2 * a * b, kMax32, 1); });
+    EVRC_DIFF(mult, two16, [](I a, I b) { return clamp(floor_div_pow2(a * b, 15), kMax16, 1); });
+    EVRC_DIFF(mult_r, two16, [](I a, I b) { return m_round_after(clamp(2 * a * b, kMax32, 0)); });
     EVRC_DIFF(round32, one32, m_round32);
-    EVRC_DIFF(mac_r, acc16, [](I L, I a, I b) { return m_round_after(clamp32(L + 2 * a * b, 0)); });
-    EVRC_DIFF(msu_r, acc16, [](I L, I a, I b) { return m_round_after(clamp32(L - 2 * a * b, 0)); });
+    EVRC_DIFF(mac_r, acc16, [](I L, I a, I b) { return m_round_after(clamp(L + 2 * a * b, kMax32, 0)); });
+    EVRC_DIFF(msu_r, acc16, [](I L, I a, I b) { return m_round_after(clamp(L - 2 * a * b, kMax32, 0)); });
     EVRC_DIFF(shl, shift16, [](I a, I s) { return m_shift(a, s, 16, 1); });
     EVRC_DIFF(shr, shift16, [](I a, I s) { return m_shift(a, -s, 16, 1); });
     EVRC_DIFF(L_shl, shift32, [](I L, I s) { return m_shift(L, s, 32, 2); });
@@ -95,10 +93,10 @@ TEST(Operators, PlainWideMatchExactModel) {
     EVRC_DIFF(int_mult_32_16, two32, [](I a, I b) { return plain(a * b); });
     EVRC_DIFF(int_mult_32_32, two32, [](I a, I b) { return plain(a * b); });
     EVRC_DIFF(L_mult64_uu, two32, [](I a, I b) { return plain(low64(Wide(a & 0xFFFFFFFF) * Wide(b & 0xFFFFFFFF))); });
-    EVRC_DIFF(L_mult_su, two32, low);
-    EVRC_DIFF(L_mult_uu, two32, low);
-    EVRC_DIFF(int_mac_16_16, acc32, mac);
-    EVRC_DIFF(int_mac_32_16, acc32, mac);
+    EVRC_DIFF(L_mult_su, two32, [](I a, I b) { return plain(low_signed(a * b, 32)); });
+    EVRC_DIFF(L_mult_uu, two32, [](I a, I b) { return plain(low_signed(a * b, 32)); });
+    EVRC_DIFF(int_mac_16_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); });
+    EVRC_DIFF(int_mac_32_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); });
     EVRC_DIFF(int_msu_16_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) - Wide(a * b))); });
     differential("int_mac_16_16_s1", n, acc32,
                  [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(2) * Wide(a * b))); },
@@ -123,15 +121,15 @@ TEST(Operators, SaturatingWideMatchExactModel) {
     EVRC_DIFF(L_sat32_64, one64, [](I x) { return plain(std::min(std::max(x, kMin32), kMax32)); });
     EVRC_DIFF(L_sat32_64_round16, one64,
               [](I x) { return x > kMax32 || x < kMin32 ? plain(x > 0 ? kMax16 : kMin16) : m_round32(x); });
-    EVRC_DIFF(L_mac64, acc32, [](I acc, I a, I b) { return clamp32(low64(Wide(acc) + Wide(2) * Wide(a * b)), 4); });
+    EVRC_DIFF(L_mac64, acc32, [](I acc, I a, I b) { return clamp(low64(Wide(acc) + Wide(2) * Wide(a * b)), kMax32, 4); });
     EVRC_DIFF(L_mult_32_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, [](I L, I b) {
-        const Outcome hi = clamp32(2 * high16(L) * b, 0);
-        const Outcome sum = clamp32(hi.value + floor_div_pow2(low16u(L) * b, 15), 5);
+        const Outcome hi = clamp(2 * high16(L) * b, kMax32, 0);
+        const Outcome sum = clamp(hi.value + floor_div_pow2(low16u(L) * b, 15), kMax32, 5);
         return Outcome{sum.value, hi.flag || sum.flag, 5};
     });
     // Drops the low x low term and truncates: 0 to 2 units below a*b / 2^31.
     EVRC_DIFF(L_mult64_32_32, two32, [](I a, I b) {
-        const Outcome hi = clamp32(2 * high16(a) * high16(b), 5);
+        const Outcome hi = clamp(2 * high16(a) * high16(b), kMax32, 5);
         const Outcome got{hi.value + floor_div_pow2(low16u(a) * high16(b) + low16u(b) * high16(a), 15), hi.flag, 5};
         const int64_t gap = floor_div_pow2(a * b, 31) - got.value;
         EXPECT_TRUE(hi.flag || (gap >= 0 && gap <= 2)) << a << " " << b;
@@ -149,18 +147,15 @@ TEST(Operators, PinnedCorners) {
         // The accumulation clamps, then rounding MAX_32 flags again.
         {observe([] { return evrc_mac_r(0x7FFF0000, 16384, 16384); }), {32767, true, 2}},
         {observe([] { return evrc_L_sat32_64_round16(0x7FFF8000); }), {32767, true, 1}},
-        {observe([] { return evrc_L_sat32_64(int64_t{1} << 40); }), {kMax32, false, 0}},
         // 2ab overflows 64 bits for a = b = MIN_32 and is taken modulo 2^64.
         {observe([] { return evrc_L_mac64(0, INT32_MIN, INT32_MIN); }), {kMin32, true, 4}},
         {observe([] { return int_mac_16_16_s1(0, INT32_MIN, INT32_MIN); }), {INT64_MIN, false, 0}},
-        {observe([] { return evrc_L_mult64_uu(-1, -1); }), {static_cast<int64_t>(0xFFFFFFFE00000001ull), false, 0}},
         // A count of -32768 has no 16-bit negation; it acts as the largest count.
         {observe([] { return evrc_shl(-5, -32768); }), {-1, false, 1}},
         {observe([] { return evrc_shr(-5, -32768); }), {-32768, true, 1}},
         {observe([] { return evrc_L_shl64(-12345, -32768); }), {-1, false, 0}},
         {observe([] { return evrc_int_mac_16_16_shift(7, -3, 5, -32768); }), {6, false, 0}},
         {observe([] { return evrc_norm_s(-1); }), {15, false, 15}},
-        {observe([] { return evrc_norm32_l64(int64_t{1} << 40); }), {-10, false, 0}},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
 
