@@ -25,6 +25,7 @@ namespace {
 using Pcm = std::vector<std::int16_t>;
 using Bytes = std::vector<std::uint8_t>;
 
+// Pearson correlation of x and y.
 double correlation(const std::vector<double> &x, const std::vector<double> &y) {
     const double n = static_cast<double>(x.size());
     double sx = 0, sy = 0, sxx = 0, syy = 0, sxy = 0;
@@ -44,7 +45,8 @@ struct Similarity {
 Similarity compare_at(const Pcm &a, const Pcm &b, int lag) {
     std::vector<double> x, y;
     double signal = 0, err = 0;
-    for (long i = std::max(0L, -static_cast<long>(lag)); i < static_cast<long>(a.size()) && i + lag < static_cast<long>(b.size()); ++i) {
+    const std::ptrdiff_t na = static_cast<std::ptrdiff_t>(a.size()), nb = static_cast<std::ptrdiff_t>(b.size());
+    for (std::ptrdiff_t i = std::max<std::ptrdiff_t>(0, -lag); i < na && i + lag < nb; ++i) {
         x.push_back(a[static_cast<std::size_t>(i)]);
         y.push_back(b[static_cast<std::size_t>(i + lag)]);
         signal += x.back() * x.back(), err += (x.back() - y.back()) * (x.back() - y.back());
