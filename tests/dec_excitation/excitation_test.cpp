@@ -158,7 +158,7 @@ TEST(AdaptiveCodebook, ErasedFrameRebuildFollowsTheLostDelay) {
         std::memcpy(h.data(), before.exc_history, sizeof(before.exc_history));
         std::memcpy(h.data(), before.exc_saved, sizeof(before.exc_saved));
         for (int k = 0; k < 3; ++k) {
-            const int L = evrc_acsSubFrameSize[k];
+            const int L = evrc_acsSubFrameSize[k] == 54 ? 54 : 53;
             Word32 p[3];
             evrc_interpol_delay(static_cast<Word16>(dl), st->erased_start_delay, static_cast<Word16>(k), p);
             model_interp(h.data(), kBufLen, model_contour(p, L).data(), L + 10);

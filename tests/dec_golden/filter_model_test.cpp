@@ -7,7 +7,6 @@
 #include <cstring>
 #include <utility>
 #include <random>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -159,22 +158,20 @@ TEST(FilterModels, AgcMatchesPlainForm) {
             ref[n] = random_sample(rng, 1 + trial % 16);
             in[n] = random_sample(rng, 1 + (trial / 16) % 16);
         }
-        std::vector<unsigned char> record(sizeof(EvrcDecoderState), 0);
-        auto *st = reinterpret_cast<EvrcDecoderState *>(record.data());
-        st->agc_new_weight = static_cast<Word16>(rng() % 32768);
-        st->agc_prev_weight = static_cast<Word16>(rng() % 32768);
-        st->agc_prev_gain = static_cast<Word16>(rng() % 32768);
-        std::vector<unsigned char> want_record = record;
-        auto *want_st = reinterpret_cast<EvrcDecoderState *>(want_record.data());
+        EvrcDecoderState st{};
+        st.agc_new_weight = static_cast<Word16>(rng() % 32768);
+        st.agc_prev_weight = static_cast<Word16>(rng() % 32768);
+        st.agc_prev_gain = static_cast<Word16>(rng() % 32768);
+        EvrcDecoderState want_st = st;
         const Word16 mode = static_cast<Word16>(trial % 2);
         std::memcpy(out, in, sizeof out);
         std::memcpy(want_out, in, sizeof want_out);
         Word16 ret = 0, want_ret = 0;
-        const auto want = measure([&] { want_ret = model_agc(want_st, ref, in, want_out, mode, L); });
-        const auto got = measure([&] { ret = evrc_decoder_agc(st, ref, in, out, mode, static_cast<Word16>(L)); });
+        const auto want = measure([&] { want_ret = model_agc(&want_st, ref, in, want_out, mode, L); });
+        const auto got = measure([&] { ret = evrc_decoder_agc(&st, ref, in, out, mode, static_cast<Word16>(L)); });
         EXPECT_EQ(ret, want_ret);
         ASSERT_EQ(0, std::memcmp(out, want_out, L * sizeof(Word16))) << "trial " << trial;
-        EXPECT_EQ(st->agc_prev_gain, want_st->agc_prev_gain);
+        EXPECT_EQ(st.agc_prev_gain, want_st.agc_prev_gain);
         EXPECT_EQ(got, want);
     }
 }
