@@ -117,61 +117,7 @@ TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
     EXPECT_TRUE(c.fbd(1).data == expected);
 }
 
-TEST(OmxDataPath, EndOfStreamBufferReturnsEmptyFlaggedOutputAndEvent)
-{
-    std::mt19937 rng(3);
-    Client c;
-    ASSERT_TRUE(c.start());
-    const std::size_t from = c.event_count();
-    ASSERT_EQ(c.etb(c.in[0], evrc_test::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
-              OMX_ErrorNone);
-    ASSERT_EQ(c.ftb(c.out[0]), OMX_ErrorNone);
-    const Returned r = c.fbd(0);
-    ASSERT_NE(r.hdr, nullptr);
-    EXPECT_EQ(r.filled, 0u);
-    EXPECT_EQ(r.flags, static_cast<OMX_U32>(OMX_BUFFERFLAG_EOS));
-    EXPECT_GE(c.wait_event(OMX_EventBufferFlag, 1, OMX_BUFFERFLAG_EOS, from), 0);
-    EXPECT_EQ(c.comp->eos_timestamp.load(), 0x23456789u);
-}
-
-TEST(OmxDataPath, MarksReachTheTargetOrTravelToTheOutput)
-{
-    std::mt19937 rng(13);
-    const auto p = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
-    Client c;
-    ASSERT_TRUE(c.start());
-    int tag_self = 0, tag_other = 0, other_component = 0;
-
-    // Aimed at this component: OMX_EventMark when the input buffer returns.
-    OMX_MARKTYPE mark{c.h, &tag_self};
-    std::size_t from = c.event_count();
-    ASSERT_EQ(c.command(OMX_CommandMarkBuffer, 0, &mark), OMX_ErrorNone);
-    ASSERT_EQ(c.etb(c.in[0], p), OMX_ErrorNone);
-    ASSERT_EQ(c.ftb(c.out[0]), OMX_ErrorNone);
-    ASSERT_NE(c.fbd(0).hdr, nullptr);
-    long i = c.wait_event(OMX_EventMark, 0, 0, from);
-    ASSERT_GE(i, 0);
-    EXPECT_EQ(c.events_since(static_cast<std::size_t>(i))[0].data, &tag_self);
-    EXPECT_TRUE(c.wait_cmd_complete(OMX_CommandMarkBuffer, 0, from));
-    EXPECT_EQ(c.fbd(0).mark_target, nullptr);
-
-    // Aimed elsewhere: copied into the output buffer, cleared on the input.
-    OMX_MARKTYPE other{&other_component, &tag_other};
-    ASSERT_EQ(c.command(OMX_CommandMarkBuffer, 0, &other), OMX_ErrorNone);
-    ASSERT_EQ(c.etb(c.in[1], p), OMX_ErrorNone);
-    ASSERT_EQ(c.ftb(c.out[1]), OMX_ErrorNone);
-    const Returned r = c.fbd(1), e = c.ebd(1);
-    ASSERT_NE(r.hdr, nullptr);
-    ASSERT_NE(e.hdr, nullptr);
-    EXPECT_EQ(r.mark_target, &other_component);
-    EXPECT_EQ(r.mark_data, &tag_other);
-    EXPECT_EQ(e.mark_target, nullptr);
-
-    EXPECT_EQ(c.command(OMX_CommandMarkBuffer, 1, &mark), OMX_ErrorNotImplemented);
-    EXPECT_EQ(c.command(OMX_CommandMarkBuffer, 0, nullptr), OMX_ErrorBadParameter);
-}
-
-TEST(OmxDataPath, PauseHoldsBuffersUntilExecuting)
+TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel)
 {
     std::mt19937 rng(17);
     const auto p = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
@@ -185,6 +131,46 @@ TEST(OmxDataPath, PauseHoldsBuffersUntilExecuting)
     ASSERT_TRUE(c.set_state(OMX_StateExecuting));
     ASSERT_NE(c.ebd(0).hdr, nullptr);
     EXPECT_TRUE(c.fbd(0).data == RefDecoder().decode(p));
+
+    // A mark aimed at this component: OMX_EventMark when the input returns.
+    int tag_self = 0, tag_other = 0, other_component = 0;
+    OMX_MARKTYPE mark{c.h, &tag_self};
+    std::size_t from = c.event_count();
+    ASSERT_EQ(c.command(OMX_CommandMarkBuffer, 0, &mark), OMX_ErrorNone);
+    ASSERT_EQ(c.etb(c.in[1], p), OMX_ErrorNone);
+    ASSERT_EQ(c.ftb(c.out[1]), OMX_ErrorNone);
+    ASSERT_NE(c.fbd(1).hdr, nullptr);
+    long i = c.wait_event(OMX_EventMark, 0, 0, from);
+    ASSERT_GE(i, 0);
+    EXPECT_EQ(c.events_since(static_cast<std::size_t>(i))[0].data, &tag_self);
+    EXPECT_TRUE(c.wait_cmd_complete(OMX_CommandMarkBuffer, 0, from));
+    EXPECT_EQ(c.fbd(1).mark_target, nullptr);
+
+    // Aimed elsewhere: copied into the output buffer, cleared on the input.
+    OMX_MARKTYPE other{&other_component, &tag_other};
+    ASSERT_EQ(c.command(OMX_CommandMarkBuffer, 0, &other), OMX_ErrorNone);
+    ASSERT_EQ(c.etb(c.in[0], p), OMX_ErrorNone);
+    ASSERT_EQ(c.ftb(c.out[0]), OMX_ErrorNone);
+    const Returned r = c.fbd(2), e = c.ebd(2);
+    ASSERT_NE(r.hdr, nullptr);
+    ASSERT_NE(e.hdr, nullptr);
+    EXPECT_EQ(r.mark_target, &other_component);
+    EXPECT_EQ(r.mark_data, &tag_other);
+    EXPECT_EQ(e.mark_target, nullptr);
+    EXPECT_EQ(c.command(OMX_CommandMarkBuffer, 1, &mark), OMX_ErrorNotImplemented);
+    EXPECT_EQ(c.command(OMX_CommandMarkBuffer, 0, nullptr), OMX_ErrorBadParameter);
+
+    // End of stream: an empty flagged output and the buffer-flag event.
+    from = c.event_count();
+    ASSERT_EQ(c.etb(c.in[1], evrc_test::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
+              OMX_ErrorNone);
+    ASSERT_EQ(c.ftb(c.out[1]), OMX_ErrorNone);
+    const Returned eos = c.fbd(3);
+    ASSERT_NE(eos.hdr, nullptr);
+    EXPECT_EQ(eos.filled, 0u);
+    EXPECT_EQ(eos.flags, static_cast<OMX_U32>(OMX_BUFFERFLAG_EOS));
+    EXPECT_GE(c.wait_event(OMX_EventBufferFlag, 1, OMX_BUFFERFLAG_EOS, from), 0);
+    EXPECT_EQ(c.comp->eos_timestamp.load(), 0x23456789u);
 }
 
 }  // namespace

@@ -49,7 +49,16 @@ Client::Client(const char* name)
     comp = static_cast<omx_evrc_adec*>(get_omx_component_factory_fn());
     h = comp->callback_handle();
     comp->component_init(const_cast<char*>(name));
-    OMX_CALLBACKTYPE cb{on_event, on_ebd, on_fbd};
+    OMX_CALLBACKTYPE cb{
+        [](OMX_HANDLETYPE handle, OMX_PTR app, OMX_EVENTTYPE ev, OMX_U32 d1, OMX_U32 d2, OMX_PTR data) {
+            return static_cast<Client*>(app)->record(handle, nullptr, Event{ev, d1, d2, data});
+        },
+        [](OMX_HANDLETYPE handle, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
+            return static_cast<Client*>(app)->record(handle, hdr, Event{OMX_EventMax, 0, 0, nullptr});
+        },
+        [](OMX_HANDLETYPE handle, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
+            return static_cast<Client*>(app)->record(handle, hdr, Event{OMX_EventMax, 1, 0, nullptr});
+        }};
     comp->set_callbacks(h, &cb, this);
 }
 
@@ -70,35 +79,19 @@ Client::~Client()
     delete comp;
 }
 
-OMX_ERRORTYPE Client::on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE ev, OMX_U32 d1, OMX_U32 d2,
-                               OMX_PTR data)
-{
-    Client* self = static_cast<Client*>(app);
-    std::lock_guard<std::mutex> lock(self->mu_);
-    self->foreign_handle_ |= h != self->h;
-    self->events_.push_back(Event{ev, d1, d2, data});
-    self->cv_.notify_all();
-    return OMX_ErrorNone;
-}
-
-OMX_ERRORTYPE Client::on_ebd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr)
-{
-    return static_cast<Client*>(app)->record(h, hdr, static_cast<Client*>(app)->ebd_);
-}
-
-OMX_ERRORTYPE Client::on_fbd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr)
-{
-    return static_cast<Client*>(app)->record(h, hdr, static_cast<Client*>(app)->fbd_);
-}
-
-OMX_ERRORTYPE Client::record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* hdr, std::vector<Returned>& list)
+// Events, and returned buffers (data1 0 for input, 1 for output).
+OMX_ERRORTYPE Client::record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* hdr, const Event& e)
 {
     std::lock_guard<std::mutex> lock(mu_);
     foreign_handle_ |= handle != h;
-    Returned r{hdr, hdr->nFilledLen, hdr->nFlags, hdr->nTimeStamp, hdr->hMarkTargetComponent, hdr->pMarkData, {}};
-    if (&list == &fbd_ && hdr->nFilledLen <= hdr->nAllocLen)
-        r.data.assign(hdr->pBuffer, hdr->pBuffer + hdr->nFilledLen);
-    list.push_back(std::move(r));
+    if (hdr == nullptr) {
+        events_.push_back(e);
+    } else {
+        Returned r{hdr, hdr->nFilledLen, hdr->nFlags, hdr->nTimeStamp, hdr->hMarkTargetComponent, hdr->pMarkData, {}};
+        if (e.data1 == 1 && hdr->nFilledLen <= hdr->nAllocLen)
+            r.data.assign(hdr->pBuffer, hdr->pBuffer + hdr->nFilledLen);
+        (e.data1 == 1 ? fbd_ : ebd_).push_back(std::move(r));
+    }
     cv_.notify_all();
     return OMX_ErrorNone;
 }

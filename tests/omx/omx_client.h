@@ -4,6 +4,7 @@
 #ifndef EVRC_TESTS_OMX_CLIENT_H
 #define EVRC_TESTS_OMX_CLIENT_H
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -79,9 +80,6 @@ public:
     bool wait_cmd_complete(OMX_COMMANDTYPE cmd, OMX_U32 param, std::size_t from = 0) {
         return wait_event(OMX_EventCmdComplete, cmd, param, from) >= 0;
     }
-    bool wait_error(OMX_ERRORTYPE err, std::size_t from = 0) {
-        return wait_event(OMX_EventError, static_cast<OMX_U32>(err), 0, from, true) >= 0;
-    }
     // Sends a state command and waits for its completion.
     bool set_state(OMX_STATETYPE s) {
         const std::size_t from = event_count();
@@ -140,8 +138,7 @@ public:
         out.clear();
     }
     OMX_ERRORTYPE etb(OMX_BUFFERHEADERTYPE* hdr, const Bytes& bytes, OMX_U32 flags = 0, OMX_TICKS ts = 0) {
-        if (!bytes.empty())
-            std::memcpy(hdr->pBuffer, bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), hdr->pBuffer);
         hdr->nFilledLen = static_cast<OMX_U32>(bytes.size());
         hdr->nOffset = 0;
         hdr->nFlags = flags;
@@ -159,11 +156,7 @@ private:
         std::unique_lock<std::mutex> lock(mu_);
         return cv_.wait_for(lock, kTimeout, [&] { return list.size() > i; }) ? list[i] : Returned{};
     }
-    static OMX_ERRORTYPE on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE ev, OMX_U32 d1, OMX_U32 d2,
-                                  OMX_PTR data);
-    static OMX_ERRORTYPE on_ebd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr);
-    static OMX_ERRORTYPE on_fbd(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr);
-    OMX_ERRORTYPE record(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE* hdr, std::vector<Returned>& list);
+    OMX_ERRORTYPE record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* hdr, const Event& e);
 
     std::mutex mu_;
     std::condition_variable cv_;

@@ -21,7 +21,7 @@ void bring_to(Client& c, OMX_STATETYPE s)
         ASSERT_TRUE(c.set_state(s));
     } else if (s == OMX_StateInvalid) {
         ASSERT_EQ(c.command(OMX_CommandStateSet, OMX_StateInvalid), OMX_ErrorNone);
-        ASSERT_TRUE(c.wait_error(OMX_ErrorInvalidState));
+        ASSERT_GE(c.wait_event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorInvalidState), 0, 0, true), 0);
     }
 }
 

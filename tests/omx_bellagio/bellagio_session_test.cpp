@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
@@ -31,43 +33,43 @@ char kRole[] = "audio_decoder.evrc";
 struct Recorder {
     std::mutex mu;
     std::condition_variable cv;
-    std::vector<std::pair<OMX_U32, OMX_U32>> events[2];  // command completions, buffer flags
-    std::deque<OMX_BUFFERHEADERTYPE*> done[2];             // emptied inputs, filled outputs
-    int foreign = 0;                                       // callbacks carrying another handle
+    std::vector<std::array<OMX_U32, 3>> events;  // type, data1, data2
+    std::deque<OMX_BUFFERHEADERTYPE*> done[2];     // emptied inputs, filled outputs
+    int foreign = 0;                               // callbacks carrying another handle
     OMX_HANDLETYPE h = nullptr;
 
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
-        const int kind = type == OMX_EventCmdComplete ? 0 : 1;
-        return static_cast<Recorder*>(app)->push(h, [&](Recorder& r) { r.events[kind].emplace_back(d1, d2); });
+        return static_cast<Recorder*>(app)->push(h, nullptr, 0, {static_cast<OMX_U32>(type), d1, d2});
     }
     static OMX_ERRORTYPE on_empty(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
-        return static_cast<Recorder*>(app)->push(h, [&](Recorder& r) { r.done[0].push_back(b); });
+        return static_cast<Recorder*>(app)->push(h, b, 0, {});
     }
     static OMX_ERRORTYPE on_fill(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
-        return static_cast<Recorder*>(app)->push(h, [&](Recorder& r) { r.done[1].push_back(b); });
+        return static_cast<Recorder*>(app)->push(h, b, 1, {});
     }
-    template <typename F>
-    OMX_ERRORTYPE push(OMX_HANDLETYPE handle, F f) {
+    OMX_ERRORTYPE push(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* b, int port, std::array<OMX_U32, 3> e) {
         std::lock_guard<std::mutex> lock(mu);
         foreign += h != nullptr && handle != h;
-        f(*this);
+        if (b != nullptr)
+            done[port].push_back(b);
+        else
+            events.push_back(e);
         cv.notify_all();
         return OMX_ErrorNone;
     }
-    bool wait_event(int kind, OMX_U32 d1, OMX_U32 d2) {
+    bool wait_event(OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2) {
+        const std::array<OMX_U32, 3> e{static_cast<OMX_U32>(type), d1, d2};
         std::unique_lock<std::mutex> lock(mu);
-        const auto e = std::make_pair(d1, d2);
-        return cv.wait_for(lock, std::chrono::seconds(20), [&] {
-            return std::find(events[kind].begin(), events[kind].end(), e) != events[kind].end();
-        });
+        return cv.wait_for(lock, std::chrono::seconds(20),
+                           [&] { return std::find(events.begin(), events.end(), e) != events.end(); });
     }
-    bool wait_state(OMX_STATETYPE s) { return wait_event(0, OMX_CommandStateSet, s); }
-    OMX_BUFFERHEADERTYPE* next(int which) {
+    bool wait_state(OMX_STATETYPE s) { return wait_event(OMX_EventCmdComplete, OMX_CommandStateSet, s); }
+    OMX_BUFFERHEADERTYPE* next(int port) {
         std::unique_lock<std::mutex> lock(mu);
-        if (!cv.wait_for(lock, std::chrono::seconds(20), [&] { return !done[which].empty(); }))
+        if (!cv.wait_for(lock, std::chrono::seconds(20), [&] { return !done[port].empty(); }))
             return nullptr;
-        OMX_BUFFERHEADERTYPE* b = done[which].front();
-        done[which].pop_front();
+        OMX_BUFFERHEADERTYPE* b = done[port].front();
+        done[port].pop_front();
         return b;
     }
 };
@@ -148,7 +150,7 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
             // End of stream: an empty output buffer flagged end-of-stream and the buffer-flag event.
             EXPECT_EQ(out->nFilledLen, 0u);
             EXPECT_EQ(out->nFlags, static_cast<OMX_U32>(OMX_BUFFERFLAG_EOS));
-            EXPECT_TRUE(rec.wait_event(1, 1, OMX_BUFFERFLAG_EOS));
+            EXPECT_TRUE(rec.wait_event(OMX_EventBufferFlag, 1, OMX_BUFFERFLAG_EOS));
             break;
         }
         ASSERT_EQ(out->nFilledLen, expected.size() * 2) << "buffer " << b;

@@ -2,7 +2,6 @@
 // it decodes directly or through the OpenMAX IL component.
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -78,18 +77,16 @@ TEST(ToolOmx, QcpAndRawInputsGiveIdenticalWavFiles)
         Bytes slot(24);
         for (auto& x : slot)
             x = static_cast<std::uint8_t>(rng());
-        const Bytes p = rate == EVRC_RATE_BLANK || rate == EVRC_RATE_QUARTER
-                            ? Bytes{static_cast<std::uint8_t>(rate)}
-                            : evrc_test::random_packet_bytes(rng, rate);
+        const Bytes p = rate == EVRC_RATE_BLANK || rate == EVRC_RATE_QUARTER ? Bytes{static_cast<std::uint8_t>(rate)}
+                                                                             : evrc_test::random_packet_bytes(rng, rate);
         std::copy(p.begin(), p.end(), slot.begin());
         raw.insert(raw.end(), slot.begin(), slot.end());
     }
     std::ofstream(dir + "/slots.bin", std::ios::binary)
         .write(reinterpret_cast<const char*>(raw.data()), static_cast<std::streamsize>(raw.size()));
     expect_same_wav(dir + "/slots.bin", "--raw");
-    std::remove((dir + "/all_rates.qcp").c_str());
-    std::remove((dir + "/slots.bin").c_str());
-    rmdir(dir.c_str());
+    for (const char* f : {"/all_rates.qcp", "/slots.bin", ""})
+        std::remove((dir + f).c_str());
 }
 
 }  // namespace
