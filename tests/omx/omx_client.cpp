@@ -62,20 +62,13 @@ Client::Client(const char* name)
     comp->set_callbacks(h, &cb, this);
 }
 
+// Deinit works from any state; the buffers outlive it and are freed once
+// the component no longer counts as running.
 Client::~Client()
 {
-    if (!plain_teardown) {
-        if (state() == OMX_StateExecuting || state() == OMX_StatePause)
-            set_state(OMX_StateIdle);
-        if (state() == OMX_StateIdle) {
-            const std::size_t from = event_count();
-            command(OMX_CommandStateSet, OMX_StateLoaded);
-            free_all();
-            wait_cmd_complete(OMX_CommandStateSet, OMX_StateLoaded, from);
-        }
-        free_all();
-    }
     comp->component_deinit(h);
+    comp->state = OMX_StateLoaded;
+    free_all();
     delete comp;
 }
 

@@ -55,7 +55,6 @@ public:
     omx_evrc_adec* comp;
     OMX_HANDLETYPE h;  // the handle the client passes and callbacks carry
     std::vector<OMX_BUFFERHEADERTYPE*> in, out;
-    bool plain_teardown = false;  // the destructor only deinits and deletes
 
     OMX_ERRORTYPE command(OMX_COMMANDTYPE cmd, OMX_U32 param, void* data = nullptr) {
         return comp->send_command(h, cmd, static_cast<unsigned int>(param), data);

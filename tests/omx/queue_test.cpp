@@ -1,9 +1,7 @@
-// Message queue and header map against simple models.
+// The message queue against a simple model.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <deque>
-#include <list>
 #include <random>
 
 #include "omx_client.h"
@@ -45,35 +43,6 @@ TEST(OmxQueue, BehavesLikeABoundedFifo)
     }
     EXPECT_TRUE(log_contains("ERROR!!! Command Queue Full"));
     EXPECT_TRUE(log_contains("ERROR Delete!!! Command Queue Empty"));
-}
-
-TEST(OmxMap, BehavesLikeAList)
-{
-    std::mt19937 rng(37);
-    Map<int*, int*> map;
-    std::list<int*> model;
-    int keys[16];
-    for (int i = 0; i < 5000; ++i) {
-        int* k = &keys[rng() % 16];
-        const auto it = std::find(model.begin(), model.end(), k);
-        switch (rng() % 3) {
-        case 0:
-            ASSERT_TRUE(map.insert(k, nullptr));
-            model.push_back(k);
-            break;
-        case 1:
-            EXPECT_EQ(map.erase(k), it != model.end());
-            if (it != model.end())
-                model.erase(it);
-            break;
-        default:
-            EXPECT_EQ(map.find(k), it != model.end());
-        }
-        ASSERT_EQ(map.size(), model.size());
-    }
-    std::size_t i = 0;
-    for (int* k : model)
-        EXPECT_EQ(map.key_at(i++), k);
 }
 
 }  // namespace
