@@ -41,11 +41,9 @@ struct Recorder {
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
         return static_cast<Recorder*>(app)->push(h, nullptr, 0, {static_cast<OMX_U32>(type), d1, d2});
     }
-    static OMX_ERRORTYPE on_empty(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
-        return static_cast<Recorder*>(app)->push(h, b, 0, {});
-    }
-    static OMX_ERRORTYPE on_fill(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
-        return static_cast<Recorder*>(app)->push(h, b, 1, {});
+    template <int port>
+    static OMX_ERRORTYPE on_done(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
+        return static_cast<Recorder*>(app)->push(h, b, port, {});
     }
     OMX_ERRORTYPE push(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* b, int port, std::array<OMX_U32, 3> e) {
         std::lock_guard<std::mutex> lock(mu);
@@ -101,7 +99,7 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
     EXPECT_STREQ(reinterpret_cast<char*>(comp[0]), kName);
 
     Recorder rec;
-    OMX_CALLBACKTYPE cb{&Recorder::on_event, &Recorder::on_empty, &Recorder::on_fill};
+    OMX_CALLBACKTYPE cb{&Recorder::on_event, &Recorder::on_done<0>, &Recorder::on_done<1>};
     OMX_HANDLETYPE h = nullptr;
     ASSERT_EQ(OMX_GetHandle(&h, kName, &rec, &cb), OMX_ErrorNone);
     rec.h = h;

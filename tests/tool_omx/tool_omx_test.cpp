@@ -35,8 +35,8 @@ void expect_same_wav(const std::string& in, const std::string& options)
         const Bytes msg = slurp(log);
         EXPECT_EQ(status, 0) << cmd << "\n" << std::string(msg.begin(), msg.end());
         wav[omx] = slurp(out);
-        std::remove(out.c_str());
-        std::remove(log.c_str());
+        for (const std::string& f : {out, log})
+            std::remove(f.c_str());
     }
     ASSERT_GT(wav[0].size(), 44u);
     EXPECT_TRUE(wav[0] == wav[1]) << "the two WAV files differ";
@@ -58,10 +58,8 @@ TEST(ToolOmx, QcpAndRawInputsGiveIdenticalWavFiles)
         for (int run = evrc_test::uniform_int(rng, 1, 40); run > 0; --run) {
             evrc::QcpPacket p;
             p.rate = static_cast<std::uint8_t>(rate);
-            if (rate != EVRC_RATE_BLANK) {
-                const Bytes b = evrc_test::random_packet_bytes(rng, rate);
-                p.data.assign(b.begin() + 1, b.end());
-            }
+            const Bytes b = rate == EVRC_RATE_BLANK ? Bytes{0} : evrc_test::random_packet_bytes(rng, rate);
+            p.data.assign(b.begin() + 1, b.end());
             packets.push_back(std::move(p));
         }
     }
