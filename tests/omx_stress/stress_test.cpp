@@ -102,7 +102,6 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
 
 TEST(OmxStress, HundredsOfCompleteLifecycles)
 {
-    std::mt19937 rng(99);
     for (std::size_t round = 0; round < scaled(300); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         const bool tunneled = round % 5 == 4;
@@ -111,13 +110,6 @@ TEST(OmxStress, HundredsOfCompleteLifecycles)
         c.allocate(2, tunneled ? 0 : 2);
         ASSERT_TRUE(c.wait_cmd_complete(OMX_CommandStateSet, OMX_StateIdle));
         ASSERT_TRUE(c.set_state(OMX_StateExecuting));
-        if (!tunneled && round % 3 == 0) {
-            const Bytes packet = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
-            ASSERT_EQ(c.ftb(c.out[0]), OMX_ErrorNone);
-            ASSERT_EQ(c.etb(c.in[0], packet), OMX_ErrorNone);
-            ASSERT_EQ(c.ebd(0).hdr, c.in[0]);
-            EXPECT_EQ(c.fbd(0).filled, 320u);
-        }
         if (round % 4 == 1) {
             ASSERT_TRUE(c.set_state(OMX_StatePause));
             ASSERT_TRUE(c.set_state(OMX_StateExecuting));
