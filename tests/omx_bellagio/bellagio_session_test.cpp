@@ -58,8 +58,14 @@ struct Recorder {
     bool wait_event(OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2) {
         const std::array<OMX_U32, 3> e{static_cast<OMX_U32>(type), d1, d2};
         std::unique_lock<std::mutex> lock(mu);
-        return cv.wait_for(lock, std::chrono::seconds(20),
-                           [&] { return std::find(events.begin(), events.end(), e) != events.end(); });
+        // Each event satisfies one wait: a second Idle completion must not be
+        // mistaken for the first.
+        auto it = events.end();
+        if (!cv.wait_for(lock, std::chrono::seconds(20),
+                         [&] { return (it = std::find(events.begin(), events.end(), e)) != events.end(); }))
+            return false;
+        events.erase(it);
+        return true;
     }
     bool wait_state(OMX_STATETYPE s) { return wait_event(OMX_EventCmdComplete, OMX_CommandStateSet, s); }
     OMX_BUFFERHEADERTYPE* next(int port) {
