@@ -72,6 +72,9 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
 
     std::atomic<bool> failed{false}, done{false};
     std::atomic<int> wrongly_accepted{0};
+    // Copies of real headers for the malformed calls, taken before the
+    // component starts writing into the originals.
+    const OMX_BUFFERHEADERTYPE in_copy = *c.in[0], out_copy = *c.out[0];
     std::thread feeder([&] {
         for (std::size_t next = 0; next < nbuf && !failed; ++next) {
             OMX_BUFFERHEADERTYPE* hdr = next < c.in.size() ? c.in[next] : c.ebd(next - c.in.size()).hdr;
@@ -88,7 +91,7 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
         }
         done = true;
     });
-    std::thread heckler([&, in = *c.in[0], out = *c.out[0]] {
+    std::thread heckler([&, in = in_copy, out = out_copy] {
         while (!done)
             wrongly_accepted += refused_calls_accepted(c, in, out);
     });
