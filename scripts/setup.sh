@@ -11,7 +11,8 @@ HOST_PACKAGES=(
     cmake g++ make python3 pkg-config ccache
     libgtest-dev libgmock-dev googletest libbenchmark-dev
     libomxil-bellagio-dev libomxil-bellagio0 libomxil-bellagio-bin
-    "android-liblog-dev:$NATIVE_ARCH" libsndfile1-dev ffmpeg
+    "android-liblog-dev:$NATIVE_ARCH" libsndfile1-dev libsoxr-dev ffmpeg sox
+    python3-numpy python3-scipy asterisk-core-sounds-en-wav clang-format linux-perf
     clang libclang-rt-dev
     g++-arm-linux-gnueabihf qemu-user
 )

@@ -141,6 +141,14 @@ inline Word32 L_shr(Word32 L, Word16 n) {
 
 }  // namespace detail
 
+// ---- Bookkeeping for exact fast paths ---------------------------------------
+// A stage that computes a block of operators in plain integer arithmetic (after
+// proving the result equal to the operator chain) still owes the chain's
+// effects on the globals: charge() adds the chain's total weight once, and
+// raise_overflow() sets the flag where the chain would have clamped.
+inline void charge(UWord32 weight) { detail::count(weight); }
+inline void raise_overflow() { detail::overflow(); }
+
 // ---- Saturating 16- and 32-bit operators ----------------------------------
 
 inline Word16 saturate(Word32 x) { return detail::sat16(x); }

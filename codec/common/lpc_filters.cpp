@@ -74,7 +74,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
         return;
     }
     // Ten saturating multiply-accumulates and one rounding per sample.
-    fx::detail::count(11u * static_cast<UWord32>(L));
+    fx::charge(11u * static_cast<UWord32>(L));
     // Coefficients and outputs in locals: the arithmetic globals could alias
     // the caller's memory, which would keep the compiler from holding either
     // in registers. y[10 + n] is output n in Q16, y[0..10) the memory, oldest
@@ -105,7 +105,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
         done += len;
     }
     for (int k = 0; k < kOrder; ++k) mem[k] = y[kOrder - 1 - k];
-    if (clamped) fx::detail::overflow();
+    if (clamped) fx::raise_overflow();
 }
 
 // in[0..10) are the ten samples before the block, in[10 .. 10 + L) the block

@@ -103,7 +103,7 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         return;
     }
     // Each tap is one weighted multiply-accumulate of 4 operations.
-    fx::detail::count(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
+    fx::charge(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
     Word32 abs_sums[kPhases];
     for (int ph = 0; ph < kPhases; ++ph) abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
     bool clamped = false;
@@ -142,7 +142,7 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
             buf[out_index] = out;
         }
     }
-    if (clamped) fx::detail::overflow();
+    if (clamped) fx::raise_overflow();
 }
 
 }  // namespace evrc_dec

@@ -26,7 +26,7 @@ Word32 energy(const Word16 *x, int L) {
 // is among these) or 4p < -2^31. In 32 bits, so the loop vectorises.
 void scale(Word16 g, const Word16 *in, Word16 *out, int L) {
     if (L <= 0) return;
-    fx::detail::count(4u * static_cast<UWord32>(L));
+    fx::charge(4u * static_cast<UWord32>(L));
     bool clamped = false;
     for (int n = 0; n < L; ++n) {
         const Word32 p = static_cast<Word32>(g) * in[n];
@@ -36,7 +36,7 @@ void scale(Word16 g, const Word16 *in, Word16 *out, int L) {
         r = r < fx::kMin16 ? fx::kMin16 : r;
         out[n] = static_cast<Word16>(r);
     }
-    if (clamped) fx::detail::overflow();
+    if (clamped) fx::raise_overflow();
 }
 
 }  // namespace
