@@ -7,11 +7,12 @@
 #include <cstdint>
 
 #include "codec/basic/fixed_point.h"
-#include "evrc/evrc_dec.h"
+#include "codec/common/constants.h"
+#include "evrc/evrc_common.h"
 
 namespace {
 
-constexpr int kOrder = 10;
+using evrc::kOrder;
 
 // acc + t clamped to 32 bits; a clamp sets `clamped`. Written so that the
 // compiler can use conditional moves: the clamps of the synthesis filter are

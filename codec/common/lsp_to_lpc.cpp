@@ -8,12 +8,13 @@
 // vector is A(z) = 1 - sum a_k z^-k in Q12, built from
 // P(z)(1 + z^-1) and Q(z)(1 - z^-1).
 #include "codec/basic/fixed_point.h"
-#include "evrc/evrc_dec.h"
+#include "codec/common/constants.h"
+#include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
 namespace {
 
-constexpr int kLpcOrder = 10;
+constexpr int kLpcOrder = evrc::kOrder;
 constexpr int kPolyLen = 6;                // coefficients 0..5, middle at 5
 constexpr Word32 kOneQ24 = 16777216;       // 1.0 in Q24
 constexpr Word32 kPoscosOfZero = -1073741820;  // -cos(0) in Q30, 4 above -2^30

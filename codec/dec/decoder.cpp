@@ -2,6 +2,7 @@
 // between normal, eighth-rate and concealed decoding, and the per-subframe
 // rate 1 / rate 1/2 decoding path.
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "codec/dec/excitation_internal.h"
 #include "codec/dec/packet_bits.h"
 #include "evrc/evrc_dec.h"
@@ -12,18 +13,16 @@ static_assert(sizeof(EvrcFrameParams) == 33 * sizeof(Word16), "the frame paramet
 
 namespace {
 
-constexpr int kOrder = 10;
-constexpr int kSubframes = 3;
-constexpr int kSubframeStep = 53;       // subframe k starts at output sample 53k
-constexpr int kFcbVectorLen = 55;
+using evrc::kFcbLen;
+using evrc::kLspToLpcShift;
+using evrc::kOrder;
+using evrc::kSubframes;
 constexpr Word16 kInitialSeed = 4660;
 constexpr Word16 kAgcWeight = 16384;     // 0.5
 constexpr Word16 kInitialDelay = 40;
 constexpr Word16 kPrefilterRampStep = 6554;
-constexpr Word16 kFlatContourJump = 16;  // delay jumps this large are not interpolated
 constexpr Word16 kThirdQ16 = 21845;      // 1/3: running mean of the ACB gains
 constexpr Word16 kTwentyFourthQ16 = 2731;  // 1/24: running mean of the FCB gains
-constexpr Word16 kLspToLpcShift = 3;
 constexpr Word16 kTiltFull = 6554;       // 0.2
 constexpr Word16 kTiltHalf = 11469;      // 0.35
 
@@ -64,7 +63,7 @@ void read_tty_fields(EvrcDecoderState *st, const EvrcPacket *packet, Word16 rate
 // Frame set-up of the rate 1 / rate 1/2 path.
 void start_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate) {
     if (rate == EVRC_RATE_FULL && st->prev_erased != 0 && fp->delta_delay != 0) evrc_fix_dlay_contour(st, fp);
-    if (fx::abs_s(fx::sub(st->prev_delay, fp->delay)) >= kFlatContourJump) st->prev_delay = fp->delay;
+    if (fx::abs_s(fx::sub(st->prev_delay, fp->delay)) >= evrc::kDelayJump) st->prev_delay = fp->delay;
     st->avg_acb_gain = 0;
     st->avg_fcb_gain = 0;
 }
@@ -81,7 +80,7 @@ void subframe_lpc(EvrcDecoderState *st, const EvrcFrameParams *fp, int k) {
 // history; returns the pitch pre-filtered copy in `prefiltered`.
 void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 rate, int k, int L,
                       Word16 *prefiltered) {
-    Word16 *exc = st->exc_history + EVRC_HISTORY_LEN;
+    Word16 *exc = evrc_dec::current_subframe(st);
     Word32 points[3];
     evrc_interpol_delay(fp->delay, st->prev_delay, static_cast<Word16>(k), points);
 
@@ -89,7 +88,7 @@ void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 ra
     st->avg_acb_gain = accumulate_gain(st->avg_acb_gain, st->acb_gain, kThirdQ16);
     evrc_rx_acb_excitation(points, exc, static_cast<Word16>(L));
 
-    Word16 fcb[kFcbVectorLen];
+    Word16 fcb[kFcbLen];
     evrc_dec_fixed_codebook(fcb, fp->fcb_index[k], rate);
 
     Word16 gain_index = fp->fcb_gain_index[k];
@@ -106,7 +105,7 @@ void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 ra
 // history (which already holds a copy of its excitation).
 void synthesise_subframe(EvrcDecoderState *st, const Word16 *prefiltered, PostfilterSetting pf, int L,
                          int postfilter_off) {
-    Word16 *cur = st->exc_history + EVRC_HISTORY_LEN;
+    Word16 *cur = evrc_dec::current_subframe(st);
     const Word16 len = static_cast<Word16>(L);
     if (postfilter_off != 0) {
         evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], len);
@@ -130,8 +129,8 @@ void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate,
         build_excitation(st, fp, rate, k, L, prefiltered);
         evrc_dec::shift_exc_history(st, L);
         synthesise_subframe(st, prefiltered, pf, L, postfilter_off);
-        const Word16 *cur = st->exc_history + EVRC_HISTORY_LEN;
-        for (int i = 0; i < L; ++i) output[kSubframeStep * k + i] = cur[i];
+        const Word16 *cur = evrc_dec::current_subframe(st);
+        for (int i = 0; i < L; ++i) output[evrc::subframe_start(k) + i] = cur[i];
     }
     st->prev_delay = fp->delay;
     for (int i = 0; i < kOrder; ++i) st->prev_lsp[i] = fp->lsp[i];

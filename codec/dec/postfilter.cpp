@@ -3,12 +3,13 @@
 // applied to the synthesised current subframe, with A(z) the subframe's LPC
 // filter, gz and gp given as tables of powers g^1..g^10 (Q15).
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "codec/dec/excitation_internal.h"
 #include "evrc/evrc_dec.h"
 
 namespace {
 
-constexpr int kOrder = 10;
+using evrc::kOrder;
 
 // Tilt compensation t[n] = s[n] - mu * s[n-1] into dst, s[-1] being the last
 // sample of the previous subframe; remembers s[L-1] for the next call.

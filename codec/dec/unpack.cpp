@@ -1,19 +1,28 @@
 // Erasure detection and unpacking of rate 1, 1/2 and 1/8 packets into the
 // frame-parameter record, with the checks that reject malformed packets.
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
+#include "codec/common/lsp_codebooks.h"
 #include "codec/dec/packet_bits.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
 namespace {
 
-constexpr Word16 kMinDelay = 20;
-constexpr Word16 kMaxDelay = 120;
+using evrc::kMaxDelay;
+using evrc::kMinDelay;
+
 constexpr Word16 kMaxPulsePair = 120;  // 11*a + b with a, b in 0..10
 
 void set_delay(EvrcFrameParams *fp, Word16 delay_index) {
     fp->delay = fx::add(delay_index, kMinDelay);
     if (fp->delay > kMaxDelay) fp->bad_frame = 1;
+}
+
+// The LSP codebook indices at the start of a packet of the given rate.
+void read_lsp_indices(evrc_dec::PacketBitReader &bits, Word16 rate, Word16 *indices) {
+    const evrc::LspSplits s = evrc::lsp_splits(rate);
+    for (int i = 0; i < s.count; ++i) indices[i] = bits.next(s.splits[i].index_bits);
 }
 
 }  // namespace
@@ -41,10 +50,8 @@ EVRC_API Word16 evrc_fer_detect(EvrcPacket *packet, Word16 prev_rate, Word16 pre
 EVRC_API void evrc_unpack_full_rate(const Word16 *data, EvrcFrameParams *fp) {
     evrc_dec::PacketBitReader bits(data);
     fp->mode_bit = bits.next(1);
-    const Word16 lsp1 = bits.next(6);
-    const Word16 lsp2 = bits.next(6);
-    const Word16 lsp3 = bits.next(9);
-    const Word16 lsp4 = bits.next(7);
+    Word16 lsp_index[4];
+    read_lsp_indices(bits, EVRC_RATE_FULL, lsp_index);
     const Word16 delay_index = bits.next(7);
     fp->delta_delay = bits.next(5);
     for (int k = 0; k < 3; ++k) {
@@ -56,19 +63,15 @@ EVRC_API void evrc_unpack_full_rate(const Word16 *data, EvrcFrameParams *fp) {
         fp->fcb_gain_index[k] = bits.next(5);
     }
 
-    evrc_unquant_lsps(&evrc_acsLspVQFull1[0][0], 2, lsp1, &fp->lsp[0]);
-    evrc_unquant_lsps(&evrc_acsLspVQFull2[0][0], 2, lsp2, &fp->lsp[2]);
-    evrc_unquant_lsps(&evrc_acsLspVQFull3[0][0], 3, lsp3, &fp->lsp[4]);
-    evrc_unquant_lsps(&evrc_acsLspVQFull4[0][0], 3, lsp4, &fp->lsp[7]);
+    evrc::dequantise_lsps(EVRC_RATE_FULL, lsp_index, fp->lsp);
     evrc_check_lsps(fp);
     set_delay(fp, delay_index);
 }
 
 EVRC_API void evrc_unpack_half_rate(const Word16 *data, EvrcFrameParams *fp) {
     evrc_dec::PacketBitReader bits(data);
-    const Word16 lsp1 = bits.next(7);
-    const Word16 lsp2 = bits.next(7);
-    const Word16 lsp3 = bits.next(8);
+    Word16 lsp_index[3];
+    read_lsp_indices(bits, EVRC_RATE_HALF, lsp_index);
     const Word16 delay_index = bits.next(7);
     for (int k = 0; k < 3; ++k) {
         fp->acb_gain_index[k] = bits.next(3);
@@ -76,21 +79,18 @@ EVRC_API void evrc_unpack_half_rate(const Word16 *data, EvrcFrameParams *fp) {
         fp->fcb_gain_index[k] = bits.next(4);
     }
 
-    evrc_unquant_lsps(&evrc_acsLspVQHalf1[0][0], 3, lsp1, &fp->lsp[0]);
-    evrc_unquant_lsps(&evrc_acsLspVQHalf2[0][0], 3, lsp2, &fp->lsp[3]);
-    evrc_unquant_lsps(&evrc_acsLspVQHalf3[0][0], 4, lsp3, &fp->lsp[6]);
+    evrc::dequantise_lsps(EVRC_RATE_HALF, lsp_index, fp->lsp);
     evrc_check_lsps(fp);
     set_delay(fp, delay_index);
 }
 
 EVRC_API Word16 evrc_unpack_one_eigth_rate(const Word16 *data, EvrcFrameParams *fp) {
     evrc_dec::PacketBitReader bits(data);
-    const Word16 lsp1 = bits.next(4);
-    const Word16 lsp2 = bits.next(4);
+    Word16 lsp_index[2];
+    read_lsp_indices(bits, EVRC_RATE_EIGHTH, lsp_index);
     fp->energy_index = bits.next(8);
 
-    evrc_unquant_lsps(&evrc_acsLspVQEighth1[0][0], 5, lsp1, &fp->lsp[0]);
-    evrc_unquant_lsps(&evrc_acsLspVQEighth2[0][0], 5, lsp2, &fp->lsp[5]);
+    evrc::dequantise_lsps(EVRC_RATE_EIGHTH, lsp_index, fp->lsp);
     evrc_check_lsps(fp);
     return fp->bad_frame;
 }

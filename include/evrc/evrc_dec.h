@@ -9,28 +9,10 @@
 #ifndef EVRC_DEC_H
 #define EVRC_DEC_H
 
+#include "evrc/evrc_common.h"
 #include "evrc/evrc_types.h"
 
 EVRC_EXTERN_C_BEGIN
-
-/* Rate codes (the packet's rate word). Any other code is an erasure. */
-enum {
-    EVRC_RATE_BLANK = 0,
-    EVRC_RATE_EIGHTH = 1,
-    EVRC_RATE_QUARTER = 2,
-    EVRC_RATE_HALF = 3,
-    EVRC_RATE_FULL = 4
-};
-
-#define EVRC_FRAME_SIZE 160
-#define EVRC_PACKET_WORDS 12
-
-/* One packet in the word layout: rate word, then 11 data words, the first
- * packet bit in the most significant bit of data[0]. */
-typedef struct EvrcPacket {
-    Word16 rate;
-    Word16 data[11];
-} EvrcPacket;
 
 /* Unpacked parameters of one frame (33 words). */
 typedef struct EvrcFrameParams {
@@ -51,9 +33,6 @@ typedef struct EvrcGaussRecord {
     Word16 gauss_spare;
     Word16 noise_seed;
 } EvrcGaussRecord;
-
-#define EVRC_HISTORY_LEN 128  /* past excitation samples */
-#define EVRC_MAX_SUBFRAME 54
 
 /* Decoder state, exactly 1392 bytes on 32- and 64-bit builds. */
 typedef struct EvrcDecoderState {
@@ -113,35 +92,15 @@ EVRC_API void evrc_unpack_half_rate(const Word16 *data, EvrcFrameParams *fp);
 EVRC_API Word16 evrc_unpack_one_eigth_rate(const Word16 *data, EvrcFrameParams *fp);
 EVRC_API Word16 evrc_check_fcb_indices(const EvrcFrameParams *fp, Word16 rate, Word16 bad_frame);
 
-/* LSP dequantisation and LPC conversion. */
-EVRC_API void evrc_unquant_lsps(const Word16 *codebook, Word16 row_len, Word16 row_index, Word16 *out);
+/* LSP order check. */
 EVRC_API void evrc_check_lsps(EvrcFrameParams *fp);
-EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Word16 *out, Word16 weight);
-EVRC_API void cmn1x_lsp2lpc(const Word16 *lsp, Word16 *a, Word16 shift);
-EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Word16 order);
-EVRC_API Word32 evrc_voc_poscos(Word16 lsp);
-EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Word16 n);
-EVRC_API Word16 evrc_bwe_lpc_sp(const Word16 *in, Word16 *out, const Word16 *factors);
 
-/* Pitch delay contour and adaptive codebook. */
-EVRC_API void evrc_interpol_delay(Word16 cur_delay, Word16 prev_delay, Word16 subframe, Word32 *points);
-EVRC_API void evrc_construct_delay_contour(const Word32 *points, Word32 *contour, Word16 L);
-EVRC_API void evrc_voc_rclp_block_interp(Word16 *exc, const Word32 *contour, const Word16 *filter, Word16 N,
-                                         Word16 n_samples);
-EVRC_API void evrc_rx_acb_excitation(const Word32 *points, Word16 *exc, Word16 L);
+/* Excitation history of an erased frame, rebuilt from the next rate-1 frame. */
 EVRC_API void evrc_fix_dlay_contour(EvrcDecoderState *st, EvrcFrameParams *fp);
-
-/* Fixed codebook and gains. */
-EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16 rate);
-EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points,
-                                   Word16 acb_gain, Word16 fcb_gain, Word16 L);
 
 /* Synthesis and post-processing. */
 EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain,
                                     Word16 L);
-EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, Word16 L);
-EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
-                                         Word16 shift);
 EVRC_API void evrc_decoder_postfilter(EvrcDecoderState *st, Word16 *out, const Word16 *poles, const Word16 *zeros,
                                       Word16 L, Word16 tilt);
 EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,

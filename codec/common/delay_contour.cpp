@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "codec/basic/fixed_point.h"
-#include "evrc/evrc_dec.h"
+#include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
 namespace {

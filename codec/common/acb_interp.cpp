@@ -1,16 +1,13 @@
 // Adaptive codebook: the past excitation read at the fractional, moving delay
-// of the contour through an 8-phase interpolation filter, and the rebuilding
-// of the excitation history of an erased frame once the next rate-1 frame
-// tells its delay.
+// of the contour through an 8-phase interpolation filter.
 #include <cstdint>
-#include <cstring>
 
 #include "codec/basic/fixed_point.h"
-#include "codec/dec/excitation_internal.h"
-#include "evrc/evrc_dec.h"
+#include "codec/common/excitation.h"
+#include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
-namespace evrc_dec {
+namespace evrc {
 
 namespace {
 
@@ -145,10 +142,13 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     if (clamped) fx::raise_overflow();
 }
 
-}  // namespace evrc_dec
+}  // namespace evrc
 
-using evrc_dec::kExcBufferLen;
-using evrc_dec::kExcHistoryLen;
+using evrc::kExcBufferLen;
+using evrc::kExcHistoryLen;
+
+// Half the tap count of the adaptive codebook's 17-tap filter.
+constexpr int kInterpHalfTaps = 8;
 
 extern "C" {
 
@@ -157,7 +157,7 @@ extern "C" {
 // as 0. Writes exc[0 .. n_samples).
 EVRC_API void evrc_voc_rclp_block_interp(Word16 *exc, const Word32 *contour, const Word16 *filter, Word16 N,
                                          Word16 n_samples) {
-    evrc_dec::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N,
+    evrc::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N,
                                    n_samples);
 }
 
@@ -167,32 +167,10 @@ EVRC_API void evrc_rx_acb_excitation(const Word32 *points, Word16 *exc, Word16 L
     if (L < 0 || L > EVRC_MAX_SUBFRAME) {
         return;
     }
-    Word32 contour[evrc_dec::kContourLen];
+    Word32 contour[evrc::kContourLen];
     evrc_construct_delay_contour(points, contour, L);
-    evrc_voc_rclp_block_interp(exc, contour, &evrc_acsBlockCoeff8[0][0], 8, static_cast<Word16>(L + 10));
-}
-
-// Rebuilds the excitation history of the erased frame before this rate-1
-// frame from its delta delay (offset 16): restores the history saved by the
-// concealment and runs the adaptive codebook along the lost frame's contour.
-EVRC_API void evrc_fix_dlay_contour(EvrcDecoderState *st, EvrcFrameParams *fp) {
-    const int lost_delay = fp->delay - fp->delta_delay + 16;
-    const Word16 dl = static_cast<Word16>(lost_delay);
-    const int jump = st->prev_delay - lost_delay;
-    st->erased_start_delay = (jump >= 16 || jump <= -16) ? dl : st->prev_delay;
-    st->prev_delay = dl;
-
-    std::memcpy(st->exc_history, st->exc_saved, sizeof(st->exc_saved));
-    for (int k = 0; k < 3; ++k) {
-        const Word16 L = evrc_acsSubFrameSize[k];
-        Word32 points[3];
-        evrc_interpol_delay(dl, st->erased_start_delay, static_cast<Word16>(k), points);
-        Word32 contour[evrc_dec::kContourLen];
-        evrc_construct_delay_contour(points, contour, L);
-        evrc_dec::block_interp_bounded(st->exc_history, kExcBufferLen, kExcHistoryLen, contour,
-                                       &evrc_acsBlockCoeff8[0][0], 8, L + 10);
-        evrc_dec::shift_exc_history(st, L);
-    }
+    evrc_voc_rclp_block_interp(exc, contour, &evrc_acsBlockCoeff8[0][0], kInterpHalfTaps,
+                               static_cast<Word16>(L + evrc::kLookAhead));
 }
 
 }  // extern "C"

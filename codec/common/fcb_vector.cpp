@@ -4,15 +4,14 @@
 #include <cstdint>
 
 #include "codec/basic/fixed_point.h"
-#include "codec/dec/excitation_internal.h"
-#include "evrc/evrc_dec.h"
+#include "codec/common/constants.h"
+#include "evrc/evrc_common.h"
 
 namespace {
 
-using evrc_dec::kFcbLen;
-
-constexpr Word16 kPulse = 2048;
-constexpr int kTracks = 5;
+using evrc::kFcbLen;
+using evrc::kFcbPulse;
+using evrc::kFcbTracks;
 // Last vector index that sharpening and gain combination may touch.
 constexpr int kLastIndex = 53;
 
@@ -35,14 +34,14 @@ void split_pair(int v, int *a, int *b) {
 void decode_pair_field(Word16 *fcb, int track, int field) {
     int a, b;
     split_pair(field & 0x7F, &a, &b);
-    const Word16 s = (field & 0x80) ? -kPulse : kPulse;
-    put_pulse(fcb, track + kTracks * a, s);
+    const Word16 s = (field & 0x80) ? -kFcbPulse : kFcbPulse;
+    put_pulse(fcb, track + kFcbTracks * a, s);
     if (b < a) {
-        put_pulse(fcb, track + kTracks * b, static_cast<Word16>(-s));
+        put_pulse(fcb, track + kFcbTracks * b, static_cast<Word16>(-s));
     } else if (b == a) {
-        put_pulse(fcb, track + kTracks * b, static_cast<Word16>(2 * s));
+        put_pulse(fcb, track + kFcbTracks * b, static_cast<Word16>(2 * s));
     } else {
-        put_pulse(fcb, track + kTracks * b, s);
+        put_pulse(fcb, track + kFcbTracks * b, s);
     }
 }
 
@@ -52,18 +51,18 @@ void decode_full_rate(Word16 *fcb, const Word16 *f) {
     const int last = static_cast<UWord16>(f[3]);
     const int ts = (last >> 9) & 3;
     for (int i = 0; i < 3; ++i) {
-        decode_pair_field(fcb, (ts + i) % kTracks, static_cast<UWord16>(f[i]));
+        decode_pair_field(fcb, (ts + i) % kFcbTracks, static_cast<UWord16>(f[i]));
     }
     int a, b;
     split_pair(last & 0x7F, &a, &b);
-    put_pulse(fcb, (ts + 3) % kTracks + kTracks * a, (last & 0x100) ? -kPulse : kPulse);
-    put_pulse(fcb, (ts + 4) % kTracks + kTracks * b, (last & 0x80) ? -kPulse : kPulse);
+    put_pulse(fcb, (ts + 3) % kFcbTracks + kFcbTracks * a, (last & 0x100) ? -kFcbPulse : kFcbPulse);
+    put_pulse(fcb, (ts + 4) % kFcbTracks + kFcbTracks * b, (last & 0x80) ? -kFcbPulse : kFcbPulse);
 }
 
 // Rate 1/2: three pulses at 7p + 2i with signs +s, -s, +s.
 void decode_half_rate(Word16 *fcb, const Word16 *f) {
     const int field = static_cast<UWord16>(f[0]);
-    const Word16 s = (field & 0x200) ? -kPulse : kPulse;
+    const Word16 s = (field & 0x200) ? -kFcbPulse : kFcbPulse;
     for (int i = 0; i < 3; ++i) {
         const int p = (field >> (6 - 3 * i)) & 7;
         put_pulse(fcb, 7 * p + 2 * i, (i == 1) ? static_cast<Word16>(-s) : s);
