@@ -4,6 +4,7 @@
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
 #include "codec/dec/excitation_internal.h"
+#include "codec/dec/frame_tail.h"
 #include "codec/dec/packet_bits.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
@@ -14,28 +15,15 @@ static_assert(sizeof(EvrcFrameParams) == 33 * sizeof(Word16), "the frame paramet
 namespace {
 
 using evrc::kFcbLen;
-using evrc::kLspToLpcShift;
 using evrc::kOrder;
 using evrc::kSubframes;
+
 constexpr Word16 kInitialSeed = 4660;
 constexpr Word16 kAgcWeight = 16384;     // 0.5
 constexpr Word16 kInitialDelay = 40;
 constexpr Word16 kPrefilterRampStep = 6554;
 constexpr Word16 kThirdQ16 = 21845;      // 1/3: running mean of the ACB gains
 constexpr Word16 kTwentyFourthQ16 = 2731;  // 1/24: running mean of the FCB gains
-constexpr Word16 kTiltFull = 6554;       // 0.2
-constexpr Word16 kTiltHalf = 11469;      // 0.35
-
-// Postfilter zero table and tilt of the rate being decoded.
-struct PostfilterSetting {
-    const Word16 *zeros;
-    Word16 tilt;
-};
-
-PostfilterSetting postfilter_setting(Word16 rate) {
-    if (rate == EVRC_RATE_HALF) return {evrc_acsGamma50Tab, kTiltHalf};
-    return {evrc_acsGamma57Tab, kTiltFull};
-}
 
 // high half of ((avg << 16) + 32768 + gain * weight): one rounded step of a
 // running mean.
@@ -68,11 +56,10 @@ void start_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate) 
     st->avg_fcb_gain = 0;
 }
 
-// Subframe LPC coefficients from the LSPs interpolated between frames.
-void subframe_lpc(EvrcDecoderState *st, const EvrcFrameParams *fp, int k) {
-    Word16 lsp[kOrder];
-    cmn1x_interpolate_lsp(st->prev_lsp, fp->lsp, lsp, evrc_acsLSPInterpTbl[k]);
-    cmn1x_lsp2lpc(lsp, st->lpc, kLspToLpcShift);
+// Subframe LPC coefficients, bandwidth-expanded in the first rate-1 frame
+// after an erasure that carries the mode bit.
+void speech_subframe_lpc(EvrcDecoderState *st, const EvrcFrameParams *fp, int k) {
+    evrc_dec::subframe_lpc(st, fp->lsp, k);
     if ((st->prev_erased & fp->mode_bit) != 0) evrc_bwe_lpc_sp(st->lpc, st->lpc, evrc_acsGamma75Tab);
 }
 
@@ -101,42 +88,21 @@ void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 ra
     evrc_pitch_pre_filter(exc + L - 1, st->pitch_lag, prefiltered, st->acb_gain, static_cast<Word16>(L));
 }
 
-// Synthesis and post-processing of the current subframe, in place behind the
-// history (which already holds a copy of its excitation).
-void synthesise_subframe(EvrcDecoderState *st, const Word16 *prefiltered, PostfilterSetting pf, int L,
-                         int postfilter_off) {
-    Word16 *cur = evrc_dec::current_subframe(st);
-    const Word16 len = static_cast<Word16>(L);
-    if (postfilter_off != 0) {
-        evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], len);
-        return;
-    }
-    Word16 postfiltered[EVRC_MAX_SUBFRAME];
-    evrc_decoder_agc(st, cur, prefiltered, cur, 1, len);
-    evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], len);
-    evrc_decoder_postfilter(st, postfiltered, evrc_acsGamma75Tab, pf.zeros, len, pf.tilt);
-    evrc_decoder_agc(st, cur, postfiltered, cur, 0, len);
-}
-
 void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate, Word16 *output,
                          int postfilter_off) {
     start_speech_frame(st, fp, rate);
-    const PostfilterSetting pf = postfilter_setting(rate);
+    const evrc_dec::PostfilterSetting pf = evrc_dec::speech_postfilter(rate);
+    const bool postfilter = evrc_dec::speech_postfilter_on(postfilter_off);
     for (int k = 0; k < kSubframes; ++k) {
         const int L = evrc_acsSubFrameSize[k];
         Word16 prefiltered[EVRC_MAX_SUBFRAME];
-        subframe_lpc(st, fp, k);
+        speech_subframe_lpc(st, fp, k);
         build_excitation(st, fp, rate, k, L, prefiltered);
         evrc_dec::shift_exc_history(st, L);
-        synthesise_subframe(st, prefiltered, pf, L, postfilter_off);
-        const Word16 *cur = evrc_dec::current_subframe(st);
-        for (int i = 0; i < L; ++i) output[evrc::subframe_start(k) + i] = cur[i];
+        evrc_dec::subframe_output(st, prefiltered, pf, postfilter, k, output);
     }
     st->prev_delay = fp->delay;
-    for (int i = 0; i < kOrder; ++i) st->prev_lsp[i] = fp->lsp[i];
-    st->prev_rate = rate;
-    st->prev_erased = 0;
-    evrc_decoder_gain_adjust(st, output);
+    evrc_dec_clean_up(st, fp, output, rate, 0);
 }
 
 }  // namespace

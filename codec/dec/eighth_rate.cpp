@@ -1,10 +1,10 @@
 // Eighth-rate decoding: the frame is rebuilt as Gaussian noise scaled by
 // three subframe gains and shaped by the frame's LPC envelope. The erasure
 // path reuses it with gains of its own (use_conceal_gains = 1).
-#include <cstring>
-
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "codec/dec/excitation_internal.h"
+#include "codec/dec/frame_tail.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -35,32 +35,18 @@ EVRC_API void evrc_decode_8th(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 
     for (Word16 &v : noise) v = evrc_ran_gaussian(&st->gauss);
 
     const Word16 *gains = select_gain_row(st, fp, use_conceal_gains);
-    Word16 *cur = st->exc_history + EVRC_HISTORY_LEN;
+    Word16 *cur = evrc_dec::current_subframe(st);
+    const evrc_dec::PostfilterSetting pf = evrc_dec::eighth_rate_postfilter();
+    const bool postfilter = evrc_dec::eighth_rate_postfilter_on(postfilter_off);
 
-    for (int j = 0; j < 3; ++j) {
+    for (int j = 0; j < evrc::kSubframes; ++j) {
         const Word16 L = evrc_acsSubFrameSize[j];
-        const int start = 53 * j;
-
-        scale_noise(noise + start, gains[j], cur, L);
+        scale_noise(noise + evrc::subframe_start(j), gains[j], cur, L);
         evrc_dec::shift_exc_history(st, L);
-
-        Word16 sub_lsp[10];
-        cmn1x_interpolate_lsp(st->prev_lsp, fp->lsp, sub_lsp, evrc_acsLSPInterpTbl[j]);
-        cmn1x_lsp2lpc(sub_lsp, st->lpc, 3);
-
-        evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], L);
-        if (postfilter_off == 0) {
-            Word16 postfiltered[EVRC_MAX_SUBFRAME];
-            evrc_decoder_postfilter(st, postfiltered, evrc_acsGamma57Tab, evrc_acsGamma57Tab, L, 0);
-            evrc_decoder_agc(st, cur, postfiltered, cur, 0, L);
-        }
-        std::memcpy(output + start, cur, sizeof(Word16) * static_cast<size_t>(L));
+        evrc_dec::subframe_lpc(st, fp->lsp, j);
+        evrc_dec::subframe_output(st, nullptr, pf, postfilter, j, output);
     }
-
-    std::memcpy(st->prev_lsp, fp->lsp, sizeof st->prev_lsp);
-    st->prev_rate = EVRC_RATE_EIGHTH;
-    st->prev_erased = erased;
-    evrc_decoder_gain_adjust(st, output);
+    evrc_dec_clean_up(st, fp, output, EVRC_RATE_EIGHTH, erased);
 }
 
 }  // extern "C"

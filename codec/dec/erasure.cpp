@@ -6,7 +6,9 @@
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "codec/dec/excitation_internal.h"
+#include "codec/dec/frame_tail.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -18,16 +20,6 @@ constexpr Word16 kFlatDelayAbove = 4914;      // avg_acb_gain threshold for the 
 constexpr Word16 kRampStep = 1638;            // pre-filter ramp drop per subframe
 constexpr Word16 kNoiseGainFraction = 3277;   // 0.1 of the fixed-codebook gain
 constexpr Word16 kOneThird = 10923;
-
-struct PostfilterSettings {
-    const Word16 *zeros;
-    Word16 tilt;
-};
-
-PostfilterSettings postfilter_settings(Word16 rate) {
-    if (rate == EVRC_RATE_HALF) return {evrc_acsGamma50Tab, 11469};
-    return {evrc_acsGamma57Tab, 6554};
-}
 
 // Delay points of subframe j: the last delay held flat for a voiced signal,
 // a fixed jittered pattern for a weakly voiced one.
@@ -76,10 +68,11 @@ void conceal_voiced(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, W
 
     Word16 noise[EVRC_MAX_SUBFRAME];
     const bool with_noise = draw_mixing_noise(st, fp, noise);
-    const PostfilterSettings pf = postfilter_settings(rate);
-    Word16 *cur = st->exc_history + EVRC_HISTORY_LEN;
+    const evrc_dec::PostfilterSetting pf = evrc_dec::speech_postfilter(rate);
+    const bool postfilter = evrc_dec::erasure_postfilter_on(postfilter_off);
+    Word16 *cur = evrc_dec::current_subframe(st);
 
-    for (int j = 0; j < 3; ++j) {
+    for (int j = 0; j < evrc::kSubframes; ++j) {
         const Word16 L = evrc_acsSubFrameSize[j];
 
         Word32 points[3];
@@ -92,22 +85,10 @@ void conceal_voiced(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, W
         Word16 prefiltered[EVRC_MAX_SUBFRAME];
         evrc_pitch_pre_filter(cur + L - 1, st->pitch_lag, prefiltered, st->acb_gain, L);
         evrc_dec::shift_exc_history(st, L);
-
-        if (postfilter_off == 1) {
-            evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], L);
-        } else {
-            Word16 postfiltered[EVRC_MAX_SUBFRAME];
-            evrc_decoder_agc(st, cur, prefiltered, cur, 1, L);
-            evrc_voc_synthesis_filter(st->lpc, cur, cur, st->syn_mem[0], L);
-            evrc_decoder_postfilter(st, postfiltered, evrc_acsGamma75Tab, pf.zeros, L, pf.tilt);
-            evrc_decoder_agc(st, cur, postfiltered, cur, 0, L);
-        }
-        std::memcpy(output + 53 * j, cur, sizeof(Word16) * static_cast<size_t>(L));
+        evrc_dec::subframe_output(st, prefiltered, pf, postfilter, j, output);
     }
-
-    st->prev_rate = rate;
-    st->prev_erased = erased;
-    evrc_decoder_gain_adjust(st, output);
+    // fp->lsp holds the previous frame's LSPs, so the clean-up keeps them.
+    evrc_dec_clean_up(st, fp, output, rate, erased);
 }
 
 // Rounded mean of the three gains of the last eighth-rate gain row.
@@ -134,7 +115,7 @@ EVRC_API void evrc_decode_erasure(EvrcDecoderState *st, EvrcFrameParams *fp, Wor
     st->erasure_count = fx::add(st->erasure_count, 1);
 
     std::memcpy(fp->lsp, st->prev_lsp, sizeof fp->lsp);
-    cmn1x_lsp2lpc(fp->lsp, st->lpc, 3);
+    cmn1x_lsp2lpc(fp->lsp, st->lpc, evrc::kLspToLpcShift);
 
     if (st->prev_erased == 1) st->avg_acb_gain = fx::mult_r(st->avg_acb_gain, kRepeatAttenuation);
 

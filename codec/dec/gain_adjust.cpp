@@ -1,5 +1,6 @@
 // End-of-frame output scaling and the gain bookkeeping that goes with it.
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -36,7 +37,7 @@ EVRC_API void evrc_decoder_gain_adjust(EvrcDecoderState *st, Word16 *output) {
 
 EVRC_API void evrc_dec_clean_up(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate,
                                 Word16 erased) {
-    for (int i = 0; i < 10; ++i) st->prev_lsp[i] = fp->lsp[i];
+    for (int i = 0; i < evrc::kOrder; ++i) st->prev_lsp[i] = fp->lsp[i];
     st->prev_rate = rate;
     st->prev_erased = erased;
     evrc_decoder_gain_adjust(st, output);

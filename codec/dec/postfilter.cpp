@@ -25,13 +25,6 @@ void tilt_compensate(EvrcDecoderState *st, const Word16 *s, Word16 *dst, int L, 
     }
 }
 
-// c_k = g^k * a_k, rounded.
-void weight_lpc(const Word16 *gamma, const Word16 *lpc, Word16 *c) {
-    for (int k = 0; k < kOrder; ++k) {
-        c[k] = fx::mult_r(gamma[k], lpc[k]);
-    }
-}
-
 }  // namespace
 
 extern "C" {
@@ -52,14 +45,14 @@ EVRC_API void evrc_decoder_postfilter(EvrcDecoderState *st, Word16 *out, const W
     tilt_compensate(st, s, st->pf_buf + kOrder, L, tilt);
 
     Word16 c[kOrder];
-    weight_lpc(zeros, st->lpc, c);
+    evrc_bwe_lpc_sp(st->lpc, c, zeros);  // c_k = gz^k a_k
     evrc_voc_prediction_filter(st->pf_buf, c, out, L, 4);
 
     for (int k = 0; k < kOrder; ++k) {
         st->pf_buf[k] = st->pf_buf[L + k];
     }
 
-    weight_lpc(poles, st->lpc, c);
+    evrc_bwe_lpc_sp(st->lpc, c, poles);
     evrc_voc_synthesis_filter(c, out, out, st->syn_mem[1], L);
 }
 
