@@ -4,6 +4,7 @@
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/excitation.h"
+#include "codec/common/reference_forms.h"
 #include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
@@ -140,6 +141,28 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         }
     }
     if (clamped) fx::raise_overflow();
+}
+
+void block_interp_reference(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
+                            int n_samples) {
+    const int taps = 2 * N + 1;
+    for (int n = 0; n < n_samples; ++n) {
+        const Word64 t = (static_cast<Word64>(contour[n]) + 255) >> 8;
+        const Word64 D = (t + 32768) >> 16;
+        int phase = static_cast<int>((kPhaseOffset - 8 * (t - D * 65536)) >> 16);
+        Word64 start = -(D + N);
+        if (phase == kPhases) {
+            start += 1;
+            phase = 0;
+        }
+        Word64 acc = 32768;
+        for (int j = 0; j < taps; ++j) {
+            const Word16 x = sample_or_zero(buf, buf_len, static_cast<Word64>(pos) + n + start + j);
+            acc = fx::L_mac64(acc, x, filter[taps * phase + j]);
+        }
+        const Word64 out_index = static_cast<Word64>(pos) + n;
+        if (out_index >= 0 && out_index < buf_len) buf[out_index] = static_cast<Word16>(acc >> 16);
+    }
 }
 
 }  // namespace evrc

@@ -8,6 +8,7 @@
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/reference_forms.h"
 #include "evrc/evrc_common.h"
 
 namespace {
@@ -65,6 +66,40 @@ inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word
 }
 
 }  // namespace
+
+namespace evrc {
+
+// Per sample: the unsigned low halves of the memory through 64-bit
+// multiply-accumulates, the high halves through saturating ones, newest
+// memory word last, then the output rounded from the new memory word.
+void synthesis_filter_reference(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, int L) {
+    for (int n = 0; n < L; ++n) {
+        Word64 lo = 0;
+        for (int k = 0; k < kOrder; ++k) {
+            lo = fx::L_mac64_su(lo, lpc[k], static_cast<Word32>(static_cast<UWord32>(mem[k]) & 0xFFFFu));
+        }
+        lo >>= 15;
+        Word32 hi = 0;
+        for (int k = kOrder - 1; k >= 0; --k) {
+            hi = fx::L_mac(hi, lpc[k], static_cast<Word16>(mem[k] >> 16));
+            if (k + 1 < kOrder) mem[k + 1] = mem[k];
+        }
+        const Word64 acc = (hi + lo) * 8 + static_cast<Word64>(in[n]) * 65536;
+        mem[0] = static_cast<Word32>(fx::L_sat32_64(acc));
+        out[n] = fx::round32(mem[0]);
+    }
+}
+
+void prediction_filter_reference(const Word16 *in, const Word16 *lpc, Word16 *out, int L, Word16 shift) {
+    for (int n = 0; n < L; ++n) {
+        const Word16 *x = in + kOrder + n;
+        Word64 s = -4096 * static_cast<Word64>(x[0]);
+        for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[-k];
+        out[n] = static_cast<Word16>(fx::L_sat32_64(fx::L_sub64(32768, fx::L_shl64(s, shift))) >> 16);
+    }
+}
+
+}  // namespace evrc
 
 extern "C" {
 

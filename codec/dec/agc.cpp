@@ -3,6 +3,7 @@
 // the gain is smoothed with the previous one; after the pitch pre-filter
 // (mode 1) it is used as it is.
 #include "codec/basic/fixed_point.h"
+#include "codec/dec/reference_forms.h"
 #include "evrc/evrc_dec.h"
 
 namespace {
@@ -39,16 +40,16 @@ void scale(Word16 g, const Word16 *in, Word16 *out, int L) {
     if (clamped) fx::raise_overflow();
 }
 
-}  // namespace
-
-extern "C" {
+void scale_reference(Word16 g, const Word16 *in, Word16 *out, int L) {
+    for (int n = 0; n < L; ++n) out[n] = fx::round32(fx::L_shl(fx::L_mult(g, in[n]), 1));
+}
 
 // The gain g (Q14) is sqrt(E_ref / E_in); out[n] = in[n] * g * 4 / 65536,
 // rounded and saturated. Returns 0 and leaves out and the smoothed gain
 // untouched when either energy is 0 (out may be ref, which then keeps the
 // unprocessed signal), else 1. out may equal in or ref.
-EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
-                                 Word16 mode, Word16 L) {
+template <void (*Scale)(Word16, const Word16 *, Word16 *, int)>
+Word16 agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out, Word16 mode, Word16 L) {
     const Word32 e_ref = energy(ref, L);
     const Word32 e_in = energy(in, L);
     if (e_ref == 0 || e_in == 0) {
@@ -62,8 +63,22 @@ EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const 
         g = static_cast<Word16>(mixed >> 16);
         st->agc_prev_gain = g;
     }
-    scale(g, in, out, L);
+    Scale(g, in, out, L);
     return 1;
+}
+
+}  // namespace
+
+Word16 evrc_dec::decoder_agc_reference(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
+                                       Word16 mode, Word16 L) {
+    return agc<scale_reference>(st, ref, in, out, mode, L);
+}
+
+extern "C" {
+
+EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
+                                 Word16 mode, Word16 L) {
+    return agc<scale>(st, ref, in, out, mode, L);
 }
 
 }  // extern "C"

@@ -1,0 +1,17 @@
+// Operator-by-operator forms of the decoder stages that have exact fast paths
+// (the shared stages' forms are in codec/common/reference_forms.h).
+#ifndef EVRC_CODEC_DEC_REFERENCE_FORMS_H
+#define EVRC_CODEC_DEC_REFERENCE_FORMS_H
+
+#include "codec/common/reference_forms.h"
+#include "evrc/evrc_dec.h"
+
+namespace evrc_dec {
+
+// evrc_decoder_agc with the output scaling written operator by operator.
+Word16 decoder_agc_reference(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out, Word16 mode,
+                             Word16 L);
+
+}  // namespace evrc_dec
+
+#endif  // EVRC_CODEC_DEC_REFERENCE_FORMS_H
