@@ -15,7 +15,7 @@
 
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -37,11 +37,11 @@ Stream make_stream(Kind kind) {
     Stream s;
     for (int i = 0; i < kStreamFrames; ++i) {
         switch (kind) {
-        case Kind::Full: s.packets.push_back(evrc_test::random_full_rate_packet(rng)); break;
-        case Kind::Half: s.packets.push_back(evrc_test::random_half_rate_packet(rng)); break;
-        case Kind::Eighth: s.packets.push_back(evrc_test::random_eighth_rate_packet(rng)); break;
+        case Kind::Full: s.packets.push_back(evrc_random::random_full_rate_packet(rng)); break;
+        case Kind::Half: s.packets.push_back(evrc_random::random_half_rate_packet(rng)); break;
+        case Kind::Eighth: s.packets.push_back(evrc_random::random_eighth_rate_packet(rng)); break;
         case Kind::Erasure:
-            s.lead_in.push_back(evrc_test::random_full_rate_packet(rng));
+            s.lead_in.push_back(evrc_random::random_full_rate_packet(rng));
             s.packets.push_back(EvrcPacket{static_cast<Word16>(i % 2 ? 0x0013 : EVRC_RATE_BLANK), {}});
             break;
         }

@@ -3,14 +3,19 @@
 // buffer per input buffer.
 #include <cstring>
 
+#include "codec/common/packet_layout.h"
 #include "omx/log.h"
 #include "omx/omx_evrc_adec.h"
 
 namespace {
 
-// Packet length, rate byte included, by rate code.
-constexpr unsigned char kPacketLength[5] = {1, 3, 6, 11, 23};
-constexpr unsigned char kRateCodes = 5;
+constexpr unsigned char kRateCodes = EVRC_RATE_FULL + 1;
+
+// Packet length, rate byte included, of a rate code below kRateCodes.
+unsigned char packet_length(unsigned char rate)
+{
+    return static_cast<unsigned char>(1 + evrc::payload_bytes(rate));
+}
 
 }  // namespace
 
@@ -102,7 +107,7 @@ unsigned int omx_evrc_adec::transcode_data(unsigned char** src, unsigned int fil
         OMX_EVRC_LOG("Error: Wrong rate");
         return 0;
     }
-    const unsigned int len = kPacketLength[*rate];
+    const unsigned int len = packet_length(*rate);
 
     if (held == 0) {
         const unsigned int left = filled_len - *consumed;

@@ -25,7 +25,7 @@ CXXFLAGS="-std=c++17 -O1 -g $SAN -I$ROOT/include -I$ROOT"
 mkdir -p "$OUT/obj" "$OUT/seeds/decode" "$OUT/seeds/qcp" "$OUT/corpus/decode" "$OUT/corpus/qcp"
 
 # Newest header: a change in any of them rebuilds every object.
-newest_header=$(find "$ROOT/include" "$ROOT/codec" "$ROOT/tests/support" -name '*.h' -o -name '*.hpp' |
+newest_header=$(find "$ROOT/include" "$ROOT/codec" "$ROOT/tests/support" "$ROOT/tools" -name '*.h' -o -name '*.hpp' |
                 xargs ls -t | head -n 1)
 
 compile() {  # source object

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -26,10 +26,10 @@ public:
         ++frame_;
         std::vector<std::uint8_t> bytes;
         if (rate_ == EVRC_RATE_EIGHTH) {
-            if (frame_ % 8 == 1) background_ = evrc_test::random_eighth_rate_fields(rng_);
-            evrc_test::EighthRateFields f = background_;
-            f.energy_index = std::clamp(f.energy_index % 40 + evrc_test::uniform_int(rng_, -2, 2), 0, 255);
-            bytes = evrc_test::pack_eighth_rate(f);
+            if (frame_ % 8 == 1) background_ = evrc_random::random_eighth_rate_fields(rng_);
+            evrc_random::EighthRateFields f = background_;
+            f.energy_index = std::clamp(f.energy_index % 40 + evrc_random::uniform_int(rng_, -2, 2), 0, 255);
+            bytes = evrc_random::pack_eighth_rate(f);
         } else {
             glide_pitch();
             bytes = rate_ == EVRC_RATE_FULL ? voiced_full() : voiced_half();
@@ -43,15 +43,15 @@ public:
 private:
     void start_segment() {
         const bool talk = rate_ == EVRC_RATE_EIGHTH;
-        rate_ = talk ? (evrc_test::uniform_int(rng_, 0, 3) == 0 ? EVRC_RATE_HALF : EVRC_RATE_FULL)
+        rate_ = talk ? (evrc_random::uniform_int(rng_, 0, 3) == 0 ? EVRC_RATE_HALF : EVRC_RATE_FULL)
                      : EVRC_RATE_EIGHTH;
-        remaining_ = talk ? evrc_test::uniform_int(rng_, 25, 80) : evrc_test::uniform_int(rng_, 10, 40);
-        if (talk) delay_ = evrc_test::uniform_int(rng_, 20, 70);
+        remaining_ = talk ? evrc_random::uniform_int(rng_, 25, 80) : evrc_random::uniform_int(rng_, 10, 40);
+        if (talk) delay_ = evrc_random::uniform_int(rng_, 20, 70);
     }
 
     void glide_pitch() {
         prev_delay_ = delay_;
-        delay_ = std::clamp(delay_ + evrc_test::uniform_int(rng_, -2, 2), 5, 90);
+        delay_ = std::clamp(delay_ + evrc_random::uniform_int(rng_, -2, 2), 5, 90);
     }
 
     template <class Fields>
@@ -62,26 +62,26 @@ private:
     }
 
     std::vector<std::uint8_t> voiced_full() {
-        evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng_);
+        evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng_);
         hold_lsps(f, held_full_);
         f.delay_index = delay_;
         f.delta_delay = std::clamp(delay_ - prev_delay_ + 16, 1, 31);
         for (int k = 0; k < 3; ++k) {
-            f.acb_gain_index[k] = evrc_test::uniform_int(rng_, 4, 6);
-            f.fcb_gain_index[k] = evrc_test::uniform_int(rng_, 18, 22);
+            f.acb_gain_index[k] = evrc_random::uniform_int(rng_, 4, 6);
+            f.fcb_gain_index[k] = evrc_random::uniform_int(rng_, 18, 22);
         }
-        return evrc_test::pack_full_rate(f);
+        return evrc_random::pack_full_rate(f);
     }
 
     std::vector<std::uint8_t> voiced_half() {
-        evrc_test::HalfRateFields f = evrc_test::random_half_rate_fields(rng_);
+        evrc_random::HalfRateFields f = evrc_random::random_half_rate_fields(rng_);
         hold_lsps(f, held_half_);
         f.delay_index = delay_;
         for (int k = 0; k < 3; ++k) {
-            f.acb_gain_index[k] = evrc_test::uniform_int(rng_, 4, 6);
-            f.fcb_gain_index[k] = evrc_test::uniform_int(rng_, 9, 11);
+            f.acb_gain_index[k] = evrc_random::uniform_int(rng_, 4, 6);
+            f.fcb_gain_index[k] = evrc_random::uniform_int(rng_, 9, 11);
         }
-        return evrc_test::pack_half_rate(f);
+        return evrc_random::pack_half_rate(f);
     }
 
     std::mt19937 rng_;
@@ -91,9 +91,9 @@ private:
     int frame_ = 0;
     int delay_ = 40;
     int prev_delay_ = 40;
-    evrc_test::FullRateFields held_full_;
-    evrc_test::HalfRateFields held_half_;
-    evrc_test::EighthRateFields background_;
+    evrc_random::FullRateFields held_full_;
+    evrc_random::HalfRateFields held_half_;
+    evrc_random::EighthRateFields background_;
 };
 
 }  // namespace

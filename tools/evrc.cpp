@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "codec/common/packet_layout.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/qcp.hpp"
 #include "omx_decode.h"
@@ -85,8 +86,8 @@ bool read_file(const std::string &path, std::vector<std::uint8_t> &bytes, std::s
 // Byte-stream length of a packet, rate byte included, by the component's
 // framing; 0 for codes it does not frame.
 std::size_t byte_stream_length(unsigned rate) {
-    static const std::size_t kLength[] = {1, 3, 6, 11, 23};
-    return rate < 5 ? kLength[rate] : 0;
+    const int payload = evrc::payload_bytes(static_cast<int>(rate));
+    return payload < 0 ? 0 : 1 + static_cast<std::size_t>(payload);
 }
 
 bool load_raw(const std::string &path, Stream &s, std::string &error) {
@@ -100,9 +101,7 @@ bool load_raw(const std::string &path, Stream &s, std::string &error) {
         const std::uint8_t *slot = &bytes[at];
         EvrcPacket p{};
         p.rate = slot[0];
-        for (int w = 0; w < 11; ++w) {
-            p.data[w] = static_cast<Word16>(static_cast<std::uint16_t>((slot[1 + 2 * w] << 8) | slot[2 + 2 * w]));
-        }
+        evrc::payload_to_words(slot + 1, kSlotBytes - 1, p.data);
         s.packets.push_back(p);
         const std::size_t n = byte_stream_length(slot[0]);
         if (n == 0) {

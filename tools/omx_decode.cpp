@@ -4,6 +4,8 @@
 // each answered by one output buffer, then back to Idle and Loaded.
 #include "omx_decode.h"
 
+#include "codec/common/packet_layout.h"
+
 #include <OMX_Component.h>
 #include <OMX_Core.h>
 
@@ -31,8 +33,8 @@ constexpr std::size_t kMaxPacketsPerBuffer = omx_evrc_adec::kSlots;
 // Packet length, rate byte included, of each rate code the component
 // accepts; 0 for codes it rejects.
 std::size_t packet_length(std::uint8_t rate) {
-    static const std::size_t lengths[] = {1, 3, 6, 11, 23};
-    return rate < 5 ? lengths[rate] : 0;
+    const int payload = evrc::payload_bytes(rate);
+    return payload < 0 ? 0 : 1 + static_cast<std::size_t>(payload);
 }
 
 std::string hex(unsigned v) {

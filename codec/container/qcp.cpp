@@ -8,6 +8,8 @@
 #include <cstring>
 #include <memory>
 
+#include "codec/common/packet_layout.h"
+
 namespace evrc {
 
 const QcpGuid kQcpGuidEvrc = {0x8d, 0xd4, 0x89, 0xe6, 0x76, 0x90, 0xb5, 0x46,
@@ -206,13 +208,8 @@ std::string parse_data(const std::uint8_t *p, std::size_t n, std::uint64_t base,
 }  // namespace
 
 int evrc_payload_bytes(int rate) {
-    switch (rate) {
-    case EVRC_RATE_BLANK: return 0;
-    case EVRC_RATE_EIGHTH: return 2;
-    case EVRC_RATE_HALF: return 10;
-    case EVRC_RATE_FULL: return 22;
-    default: return -1;
-    }
+    // A quarter-rate frame has a size but no EVRC frame to carry.
+    return rate == EVRC_RATE_QUARTER ? -1 : payload_bytes(rate);
 }
 
 QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
@@ -379,12 +376,7 @@ EvrcPacket to_evrc_packet(const QcpPacket &packet) {
     EvrcPacket p{};
     const bool evrc_rate = packet.known_rate && packet.rate <= EVRC_RATE_FULL;
     p.rate = evrc_rate ? static_cast<Word16>(packet.rate) : kQcpErasureRate;
-    const std::size_t n = std::min(packet.data.size(), kEvrcMaxPayload);
-    for (std::size_t i = 0; i < n; ++i) {
-        const unsigned shift = (i % 2 == 0) ? 8u : 0u;
-        const auto word = static_cast<std::uint16_t>(p.data[i / 2]);
-        p.data[i / 2] = static_cast<Word16>(word | static_cast<std::uint16_t>(packet.data[i] << shift));
-    }
+    payload_to_words(packet.data.data(), packet.data.size(), p.data);
     return p;
 }
 

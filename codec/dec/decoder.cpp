@@ -3,9 +3,10 @@
 // rate 1 / rate 1/2 decoding path.
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/packet_bits.h"
+#include "codec/common/packet_layout.h"
 #include "codec/dec/excitation_internal.h"
 #include "codec/dec/frame_tail.h"
-#include "codec/dec/packet_bits.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
@@ -35,17 +36,16 @@ Word16 accumulate_gain(Word16 avg, Word16 gain, Word16 weight) {
 // TTY side information carried in the delay field (and, at rate 1, the
 // reserved bit); read for the rate now in force.
 void read_tty_fields(EvrcDecoderState *st, const EvrcPacket *packet, Word16 rate) {
-    if (rate == EVRC_RATE_HALF) {
-        st->tty_header = evrc_dec::read_packet_bits(packet->data, 22, 2);
-        st->tty_data = evrc_dec::read_packet_bits(packet->data, 24, 5);
-    } else if (rate == EVRC_RATE_FULL) {
-        st->tty_header = evrc_dec::read_packet_bits(packet->data, 29, 2);
-        st->tty_data = evrc_dec::read_packet_bits(packet->data, 31, 5);
-        st->tty_bit = evrc_dec::read_packet_bits(packet->data, 170, 1);
-    } else {
+    const evrc::PacketField *delay = evrc::find_field(rate, evrc::FieldId::kDelay);
+    if (delay == nullptr) {
         st->tty_header = 0;
         st->tty_data = 0;
+        return;
     }
+    st->tty_header = evrc::read_packet_bits(packet->data, delay->first_bit, evrc::kTtyHeaderBits);
+    st->tty_data = evrc::read_packet_bits(packet->data, delay->first_bit + evrc::kTtyHeaderBits, evrc::kTtyDataBits);
+    const evrc::PacketField *reserved = evrc::find_field(rate, evrc::FieldId::kReserved);
+    if (reserved != nullptr) st->tty_bit = evrc::read_packet_bits(packet->data, reserved->first_bit, reserved->width);
 }
 
 // Frame set-up of the rate 1 / rate 1/2 path.

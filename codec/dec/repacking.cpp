@@ -5,6 +5,7 @@
 // half) and byte 2k + 1 (high half).
 #include <cstdint>
 
+#include "codec/common/packet_layout.h"
 #include "evrc/evrc_dec.h"
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
@@ -12,11 +13,11 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
 
 namespace {
 
-constexpr int kPacketWords = 12;
+constexpr int kPacketWords = EVRC_PACKET_WORDS;
 
 // Byte-stream length by rate code, rate byte included; quarter rate is not
 // carried.
-constexpr int kStreamLength[5] = {1, 3, 0, 11, 23};
+int stream_length(int rate) { return rate == EVRC_RATE_QUARTER ? 0 : 1 + evrc::payload_bytes(rate); }
 
 }  // namespace
 
@@ -33,7 +34,7 @@ EVRC_API int evrc_repacking_dsp_to_kel(void *buffer) {
     auto *b = static_cast<uint8_t *>(buffer);
     const int rate = b[0] & 15;
     if (rate > EVRC_RATE_FULL) return 0;
-    const int n = kStreamLength[rate];
+    const int n = stream_length(rate);
     if (rate == EVRC_RATE_BLANK || rate == EVRC_RATE_QUARTER) return n;
     b[1] = b[3];
     if (rate == EVRC_RATE_EIGHTH) return n;

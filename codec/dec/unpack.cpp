@@ -3,9 +3,9 @@
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
 #include "codec/common/lsp_codebooks.h"
-#include "codec/dec/packet_bits.h"
+#include "codec/common/packet_bits.h"
+#include "codec/common/packet_layout.h"
 #include "evrc/evrc_dec.h"
-#include "evrc/evrc_tables.h"
 
 namespace {
 
@@ -19,10 +19,36 @@ void set_delay(EvrcFrameParams *fp, Word16 delay_index) {
     if (fp->delay > kMaxDelay) fp->bad_frame = 1;
 }
 
-// The LSP codebook indices at the start of a packet of the given rate.
-void read_lsp_indices(evrc_dec::PacketBitReader &bits, Word16 rate, Word16 *indices) {
-    const evrc::LspSplits s = evrc::lsp_splits(rate);
-    for (int i = 0; i < s.count; ++i) indices[i] = bits.next(s.splits[i].index_bits);
+// Reads the fields of the packet's rate into the record, LSP indices and the
+// delay index aside; the reserved bit is left for the TTY reader.
+void read_fields(Word16 rate, const Word16 *data, EvrcFrameParams *fp, Word16 *lsp_index, Word16 *delay_index) {
+    const evrc::PacketLayout layout = evrc::packet_layout(rate);
+    for (int i = 0; i < layout.count; ++i) {
+        const evrc::PacketField &f = layout.fields[i];
+        if (f.id == evrc::FieldId::kReserved) continue;
+        const Word16 v = evrc::read_packet_bits(data, f.first_bit, f.width);
+        switch (f.id) {
+        case evrc::FieldId::kModeBit: fp->mode_bit = v; break;
+        case evrc::FieldId::kLsp: lsp_index[f.part] = v; break;
+        case evrc::FieldId::kDelay: *delay_index = v; break;
+        case evrc::FieldId::kDeltaDelay: fp->delta_delay = v; break;
+        case evrc::FieldId::kAcbGain: fp->acb_gain_index[f.subframe] = v; break;
+        case evrc::FieldId::kFcb: fp->fcb_index[f.subframe][f.part] = v; break;
+        case evrc::FieldId::kFcbGain: fp->fcb_gain_index[f.subframe] = v; break;
+        case evrc::FieldId::kEnergy: fp->energy_index = v; break;
+        case evrc::FieldId::kReserved: break;
+        }
+    }
+}
+
+// Rate 1 and 1/2: fields, LSPs with their order check, and the delay.
+void unpack_speech(Word16 rate, const Word16 *data, EvrcFrameParams *fp) {
+    Word16 lsp_index[4];
+    Word16 delay_index = 0;
+    read_fields(rate, data, fp, lsp_index, &delay_index);
+    evrc::dequantise_lsps(rate, lsp_index, fp->lsp);
+    evrc_check_lsps(fp);
+    set_delay(fp, delay_index);
 }
 
 }  // namespace
@@ -48,48 +74,17 @@ EVRC_API Word16 evrc_fer_detect(EvrcPacket *packet, Word16 prev_rate, Word16 pre
 }
 
 EVRC_API void evrc_unpack_full_rate(const Word16 *data, EvrcFrameParams *fp) {
-    evrc_dec::PacketBitReader bits(data);
-    fp->mode_bit = bits.next(1);
-    Word16 lsp_index[4];
-    read_lsp_indices(bits, EVRC_RATE_FULL, lsp_index);
-    const Word16 delay_index = bits.next(7);
-    fp->delta_delay = bits.next(5);
-    for (int k = 0; k < 3; ++k) {
-        fp->acb_gain_index[k] = bits.next(3);
-        fp->fcb_index[k][0] = bits.next(8);
-        fp->fcb_index[k][1] = bits.next(8);
-        fp->fcb_index[k][2] = bits.next(8);
-        fp->fcb_index[k][3] = bits.next(11);
-        fp->fcb_gain_index[k] = bits.next(5);
-    }
-
-    evrc::dequantise_lsps(EVRC_RATE_FULL, lsp_index, fp->lsp);
-    evrc_check_lsps(fp);
-    set_delay(fp, delay_index);
+    unpack_speech(EVRC_RATE_FULL, data, fp);
 }
 
 EVRC_API void evrc_unpack_half_rate(const Word16 *data, EvrcFrameParams *fp) {
-    evrc_dec::PacketBitReader bits(data);
-    Word16 lsp_index[3];
-    read_lsp_indices(bits, EVRC_RATE_HALF, lsp_index);
-    const Word16 delay_index = bits.next(7);
-    for (int k = 0; k < 3; ++k) {
-        fp->acb_gain_index[k] = bits.next(3);
-        fp->fcb_index[k][0] = bits.next(10);
-        fp->fcb_gain_index[k] = bits.next(4);
-    }
-
-    evrc::dequantise_lsps(EVRC_RATE_HALF, lsp_index, fp->lsp);
-    evrc_check_lsps(fp);
-    set_delay(fp, delay_index);
+    unpack_speech(EVRC_RATE_HALF, data, fp);
 }
 
 EVRC_API Word16 evrc_unpack_one_eigth_rate(const Word16 *data, EvrcFrameParams *fp) {
-    evrc_dec::PacketBitReader bits(data);
     Word16 lsp_index[2];
-    read_lsp_indices(bits, EVRC_RATE_EIGHTH, lsp_index);
-    fp->energy_index = bits.next(8);
-
+    Word16 unused_delay = 0;
+    read_fields(EVRC_RATE_EIGHTH, data, fp, lsp_index, &unused_delay);
     evrc::dequantise_lsps(EVRC_RATE_EIGHTH, lsp_index, fp->lsp);
     evrc_check_lsps(fp);
     return fp->bad_frame;

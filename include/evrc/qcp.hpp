@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "evrc/evrc_dec.h"
+#include "evrc/evrc_common.h"
 
 namespace evrc {
 

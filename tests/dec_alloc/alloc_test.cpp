@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "evrc/evrc_dec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 std::atomic<bool> counting{false};
@@ -73,13 +73,13 @@ TEST(DecoderAllocation, DecodingAllocatesNothing) {
     for (int i = 0; i < frames; ++i) {
         const int kind = i % 8;
         EvrcPacket p{EVRC_RATE_QUARTER, {}};
-        if (kind < 2) p = evrc_test::random_full_rate_packet(rng);
-        else if (kind == 2) p = evrc_test::random_half_rate_packet(rng);
-        else if (kind < 5) p = evrc_test::random_eighth_rate_packet(rng);
+        if (kind < 2) p = evrc_random::random_full_rate_packet(rng);
+        else if (kind == 2) p = evrc_random::random_half_rate_packet(rng);
+        else if (kind < 5) p = evrc_random::random_eighth_rate_packet(rng);
         else if (kind == 5) p.rate = static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013);
         else if (kind == 6) {
             p.rate = EVRC_RATE_FULL;
-            for (auto &w : p.data) w = static_cast<Word16>(evrc_test::uniform_int(rng, -32768, 32767));
+            for (auto &w : p.data) w = static_cast<Word16>(evrc_random::uniform_int(rng, -32768, 32767));
         }
         packets.push_back(p);
     }

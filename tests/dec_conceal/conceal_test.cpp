@@ -14,7 +14,7 @@
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ void fill_history(EvrcDecoderState *st, uint32_t seed, int amplitude) {
 // ---- eighth-rate frames ----
 
 EvrcFrameParams random_eighth_params(std::mt19937 &rng) {
-    EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+    EvrcPacket p = evrc_random::random_eighth_rate_packet(rng);
     EvrcFrameParams fp{};
     evrc_unpack(&fp, &p);
     return fp;
@@ -316,7 +316,7 @@ TEST(ConcealedStream, LongErasureRunFadesOutAndRecovers) {
         StatePtr st = fresh_state();
         Word16 out[EVRC_FRAME_SIZE];
         for (int i = 0; i < 10; ++i) {
-            EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+            EvrcPacket p = evrc_random::random_full_rate_packet(rng);
             evrc_decode(st.get(), &p, out, postfilter_off);
         }
         for (int i = 0; i < 120; ++i) {  // the fade needs the whole run, even in shortened test runs
@@ -328,7 +328,7 @@ TEST(ConcealedStream, LongErasureRunFadesOutAndRecovers) {
         }
         for (Word16 v : out) ASSERT_LE(std::abs(v), 4) << "postfilter_off " << postfilter_off;
         EXPECT_EQ(st->prefilter_ramp, 0);
-        EvrcPacket good = evrc_test::random_full_rate_packet(rng);
+        EvrcPacket good = evrc_random::random_full_rate_packet(rng);
         evrc_decode(st.get(), &good, out, postfilter_off);
         EXPECT_EQ(st->erasure_count, 0);
         EXPECT_EQ(st->prev_erased, 0);

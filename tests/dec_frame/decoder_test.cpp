@@ -10,11 +10,11 @@
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
-using evrc_test::uniform_int;
+using evrc_random::uniform_int;
 
 // Loop count of the randomised tests; EVRC_TEST_ITERATIONS lowers it.
 int iterations(int fallback) {
@@ -85,23 +85,23 @@ TEST(GainAdjust, DecrementsPositiveSamplesThenDoubles) {
 EvrcPacket random_stream_packet(std::mt19937 &rng) {
     const int kind = uniform_int(rng, 0, 11);
     EvrcPacket p = {};
-    if (kind < 3) return evrc_test::random_full_rate_packet(rng);
-    if (kind < 5) return evrc_test::random_half_rate_packet(rng);
-    if (kind < 7) return evrc_test::random_eighth_rate_packet(rng);
+    if (kind < 3) return evrc_random::random_full_rate_packet(rng);
+    if (kind < 5) return evrc_random::random_half_rate_packet(rng);
+    if (kind < 7) return evrc_random::random_eighth_rate_packet(rng);
     if (kind == 7) {  // erasure or undecodable rate word
         static const Word16 words[] = {0, 2, 5, 14, 0x13, 0x0104, -1};
-        p = evrc_test::random_full_rate_packet(rng);
+        p = evrc_random::random_full_rate_packet(rng);
         p.rate = words[uniform_int(rng, 0, 6)];
     } else if (kind == 8) {  // all-ones eighth rate
         p.rate = EVRC_RATE_EIGHTH;
         p.data[0] = -1;
     } else if (kind == 9) {  // rejected rate 1: delay above 120 or an impossible pulse pair
-        evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+        evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
         if (uniform_int(rng, 0, 1) == 0)
             f.delay_index = uniform_int(rng, 101, 127);
         else
             f.fcb_index[uniform_int(rng, 0, 2)][uniform_int(rng, 0, 3)] |= 0x7F;
-        p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
+        p = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f));
     } else {  // random bits at a decodable rate: mostly disordered LSPs
         static const Word16 rates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
         p.rate = rates[uniform_int(rng, 0, 2)];
@@ -144,7 +144,7 @@ TEST(FrameDriver, DeterministicFullyWrittenOutputOverMixedStreams) {
 void decode_random(EvrcDecoderState *st, std::mt19937 &rng, int frames, int rate = EVRC_RATE_FULL) {
     Word16 out[EVRC_FRAME_SIZE];
     for (int f = 0; f < frames; ++f) {
-        EvrcPacket p = evrc_test::random_packet(rng, rate);
+        EvrcPacket p = evrc_random::random_packet(rng, rate);
         evrc_decode(st, &p, out, 0);
     }
 }
@@ -172,7 +172,7 @@ TEST(FrameDriver, EighthRateAfterFullRateRestartsTheDecoder) {
         auto fresh = new_decoder();
         fresh->gauss = st->gauss;
         fresh->gauss.noise_seed = 4660;
-        EvrcPacket p = evrc_test::random_eighth_rate_packet(rng);
+        EvrcPacket p = evrc_random::random_eighth_rate_packet(rng);
         ASSERT_TRUE(same_output(*st, *fresh, p)) << "trial " << trial;
         Word16 out[EVRC_FRAME_SIZE];
         evrc_decode(st.get(), &p, out, 0);
@@ -189,12 +189,12 @@ TEST(FrameDriver, RejectedFullRatePacketIsConcealedLikeAnErasure) {
     for (int trial = 0; trial < iterations(20); ++trial) {
         auto st = new_decoder();
         decode_random(st.get(), rng, 3);
-        evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+        evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
         if (trial % 2 == 0)
             f.fcb_index[trial % 3][trial % 4] = 0x79;
         else
             f.delay_index = 101;
-        EvrcPacket bad = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f)), erased = {14, {}};
+        EvrcPacket bad = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f)), erased = {14, {}};
         ASSERT_TRUE(same_output(*st, *st, bad, erased)) << "trial " << trial;
         Word16 out[EVRC_FRAME_SIZE];
         evrc_decode(st.get(), &bad, out, 0);
@@ -210,10 +210,10 @@ TEST(FrameDriver, LargeDelayJumpsAreNotInterpolated) {
     auto st = new_decoder();
     decode_random(st.get(), rng, 4);
     for (int trial = 0; trial < iterations(10); ++trial) {
-        evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+        evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
         f.delay_index = uniform_int(rng, 20, 80);
         const Word16 delay = static_cast<Word16>(f.delay_index + 20);
-        const EvrcPacket p = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f));
+        const EvrcPacket p = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f));
         EvrcDecoderState flat = *st;
         flat.prev_delay = delay;
         for (int jump : {-16, 16, -15, 15}) {
@@ -237,13 +237,13 @@ TEST(FrameDriver, DeltaDelayAfterAnErasureRebuildsTheHistory) {
     EvrcDecoderState not_erased = *st;
     not_erased.prev_erased = 0;
 
-    evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+    evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
     f.mode_bit = 0;  // keep the LPC bandwidth expansion out of the comparison
     f.delta_delay = 0;
-    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
+    EXPECT_TRUE(same_output(*st, not_erased, evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f))));
     f.delta_delay = 9;
-    EXPECT_FALSE(same_output(*st, not_erased, evrc_test::bytes_to_packet(evrc_test::pack_full_rate(f))));
-    EXPECT_TRUE(same_output(*st, not_erased, evrc_test::random_half_rate_packet(rng)));  // no delta delay
+    EXPECT_FALSE(same_output(*st, not_erased, evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f))));
+    EXPECT_TRUE(same_output(*st, not_erased, evrc_random::random_half_rate_packet(rng)));  // no delta delay
 }
 
 TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
@@ -257,17 +257,17 @@ TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
         EXPECT_EQ(st->tty_data, data);
         EXPECT_EQ(st->tty_bit, bit);
     };
-    evrc_test::FullRateFields full = evrc_test::random_full_rate_fields(rng);
+    evrc_random::FullRateFields full = evrc_random::random_full_rate_fields(rng);
     full.delay_index = 0x5A;  // 10 11010
     full.reserved = 1;
-    const EvrcPacket full_packet = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(full));
+    const EvrcPacket full_packet = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(full));
     expect_tty(full_packet, 2, 0x1A, 1);
     // Read even when the frame is rejected (delay 147) and concealed.
-    evrc_test::HalfRateFields half = evrc_test::random_half_rate_fields(rng);
+    evrc_random::HalfRateFields half = evrc_random::random_half_rate_fields(rng);
     half.delay_index = 0x7F;
-    expect_tty(evrc_test::bytes_to_packet(evrc_test::pack_half_rate(half)), 3, 0x1F, 1);
+    expect_tty(evrc_random::bytes_to_packet(evrc_random::pack_half_rate(half)), 3, 0x1F, 1);
     EXPECT_EQ(st->prev_erased, 1);
-    expect_tty(evrc_test::random_eighth_rate_packet(rng), 0, 0, 1);
+    expect_tty(evrc_random::random_eighth_rate_packet(rng), 0, 0, 1);
     // Without TTY mode the fields are left alone.
     evrc_init_tty_dec(st.get(), 0);
     st->tty_header = 7;

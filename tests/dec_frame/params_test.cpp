@@ -14,7 +14,7 @@
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -89,7 +89,7 @@ TEST(Unpack, FieldsOfArbitraryBitsMatchABitByBitReader) {
 // is accepted and 101 rejected at both speech rates.
 TEST(Unpack, RateWordAndDelayRange) {
     std::mt19937 rng(15);
-    EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+    EvrcPacket p = evrc_random::random_full_rate_packet(rng);
     EvrcFrameParams plain = {}, high_bits = {};
     evrc_unpack(&plain, &p);
     p.rate = 0x0F4;
@@ -101,12 +101,12 @@ TEST(Unpack, RateWordAndDelayRange) {
         EXPECT_EQ(evrc_unpack(&fp, &p), 1) << "rate " << rate;
     }
 
-    evrc_test::FullRateFields full = evrc_test::random_full_rate_fields(rng);
-    evrc_test::HalfRateFields half = evrc_test::random_half_rate_fields(rng);
+    evrc_random::FullRateFields full = evrc_random::random_full_rate_fields(rng);
+    evrc_random::HalfRateFields half = evrc_random::random_half_rate_fields(rng);
     for (int index : {100, 101, 127}) {
         full.delay_index = half.delay_index = index;
-        EvrcPacket pf = evrc_test::bytes_to_packet(evrc_test::pack_full_rate(full));
-        EvrcPacket ph = evrc_test::bytes_to_packet(evrc_test::pack_half_rate(half));
+        EvrcPacket pf = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(full));
+        EvrcPacket ph = evrc_random::bytes_to_packet(evrc_random::pack_half_rate(half));
         EvrcFrameParams fp = {};
         EXPECT_EQ(evrc_unpack(&fp, &pf), index > 100 ? 1 : 0) << "rate 1, index " << index;
         EXPECT_EQ(fp.delay, index + 20);
@@ -131,7 +131,7 @@ TEST(Unpack, OrderCheckRejectsEqualAndDescendingNeighbours) {
 
 TEST(Unpack, FixedCodebookCheckLooksAtTheLowSevenBitsOnly) {
     std::mt19937 rng(18);
-    EvrcPacket p = evrc_test::random_full_rate_packet(rng);
+    EvrcPacket p = evrc_random::random_full_rate_packet(rng);
     EvrcFrameParams good = {};
     ASSERT_EQ(evrc_unpack(&good, &p), 0);
     for (int k = 0; k < 3; ++k) {
@@ -190,13 +190,13 @@ TEST(Repacking, EveryRateRoundTripsThroughTheWordLayout) {
     std::mt19937 rng(31);
     for (int it = 0; it < iterations(200); ++it) {
         for (int rate : {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL}) {
-            const std::vector<uint8_t> bytes = evrc_test::random_packet_bytes(rng, rate);
+            const std::vector<uint8_t> bytes = evrc_random::random_packet_bytes(rng, rate);
             Buffer b = noise_buffer(rng);
             std::memcpy(b.data(), bytes.data(), bytes.size());
             evrc_repacking_kel_to_dsp(b.data());
             uint16_t w[12];
             std::memcpy(w, b.data(), sizeof w);
-            const EvrcPacket expected = evrc_test::bytes_to_packet(bytes);
+            const EvrcPacket expected = evrc_random::bytes_to_packet(bytes);
             EXPECT_EQ(w[0], rate);
             for (size_t k = 0; k < (bytes.size() - 1) / 2; ++k)
                 ASSERT_EQ(static_cast<Word16>(w[k + 1]), expected.data[k]) << "word " << k;
@@ -210,7 +210,7 @@ TEST(Repacking, EdgeLayouts) {
     std::mt19937 rng(32);
     // Words to stream leaves the byte behind the packet (b[11] or b[23]) stale.
     for (int rate : {EVRC_RATE_HALF, EVRC_RATE_FULL}) {
-        const EvrcPacket p = evrc_test::random_packet(rng, rate);
+        const EvrcPacket p = evrc_random::random_packet(rng, rate);
         Buffer b = noise_buffer(rng);
         const uint16_t rate_word = static_cast<uint16_t>(p.rate);
         std::memcpy(b.data(), &rate_word, 2);
@@ -219,7 +219,7 @@ TEST(Repacking, EdgeLayouts) {
         const int n = evrc_repacking_dsp_to_kel(b.data());
         ASSERT_EQ(n, rate == EVRC_RATE_FULL ? 23 : 11);
         EXPECT_TRUE(std::equal(b.begin() + n, b.end(), before.begin() + n));
-        const std::vector<uint8_t> stream = evrc_test::packet_to_bytes(p);
+        const std::vector<uint8_t> stream = evrc_random::packet_to_bytes(p);
         EXPECT_EQ(0, std::memcmp(b.data(), stream.data(), stream.size()));
     }
     // Rates without payload and unknown rates leave the buffer alone.
@@ -305,7 +305,7 @@ TEST(LspToLpc, MatchesDoublePrecision) {
     for (int it = 0; it < iterations(600); ++it) {
         Word16 lsp[10];
         if (it % 2 == 0) {
-            EvrcPacket p = evrc_test::random_packet(rng, std::vector<int>{EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL}[it % 3]);
+            EvrcPacket p = evrc_random::random_packet(rng, std::vector<int>{EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL}[it % 3]);
             EvrcFrameParams fp = {};
             ASSERT_EQ(evrc_unpack(&fp, &p), 0);
             std::copy(fp.lsp, fp.lsp + 10, lsp);

@@ -14,7 +14,7 @@
 
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -31,12 +31,12 @@ struct Fingerprint {
 EvrcPacket noise_packet(std::mt19937 &rng, Word16 rate) {
     EvrcPacket p{};
     p.rate = rate;
-    for (auto &w : p.data) w = static_cast<Word16>(evrc_test::uniform_int(rng, -32768, 32767));
+    for (auto &w : p.data) w = static_cast<Word16>(evrc_random::uniform_int(rng, -32768, 32767));
     return p;
 }
 
 EvrcPacket next_packet(std::mt19937 &rng, Mix mix) {
-    using namespace evrc_test;
+    using namespace evrc_random;
     switch (mix) {
     case Mix::Full: return random_full_rate_packet(rng);
     case Mix::Half: return random_half_rate_packet(rng);

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "evrc/evrc_dec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     if (size < 2) return 0;
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         evrc_init_dec(st);
     }
     for (const std::uint8_t *at = data + 2; at + 24 <= data + size; at += 24) {
-        EvrcPacket pa = evrc_test::bytes_to_packet(std::vector<std::uint8_t>(at, at + 24));
+        EvrcPacket pa = evrc_random::bytes_to_packet(std::vector<std::uint8_t>(at, at + 24));
         if (words) {
             for (int w = 0; w < EVRC_PACKET_WORDS; ++w) (&pa.rate)[w] = static_cast<Word16>(at[2 * w] | (at[2 * w + 1] << 8));
         }

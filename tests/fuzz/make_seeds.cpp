@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 static bool save(const std::string &path, const std::vector<std::uint8_t> &bytes) {
     std::ofstream f(path, std::ios::binary);
@@ -27,10 +27,10 @@ int main(int argc, char **argv) {
         std::vector<std::uint8_t> input = {0, static_cast<std::uint8_t>(n % 2)}, qcp;
         std::vector<evrc::QcpPacket> packets;
         for (int i = 0; i < 8; ++i) {
-            std::vector<std::uint8_t> bytes = evrc_test::random_packet_bytes(rng, mix[i % mix.size()]);
+            std::vector<std::uint8_t> bytes = evrc_random::random_packet_bytes(rng, mix[i % mix.size()]);
             packets.push_back({bytes[0], true, std::vector<std::uint8_t>(bytes.begin() + 1, bytes.end())});
             bytes.resize(24);
-            const EvrcPacket p = evrc_test::bytes_to_packet(bytes);
+            const EvrcPacket p = evrc_random::bytes_to_packet(bytes);
             for (int k = 0; k < 12 && n % 2; ++k) {  // word layout, little-endian
                 bytes[2 * k] = static_cast<std::uint8_t>((&p.rate)[k] & 0xFF);
                 bytes[2 * k + 1] = static_cast<std::uint8_t>(((&p.rate)[k] >> 8) & 0xFF);

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -106,26 +106,26 @@ struct SpeechLikeStream {
             std::copy(lsp.begin(), lsp.end(), index);
         };
         if (rate == EVRC_RATE_FULL) {
-            evrc_test::FullRateFields f = evrc_test::random_full_rate_fields(rng);
+            evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
             use(f.lsp_index, 4);
             f.delay_index = delay, f.delta_delay = delta;
-            return evrc_test::pack_full_rate(f);
+            return evrc_random::pack_full_rate(f);
         }
         if (rate == EVRC_RATE_HALF) {
-            evrc_test::HalfRateFields f = evrc_test::random_half_rate_fields(rng);
+            evrc_random::HalfRateFields f = evrc_random::random_half_rate_fields(rng);
             use(f.lsp_index, 3);
             f.delay_index = delay;
-            return evrc_test::pack_half_rate(f);
+            return evrc_random::pack_half_rate(f);
         }
-        evrc_test::EighthRateFields f = evrc_test::random_eighth_rate_fields(rng);
+        evrc_random::EighthRateFields f = evrc_random::random_eighth_rate_fields(rng);
         use(f.lsp_index, 2);
-        return evrc_test::pack_eighth_rate(f);
+        return evrc_random::pack_eighth_rate(f);
     }
 
     Bytes next(int rate) {
         const int prev_delay = delay;
-        delay = std::clamp(delay + evrc_test::uniform_int(rng, -3, 3), 0, 100);
-        if (frame++ % 10 == 0) choice = evrc_test::uniform_int(rng, 0, 1 << 20);
+        delay = std::clamp(delay + evrc_random::uniform_int(rng, -3, 3), 0, 100);
+        if (frame++ % 10 == 0) choice = evrc_random::uniform_int(rng, 0, 1 << 20);
         std::vector<int> lsp = pools[rate][static_cast<std::size_t>(choice) % pools[rate].size()];
         return packet(rate, lsp, delay, std::clamp(delay - prev_delay + 16, 0, 31));
     }

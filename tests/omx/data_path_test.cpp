@@ -85,8 +85,8 @@ TEST(OmxDataPath, RandomStreamsSplitAnywhereMatchDirectDecoding)
 TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
 {
     std::mt19937 rng(11);
-    const auto a = evrc_test::random_packet_bytes(rng, EVRC_RATE_HALF);
-    const auto b = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
+    const auto a = evrc_random::random_packet_bytes(rng, EVRC_RATE_HALF);
+    const auto b = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     Client c;
     ASSERT_TRUE(c.start());
 
@@ -120,7 +120,7 @@ TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
 TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel)
 {
     std::mt19937 rng(17);
-    const auto p = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
+    const auto p = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     const Bytes want = RefDecoder().decode(p);  // before the component decodes: one decoder at a time
     Client c;
     ASSERT_TRUE(c.start());
@@ -163,7 +163,7 @@ TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel)
 
     // End of stream: an empty flagged output and the buffer-flag event.
     from = c.event_count();
-    ASSERT_EQ(c.etb(c.in[1], evrc_test::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
+    ASSERT_EQ(c.etb(c.in[1], evrc_random::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
               OMX_ErrorNone);
     ASSERT_EQ(c.ftb(c.out[1]), OMX_ErrorNone);
     const Returned eos = c.fbd(3);

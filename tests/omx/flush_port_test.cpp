@@ -11,9 +11,9 @@ namespace {
 TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder)
 {
     std::mt19937 rng(23);
-    const auto a = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
-    const auto b = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
-    const auto d = evrc_test::random_packet_bytes(rng, EVRC_RATE_HALF);
+    const auto a = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
+    const auto b = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
+    const auto d = evrc_random::random_packet_bytes(rng, EVRC_RATE_HALF);
     Client c;
     ASSERT_TRUE(c.start());
 
@@ -74,7 +74,7 @@ TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder)
 TEST(OmxPorts, DisableWhileRunningWaitsForFreesAndEnableForBuffers)
 {
     std::mt19937 rng(29);
-    const auto p = evrc_test::random_packet_bytes(rng, EVRC_RATE_FULL);
+    const auto p = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     Client c;
     ASSERT_TRUE(c.start());
 

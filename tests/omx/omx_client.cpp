@@ -95,16 +95,16 @@ std::vector<Bytes> random_stream(uint32_t seed, std::size_t count)
     static const int kRates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_HALF};
     std::vector<Bytes> packets;
     for (std::size_t i = 0; i < count; ++i) {
-        const int kind = evrc_test::uniform_int(rng, 0, 9);
+        const int kind = evrc_random::uniform_int(rng, 0, 9);
         if (kind == 0) {
             packets.push_back({EVRC_RATE_BLANK});
         } else if (kind == 1) {
             Bytes q{EVRC_RATE_QUARTER};
             for (int j = 0; j < 5; ++j)
-                q.push_back(static_cast<uint8_t>(evrc_test::uniform_int(rng, 0, 255)));
+                q.push_back(static_cast<uint8_t>(evrc_random::uniform_int(rng, 0, 255)));
             packets.push_back(q);
         } else {
-            packets.push_back(evrc_test::random_packet_bytes(rng, kind <= 5 ? kRates[kind - 2] : EVRC_RATE_FULL));
+            packets.push_back(evrc_random::random_packet_bytes(rng, kind <= 5 ? kRates[kind - 2] : EVRC_RATE_FULL));
         }
     }
     return packets;

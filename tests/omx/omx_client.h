@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "omx/omx_evrc_adec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace omx_test {
 
@@ -174,7 +174,7 @@ public:
         evrc_init_dec(st_.get());
     }
     Bytes decode(const Bytes& packet) {  // PCM bytes
-        EvrcPacket p = evrc_test::bytes_to_packet(packet);
+        EvrcPacket p = evrc_random::bytes_to_packet(packet);
         int16_t pcm[EVRC_FRAME_SIZE];
         evrc_decode(st_.get(), &p, pcm, 0);
         Bytes b(sizeof(pcm));

@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "evrc/evrc_dec.h"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -128,10 +128,10 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
     for (int b = 0; b < 40; ++b) {
         Bytes input;
         std::vector<std::int16_t> expected;
-        for (int k = b < 39 ? evrc_test::uniform_int(rng, 1, 30) : 0; k > 0; --k) {
-            const Bytes p = evrc_test::random_packet_bytes(rng, kRates[evrc_test::uniform_int(rng, 0, 2)]);
+        for (int k = b < 39 ? evrc_random::uniform_int(rng, 1, 30) : 0; k > 0; --k) {
+            const Bytes p = evrc_random::random_packet_bytes(rng, kRates[evrc_random::uniform_int(rng, 0, 2)]);
             input.insert(input.end(), p.begin(), p.end());
-            EvrcPacket packet = evrc_test::bytes_to_packet(p);
+            EvrcPacket packet = evrc_random::bytes_to_packet(p);
             expected.resize(expected.size() + EVRC_FRAME_SIZE);
             evrc_decode(st, &packet, expected.data() + expected.size() - EVRC_FRAME_SIZE, 0);
         }

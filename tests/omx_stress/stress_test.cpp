@@ -60,7 +60,7 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
     std::vector<Bytes> buffers(nbuf), expected(nbuf);
     RefDecoder ref;
     for (std::size_t b = 0, next = 0; b < nbuf; ++b) {
-        for (int k = evrc_test::uniform_int(rng, 1, 4); k > 0; --k, ++next) {
+        for (int k = evrc_random::uniform_int(rng, 1, 4); k > 0; --k, ++next) {
             buffers[b].insert(buffers[b].end(), packets[next].begin(), packets[next].end());
             const Bytes pcm = ref.decode(packets[next]);
             expected[b].insert(expected[b].end(), pcm.begin(), pcm.end());

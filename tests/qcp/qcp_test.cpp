@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -36,7 +36,7 @@ Packets random_packets(std::mt19937 &rng, std::size_t n, const std::vector<int> 
     Packets out;
     for (std::size_t i = 0; i < n; ++i) {
         const int rate = rates[i % rates.size()];
-        out.push_back(qcp_packet(rate == EVRC_RATE_BLANK ? Bytes{0} : evrc_test::random_packet_bytes(rng, rate)));
+        out.push_back(qcp_packet(rate == EVRC_RATE_BLANK ? Bytes{0} : evrc_random::random_packet_bytes(rng, rate)));
     }
     return out;
 }
@@ -108,8 +108,8 @@ TEST(QcpRoundTrip, RandomStreamsOfEveryRateReadBackUnchanged) {
     }
     // The packets reach the decoder in the word layout.
     for (int i = 0; i < 200; ++i) {
-        const Bytes stream = evrc_test::random_packet_bytes(rng, std::vector<int>{1, 3, 4}[i % 3]);
-        const EvrcPacket want = evrc_test::bytes_to_packet(stream), got = evrc::to_evrc_packet(qcp_packet(stream));
+        const Bytes stream = evrc_random::random_packet_bytes(rng, std::vector<int>{1, 3, 4}[i % 3]);
+        const EvrcPacket want = evrc_random::bytes_to_packet(stream), got = evrc::to_evrc_packet(qcp_packet(stream));
         EXPECT_EQ(got.rate, want.rate);
         for (int w = 0; w < 11; ++w) EXPECT_EQ(got.data[w], want.data[w]) << "word " << w;
         EXPECT_EQ(evrc::to_byte_stream(qcp_packet(stream)), stream);

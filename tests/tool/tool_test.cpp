@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
@@ -53,7 +53,7 @@ std::vector<Bytes> random_stream(unsigned seed, std::size_t n) {
     std::mt19937 rng(seed);
     const int rates[] = {EVRC_RATE_FULL, EVRC_RATE_HALF, EVRC_RATE_EIGHTH, EVRC_RATE_FULL};
     std::vector<Bytes> out;
-    for (std::size_t i = 0; i < n; ++i) out.push_back(evrc_test::random_packet_bytes(rng, rates[i % 4]));
+    for (std::size_t i = 0; i < n; ++i) out.push_back(evrc_random::random_packet_bytes(rng, rates[i % 4]));
     out.push_back({EVRC_RATE_BLANK});
     return out;
 }
@@ -71,7 +71,7 @@ Pcm decode_directly(const std::vector<Bytes> &stream, int postfilter_off) {
     auto st = std::make_unique<EvrcDecoderState>();
     evrc_init_dec(st.get());
     for (std::size_t i = 0; i < stream.size(); ++i) {
-        EvrcPacket p = evrc_test::bytes_to_packet(stream[i]);
+        EvrcPacket p = evrc_random::bytes_to_packet(stream[i]);
         evrc_decode(st.get(), &p, &pcm[i * EVRC_FRAME_SIZE], postfilter_off);
     }
     return pcm;

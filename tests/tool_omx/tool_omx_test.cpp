@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tests/support/random_packets.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -54,11 +54,11 @@ TEST(ToolOmx, QcpAndRawInputsGiveIdenticalWavFiles)
     static const int kRates[] = {EVRC_RATE_BLANK, EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
     std::vector<evrc::QcpPacket> packets;
     while (packets.size() < 700) {
-        const int rate = kRates[evrc_test::uniform_int(rng, 0, 3)];
-        for (int run = evrc_test::uniform_int(rng, 1, 40); run > 0; --run) {
+        const int rate = kRates[evrc_random::uniform_int(rng, 0, 3)];
+        for (int run = evrc_random::uniform_int(rng, 1, 40); run > 0; --run) {
             evrc::QcpPacket p;
             p.rate = static_cast<std::uint8_t>(rate);
-            const Bytes b = rate == EVRC_RATE_BLANK ? Bytes{0} : evrc_test::random_packet_bytes(rng, rate);
+            const Bytes b = rate == EVRC_RATE_BLANK ? Bytes{0} : evrc_random::random_packet_bytes(rng, rate);
             p.data.assign(b.begin() + 1, b.end());
             packets.push_back(std::move(p));
         }
@@ -71,12 +71,12 @@ TEST(ToolOmx, QcpAndRawInputsGiveIdenticalWavFiles)
     // and quarter-rate slots carry nothing to decode and are concealed.
     Bytes raw;
     for (int i = 0; i < 200; ++i) {
-        const int rate = evrc_test::uniform_int(rng, 0, 4);
+        const int rate = evrc_random::uniform_int(rng, 0, 4);
         Bytes slot(24);
         for (auto& x : slot)
             x = static_cast<std::uint8_t>(rng());
         const Bytes p = rate == EVRC_RATE_BLANK || rate == EVRC_RATE_QUARTER ? Bytes{static_cast<std::uint8_t>(rate)}
-                                                                             : evrc_test::random_packet_bytes(rng, rate);
+                                                                             : evrc_random::random_packet_bytes(rng, rate);
         std::copy(p.begin(), p.end(), slot.begin());
         raw.insert(raw.end(), slot.begin(), slot.end());
     }

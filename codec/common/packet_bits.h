@@ -1,11 +1,11 @@
-// Reading bit fields out of the data words of an EvrcPacket.
-#ifndef EVRC_CODEC_DEC_PACKET_BITS_H
-#define EVRC_CODEC_DEC_PACKET_BITS_H
+// Reading and writing bit fields of the data words of an EvrcPacket.
+#ifndef EVRC_CODEC_COMMON_PACKET_BITS_H
+#define EVRC_CODEC_COMMON_PACKET_BITS_H
 
 #include "codec/basic/fixed_point.h"
 #include "evrc/evrc_types.h"
 
-namespace evrc_dec {
+namespace evrc {
 
 // The field of `width` bits (1..16) starting at packet bit `first_bit`, most
 // significant bit first; packet bit n is bit 15 - n % 16 of data word n / 16.
@@ -25,21 +25,19 @@ inline Word16 read_packet_bits(const Word16 *data, int first_bit, int width) {
     return fx::add(fx::shl(high, static_cast<Word16>(low_width)), low);
 }
 
-// Sequential reader over the fields of one packet.
-class PacketBitReader {
-public:
-    explicit PacketBitReader(const Word16 *data) : data_(data) {}
-    Word16 next(int width) {
-        const Word16 v = read_packet_bits(data_, pos_, width);
-        pos_ += width;
-        return v;
+// Stores the `width` low bits of value at packet bit `first_bit` (plain
+// integer work: packing is bookkeeping, not signal arithmetic).
+inline void write_packet_bits(Word16 *data, int first_bit, int width, UWord32 value) {
+    for (int i = 0; i < width; ++i) {
+        const int bit = first_bit + i;
+        const UWord16 mask = static_cast<UWord16>(0x8000u >> (bit % 16));
+        UWord16 word = static_cast<UWord16>(data[bit / 16]);
+        word = ((value >> (width - 1 - i)) & 1u) ? static_cast<UWord16>(word | mask)
+                                                  : static_cast<UWord16>(word & ~mask);
+        data[bit / 16] = static_cast<Word16>(word);
     }
+}
 
-private:
-    const Word16 *data_;
-    int pos_ = 0;
-};
+}  // namespace evrc
 
-}  // namespace evrc_dec
-
-#endif  // EVRC_CODEC_DEC_PACKET_BITS_H
+#endif  // EVRC_CODEC_COMMON_PACKET_BITS_H

@@ -1,4 +1,5 @@
-// Random valid EVRC packets for tests and benchmarks.
+// Random valid EVRC packets for the demonstration stream, the tests and the
+// benchmarks (there is no encoder to make real ones yet).
 //
 // Every field is drawn at random, within the limits a decoder accepts: LSP
 // codebook rows that give ten strictly ascending LSPs, a delay index of at
@@ -6,12 +7,11 @@
 // 120, and a rate 1/8 data word that is not all ones. Packets come in two
 // layouts:
 //   - byte stream: the rate byte followed by the payload bytes (3, 11 and 23
-//     bytes in all for rate 1/8, 1/2 and 1; the last rate-1 byte carries bits
-//     168-175, of which 171-175 are unused and written as 0);
-//   - word layout (EvrcPacket): rate word, then data words holding two
-//     payload bytes each, the earlier byte in the high half.
-#ifndef EVRC_TESTS_SUPPORT_RANDOM_PACKETS_H
-#define EVRC_TESTS_SUPPORT_RANDOM_PACKETS_H
+//     bytes in all for rate 1/8, 1/2 and 1; unused bits are 0);
+//   - word layout (EvrcPacket).
+// Fields go where the codec's packet layout table puts them.
+#ifndef EVRC_TOOLS_RANDOM_PACKETS_H
+#define EVRC_TOOLS_RANDOM_PACKETS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -19,10 +19,12 @@
 #include <utility>
 #include <vector>
 
+#include "codec/common/packet_bits.h"
+#include "codec/common/packet_layout.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
 
-namespace evrc_test {
+namespace evrc_random {
 
 // Field values of one packet, as carried on the wire (indices, not the
 // decoded values).
@@ -120,70 +122,60 @@ inline EighthRateFields random_eighth_rate_fields(std::mt19937 &rng) {
     return f;
 }
 
-// The rate byte, then (value, width) fields most significant bit first,
-// zero-padded to `payload_bytes`.
-inline std::vector<uint8_t> pack_fields(int rate, std::size_t payload_bytes,
-                                        const std::vector<std::pair<int, int>> &fields) {
-    std::vector<uint8_t> out(payload_bytes + 1, 0);
-    out[0] = static_cast<uint8_t>(rate);
-    std::size_t bit = 8;
-    for (const auto &[value, width] : fields) {
-        for (int i = width - 1; i >= 0; --i, ++bit) {
-            if ((static_cast<uint32_t>(value) >> i) & 1u) out[bit / 8] |= static_cast<uint8_t>(0x80u >> (bit % 8));
-        }
-    }
-    return out;
+// Word layout from byte-stream bytes (missing bytes are 0, bytes past the
+// 23rd ignored) and back, as long as the packet's rate says (empty for codes
+// other than blank, 1/8, 1/2 and 1).
+inline EvrcPacket bytes_to_packet(const std::vector<uint8_t> &bytes) {
+    return evrc::packet_from_bytes(bytes.data(), bytes.size());
+}
+
+inline std::vector<uint8_t> packet_to_bytes(const EvrcPacket &p) {
+    if ((p.rate & 0xFF) == EVRC_RATE_QUARTER) return {};
+    uint8_t out[1 + evrc::kMaxPayloadBytes];
+    return std::vector<uint8_t>(out, out + evrc::packet_to_bytes(p, out));
+}
+
+// Stores one field of the rate's layout.
+inline void put_field(EvrcPacket &p, evrc::FieldId id, int value, int subframe = 0, int part = 0) {
+    const evrc::PacketField *f = evrc::find_field(p.rate, id, subframe, part);
+    evrc::write_packet_bits(p.data, f->first_bit, f->width, static_cast<UWord32>(value));
 }
 
 inline std::vector<uint8_t> pack_full_rate(const FullRateFields &f) {
-    std::vector<std::pair<int, int>> v = {{f.mode_bit, 1},       {f.lsp_index[0], 6}, {f.lsp_index[1], 6},
-                                          {f.lsp_index[2], 9},   {f.lsp_index[3], 7}, {f.delay_index, 7},
-                                          {f.delta_delay, 5}};
+    using evrc::FieldId;
+    EvrcPacket p{EVRC_RATE_FULL, {}};
+    put_field(p, FieldId::kModeBit, f.mode_bit);
+    for (int i = 0; i < 4; ++i) put_field(p, FieldId::kLsp, f.lsp_index[i], 0, i);
+    put_field(p, FieldId::kDelay, f.delay_index);
+    put_field(p, FieldId::kDeltaDelay, f.delta_delay);
     for (int k = 0; k < 3; ++k) {
-        v.insert(v.end(), {{f.acb_gain_index[k], 3}, {f.fcb_index[k][0], 8}, {f.fcb_index[k][1], 8},
-                           {f.fcb_index[k][2], 8}, {f.fcb_index[k][3], 11}, {f.fcb_gain_index[k], 5}});
+        put_field(p, FieldId::kAcbGain, f.acb_gain_index[k], k);
+        for (int j = 0; j < 4; ++j) put_field(p, FieldId::kFcb, f.fcb_index[k][j], k, j);
+        put_field(p, FieldId::kFcbGain, f.fcb_gain_index[k], k);
     }
-    v.push_back({f.reserved, 1});
-    return pack_fields(EVRC_RATE_FULL, 22, v);
+    put_field(p, FieldId::kReserved, f.reserved);
+    return packet_to_bytes(p);
 }
 
 inline std::vector<uint8_t> pack_half_rate(const HalfRateFields &f) {
-    std::vector<std::pair<int, int>> v = {
-        {f.lsp_index[0], 7}, {f.lsp_index[1], 7}, {f.lsp_index[2], 8}, {f.delay_index, 7}};
-    for (int k = 0; k < 3; ++k) v.insert(v.end(), {{f.acb_gain_index[k], 3}, {f.fcb_index[k], 10}, {f.fcb_gain_index[k], 4}});
-    return pack_fields(EVRC_RATE_HALF, 10, v);
+    using evrc::FieldId;
+    EvrcPacket p{EVRC_RATE_HALF, {}};
+    for (int i = 0; i < 3; ++i) put_field(p, FieldId::kLsp, f.lsp_index[i], 0, i);
+    put_field(p, FieldId::kDelay, f.delay_index);
+    for (int k = 0; k < 3; ++k) {
+        put_field(p, FieldId::kAcbGain, f.acb_gain_index[k], k);
+        put_field(p, FieldId::kFcb, f.fcb_index[k], k);
+        put_field(p, FieldId::kFcbGain, f.fcb_gain_index[k], k);
+    }
+    return packet_to_bytes(p);
 }
 
 inline std::vector<uint8_t> pack_eighth_rate(const EighthRateFields &f) {
-    return pack_fields(EVRC_RATE_EIGHTH, 2, {{f.lsp_index[0], 4}, {f.lsp_index[1], 4}, {f.energy_index, 8}});
-}
-
-// Word layout from byte-stream bytes: word 0 is the rate byte, data word k
-// takes payload bytes 2k (high half) and 2k+1 (low half); missing bytes are 0
-// and bytes past the 23rd are ignored.
-inline EvrcPacket bytes_to_packet(const std::vector<uint8_t> &bytes) {
-    EvrcPacket p{};
-    if (bytes.empty()) return p;
-    p.rate = static_cast<Word16>(bytes[0]);
-    for (std::size_t d = 0; d + 1 < bytes.size() && d < 22; ++d) {
-        const uint16_t cur = static_cast<uint16_t>(p.data[d / 2]);
-        p.data[d / 2] = static_cast<Word16>(cur | static_cast<uint16_t>(bytes[d + 1] << (d % 2 ? 0 : 8)));
-    }
-    return p;
-}
-
-// Byte stream from the word layout, as long as the packet's rate says (empty
-// for rates other than blank, 1/8, 1/2 and 1).
-inline std::vector<uint8_t> packet_to_bytes(const EvrcPacket &p) {
-    const int rate = p.rate & 0xFF;
-    const std::size_t lengths[5] = {1, 3, 0, 11, 23};
-    const std::size_t n = rate <= 4 ? lengths[rate] : 0;
-    std::vector<uint8_t> out;
-    for (std::size_t d = 0; d < n; ++d) {
-        const uint16_t w = d == 0 ? static_cast<uint16_t>(rate) : static_cast<uint16_t>(p.data[(d - 1) / 2]);
-        out.push_back(static_cast<uint8_t>(d % 2 ? (w >> 8) : (w & 0xFF)));
-    }
-    return out;
+    using evrc::FieldId;
+    EvrcPacket p{EVRC_RATE_EIGHTH, {}};
+    for (int i = 0; i < 2; ++i) put_field(p, FieldId::kLsp, f.lsp_index[i], 0, i);
+    put_field(p, FieldId::kEnergy, f.energy_index);
+    return packet_to_bytes(p);
 }
 
 // A valid packet of the given rate (EVRC_RATE_EIGHTH, _HALF or _FULL).
@@ -206,6 +198,6 @@ inline EvrcPacket random_any_rate_packet(std::mt19937 &rng) {
     return random_packet(rng, rates[uniform_int(rng, 0, 2)]);
 }
 
-}  // namespace evrc_test
+}  // namespace evrc_random
 
-#endif  // EVRC_TESTS_SUPPORT_RANDOM_PACKETS_H
+#endif  // EVRC_TOOLS_RANDOM_PACKETS_H
