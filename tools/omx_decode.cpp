@@ -8,6 +8,7 @@
 
 #include <OMX_Component.h>
 #include <OMX_Core.h>
+#include <bellagio/st_static_component_loader.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -17,7 +18,6 @@
 #include <memory>
 #include <mutex>
 
-#include "omx/omx_evrc_adec.h"
 
 namespace evrc_tool {
 namespace {
@@ -28,7 +28,9 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr std::chrono::seconds kStepTimeout{30};
 
 constexpr unsigned kSamplesPerPacket = 160;
-constexpr std::size_t kMaxPacketsPerBuffer = omx_evrc_adec::kSlots;
+// OpenMAX IL 1.1, the version of every structure passed in.
+constexpr OMX_U32 kOmxVersion = 0x00000101;
+constexpr char kComponentName[] = "OMX.vemo.audio.decoder.evrc";
 
 // Packet length, rate byte included, of each rate code the component
 // accepts; 0 for codes it rejects.
@@ -45,8 +47,8 @@ std::string hex(unsigned v) {
 
 // Packs whole packets into input buffers: at most 30 packets (one output
 // buffer's worth of PCM) and at most `capacity` bytes each.
-bool split_into_buffers(const std::vector<Bytes>& packets, std::size_t capacity, std::vector<Bytes>& buffers,
-                        std::vector<std::size_t>& counts, std::string& error) {
+bool split_into_buffers(const std::vector<Bytes>& packets, std::size_t capacity, std::size_t max_packets,
+                        std::vector<Bytes>& buffers, std::vector<std::size_t>& counts, std::string& error) {
     Bytes cur;
     std::size_t n = 0;
     for (std::size_t i = 0; i < packets.size(); ++i) {
@@ -66,7 +68,7 @@ bool split_into_buffers(const std::vector<Bytes>& packets, std::size_t capacity,
                     std::to_string(p[0]) + " needs " + std::to_string(len);
             return false;
         }
-        if (n == kMaxPacketsPerBuffer || cur.size() + len > capacity) {
+        if (n == max_packets || cur.size() + len > capacity) {
             buffers.push_back(std::move(cur));
             counts.push_back(n);
             cur.clear();
@@ -155,52 +157,71 @@ private:
     unsigned error_ = 0;
 };
 
-// One component from creation to destruction. The destructor always stops
-// the worker threads and deletes the object, whatever state it was left in.
+// The library's component entry as an OpenMAX IL core sees it.
+extern "C" int omx_component_library_Setup(stLoaderComponentType** list);
+
+// One component from creation to destruction, reached only through the
+// library's loader entry and the OpenMAX function table it fills. The
+// destructor always deinitialises the component, whatever state it was left
+// in.
 class Session {
 public:
     ~Session() {
-        if (comp_ == nullptr) return;
-        comp_->component_deinit(&comp_->handle);
-        delete comp_;
+        if (constructed_) handle_.ComponentDeInit(&handle_);
     }
 
     bool open(std::string& error) {
-        comp_ = static_cast<omx_evrc_adec*>(get_omx_component_factory_fn());
-        if (comp_ == nullptr) {
+        stLoaderComponentType record;
+        std::memset(&record, 0, sizeof(record));
+        stLoaderComponentType* list[] = {&record};
+        const bool described = omx_component_library_Setup(list) == 1 && record.constructor != nullptr;
+        release(record);
+        if (!described) {
             error = "cannot create the decoder component";
             return false;
         }
-        h_ = &comp_->handle;
-        char name[] = "OMX.vemo.audio.decoder.evrc";
-        if (!check(comp_->component_init(name), "component_init", error)) return false;
+        std::memset(&handle_, 0, sizeof(handle_));
+        handle_.nSize = sizeof(handle_);
+        handle_.nVersion.nVersion = kOmxVersion;
+        char name[sizeof(kComponentName)];
+        std::memcpy(name, kComponentName, sizeof(name));
+        constructed_ = true;
+        if (!check(record.constructor(&handle_, name), "component_init", error)) return false;
         OMX_CALLBACKTYPE cb{&Returns::on_event, &Returns::on_empty_done, &Returns::on_fill_done};
-        return check(comp_->set_callbacks(h_, &cb, &returns_), "set_callbacks", error);
+        return check(handle_.SetCallbacks(&handle_, &cb, &returns_), "set_callbacks", error);
+    }
+
+    // Buffer size of a port.
+    bool buffer_size(unsigned port, std::size_t& size, std::string& error) {
+        OMX_PARAM_PORTDEFINITIONTYPE def;
+        if (!port_definition(port, def, error)) return false;
+        size = def.nBufferSize;
+        return true;
     }
 
     // Loaded -> Idle with every buffer of both ports allocated, then
     // Executing.
     bool start(std::string& error) {
-        if (!check(comp_->send_command(h_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
+        if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!allocate(0, inputs_, error) || !allocate(1, outputs_, error)) return false;
         if (!returns_.wait_state(OMX_StateIdle, error)) return false;
-        if (!check(comp_->send_command(h_, OMX_CommandStateSet, OMX_StateExecuting, nullptr), "Executing", error))
+        if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateExecuting, nullptr), "Executing", error))
             return false;
         return returns_.wait_state(OMX_StateExecuting, error);
     }
 
     // Executing -> Idle -> Loaded, freeing every buffer on the way.
     bool stop(std::string& error) {
-        if (!check(comp_->send_command(h_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
+        if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!returns_.wait_state(OMX_StateIdle, error)) return false;
-        if (!check(comp_->send_command(h_, OMX_CommandStateSet, OMX_StateLoaded, nullptr), "Loaded", error))
+        if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateLoaded, nullptr), "Loaded", error))
             return false;
         for (OMX_BUFFERHEADERTYPE* hdr : inputs_)
-            if (!check(comp_->free_buffer(h_, 0, hdr), "free_buffer", error)) return false;
+            if (!check(handle_.FreeBuffer(&handle_, 0, hdr), "free_buffer", error)) return false;
         for (OMX_BUFFERHEADERTYPE* hdr : outputs_)
-            if (!check(comp_->free_buffer(h_, 1, hdr), "free_buffer", error)) return false;
+            if (!check(handle_.FreeBuffer(&handle_, 1, hdr), "free_buffer", error)) return false;
         inputs_.clear();
         outputs_.clear();
         return returns_.wait_state(OMX_StateLoaded, error);
@@ -216,7 +237,7 @@ public:
         std::size_t received = 0;
         while (received < buffers.size()) {
             while (!free_out.empty() && received + (outputs_.size() - free_out.size()) < buffers.size()) {
-                if (!check(comp_->fill_this_buffer(h_, free_out.front()), "fill_this_buffer", error)) return false;
+                if (!check(handle_.FillThisBuffer(&handle_, free_out.front()), "fill_this_buffer", error)) return false;
                 free_out.pop_front();
             }
             while (!free_in.empty() && sent < buffers.size()) {
@@ -225,7 +246,7 @@ public:
                 hdr->nOffset = 0;
                 hdr->nFilledLen = static_cast<OMX_U32>(buffers[sent].size());
                 hdr->nFlags = 0;
-                if (!check(comp_->empty_this_buffer(h_, hdr), "empty_this_buffer", error)) return false;
+                if (!check(handle_.EmptyThisBuffer(&handle_, hdr), "empty_this_buffer", error)) return false;
                 free_in.pop_front();
                 ++sent;
             }
@@ -254,26 +275,40 @@ private:
         return false;
     }
 
-    bool allocate(unsigned port, std::vector<OMX_BUFFERHEADERTYPE*>& hdrs, std::string& error) {
-        OMX_PARAM_PORTDEFINITIONTYPE def;
+    // The loader entry hands over malloc()ed strings, as a core expects.
+    static void release(stLoaderComponentType& record) {
+        for (OMX_U32 i = 0; i < record.name_specific_length; ++i) {
+            if (record.name_specific != nullptr) std::free(record.name_specific[i]);
+            if (record.role_specific != nullptr) std::free(record.role_specific[i]);
+        }
+        std::free(record.name_specific);
+        std::free(record.role_specific);
+        std::free(record.name);
+    }
+
+    bool port_definition(unsigned port, OMX_PARAM_PORTDEFINITIONTYPE& def, std::string& error) {
         std::memset(&def, 0, sizeof(def));
         def.nSize = sizeof(def);
-        def.nVersion.nVersion = omx_evrc_adec::kVersion;
+        def.nVersion.nVersion = kOmxVersion;
         def.nPortIndex = port;
-        if (!check(comp_->get_parameter(h_, OMX_IndexParamPortDefinition, &def), "get_parameter", error))
-            return false;
+        return check(handle_.GetParameter(&handle_, OMX_IndexParamPortDefinition, &def), "get_parameter", error);
+    }
+
+    bool allocate(unsigned port, std::vector<OMX_BUFFERHEADERTYPE*>& hdrs, std::string& error) {
+        OMX_PARAM_PORTDEFINITIONTYPE def;
+        if (!port_definition(port, def, error)) return false;
         for (OMX_U32 i = 0; i < def.nBufferCountActual; ++i) {
             OMX_BUFFERHEADERTYPE* hdr = nullptr;
-            if (!check(comp_->allocate_buffer(h_, &hdr, port, nullptr, static_cast<unsigned>(def.nBufferSize)),
-                       "allocate_buffer", error))
+            if (!check(handle_.AllocateBuffer(&handle_, &hdr, port, nullptr, def.nBufferSize), "allocate_buffer",
+                       error))
                 return false;
             hdrs.push_back(hdr);
         }
         return true;
     }
 
-    omx_evrc_adec* comp_ = nullptr;
-    OMX_HANDLETYPE h_ = nullptr;
+    OMX_COMPONENTTYPE handle_{};
+    bool constructed_ = false;
     Returns returns_;
     std::vector<OMX_BUFFERHEADERTYPE*> inputs_;
     std::vector<OMX_BUFFERHEADERTYPE*> outputs_;
@@ -283,11 +318,16 @@ private:
 
 bool decode_with_component(const std::vector<std::vector<std::uint8_t>>& packets, std::vector<std::int16_t>& pcm,
                            std::string& error) {
+    auto session = std::make_unique<Session>();
+    if (!session->open(error)) return false;
+    // An output buffer holds the PCM of at most this many packets.
+    std::size_t in_size = 0, out_size = 0;
+    if (!session->buffer_size(0, in_size, error) || !session->buffer_size(1, out_size, error)) return false;
+    const std::size_t max_packets = out_size / (kSamplesPerPacket * sizeof(std::int16_t));
     std::vector<Bytes> buffers;
     std::vector<std::size_t> counts;
-    if (!split_into_buffers(packets, omx_evrc_adec::kInputBufferSize, buffers, counts, error)) return false;
-    auto session = std::make_unique<Session>();
-    if (!session->open(error) || !session->start(error)) return false;
+    if (!split_into_buffers(packets, in_size, max_packets, buffers, counts, error)) return false;
+    if (!session->start(error)) return false;
     if (!session->run(buffers, counts, pcm, error)) return false;
     return session->stop(error);
 }
