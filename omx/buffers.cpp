@@ -156,20 +156,7 @@ OMX_ERRORTYPE omx_evrc_adec::use_output_buffer(void* /*hComp*/, OMX_BUFFERHEADER
 
 void omx_evrc_adec::populated_check(bool output_buffer)
 {
-    const bool complete = allocate_done();
-    if (complete && (pending_flags.fetch_and(~PENDING_LOADED_TO_IDLE) & PENDING_LOADED_TO_IDLE)) {
-        resid_len = 0;
-        post_command(OMX_CommandStateSet, OMX_StateIdle, MSG_CMD_COMPLETE);
-    }
-    if (output_buffer) {
-        if (out_port_populated && (pending_flags & PENDING_OUTPUT_ENABLE)) {
-            pending_flags &= ~PENDING_OUTPUT_ENABLE;
-            post_command(OMX_CommandPortEnable, 1, MSG_CMD_COMPLETE);
-        }
-    } else if (in_port_populated && (pending_flags & PENDING_INPUT_ENABLE)) {
-        pending_flags &= ~PENDING_INPUT_ENABLE;
-        post_command(OMX_CommandPortEnable, 0, MSG_CMD_COMPLETE);
-    }
+    check_pending(PENDING_LOADED_TO_IDLE | (output_buffer ? PENDING_OUTPUT_ENABLE : PENDING_INPUT_ENABLE));
 }
 
 bool omx_evrc_adec::search_input_bufhdr(OMX_BUFFERHEADERTYPE* hdr)
@@ -217,13 +204,7 @@ OMX_ERRORTYPE omx_evrc_adec::free_buffer(void* /*hComp*/, unsigned int port, OMX
                 result = OMX_ErrorBadParameter;
             }
         }
-        if (pending_flags & PENDING_INPUT_DISABLE) {
-            eos_pending = 0;
-            if (in_alloc_count == 0) {
-                pending_flags &= ~PENDING_INPUT_DISABLE;
-                post_command(OMX_CommandPortDisable, 0, MSG_CMD_COMPLETE);
-            }
-        }
+        check_pending(PENDING_INPUT_DISABLE);
     } else if (port == 1) {
         if (out_alloc_count == 0) {
             result = OMX_ErrorBadPortIndex;
@@ -237,13 +218,7 @@ OMX_ERRORTYPE omx_evrc_adec::free_buffer(void* /*hComp*/, unsigned int port, OMX
                 result = OMX_ErrorBadParameter;
             }
         }
-        if (pending_flags & PENDING_OUTPUT_DISABLE) {
-            eos_pending = 0;
-            if (out_alloc_count == 0) {
-                pending_flags &= ~PENDING_OUTPUT_DISABLE;
-                post_command(OMX_CommandPortDisable, 1, MSG_CMD_COMPLETE);
-            }
-        }
+        check_pending(PENDING_OUTPUT_DISABLE);
     } else {
         return OMX_ErrorBadPortIndex;
     }
@@ -255,13 +230,6 @@ OMX_ERRORTYPE omx_evrc_adec::free_buffer(void* /*hComp*/, unsigned int port, OMX
     if (result != OMX_ErrorNone)
         return result;
 
-    if (pending_flags & PENDING_IDLE_TO_LOADED) {
-        eos_pending = 0;
-        if (in_alloc_count == 0 && out_alloc_count == 0) {
-            resid_len = 0;
-            pending_flags &= ~PENDING_IDLE_TO_LOADED;
-            post_command(OMX_CommandStateSet, OMX_StateLoaded, MSG_CMD_COMPLETE);
-        }
-    }
+    check_pending(PENDING_IDLE_TO_LOADED);
     return OMX_ErrorNone;
 }

@@ -44,254 +44,238 @@ enum class Step { Now, Wait, Invalid, SameState, Incorrect, BadParameter };
 
 }  // namespace
 
+// The command thread's side of send_command: one function per command, then
+// the client is released and, for a command that completes at once, its
+// completion queued.
 OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void* /*hComp*/, OMX_COMMANDTYPE cmd, unsigned int param,
                                                 void* /*cmdData*/)
 {
-    OMX_ERRORTYPE result = OMX_ErrorNone;
-    bool complete_now = true;
-    // An error event reports a refusal at once; no completion follows.
-    auto error_event = [&](OMX_ERRORTYPE code) {
-        event(OMX_EventError, static_cast<OMX_U32>(code), 1, nullptr);
-        result = code;
-    };
-    auto queue_completion = [&](uintptr_t c, uintptr_t p) { post_command(c, p, MSG_CMD_COMPLETE); };
-    const bool loaded_or_idle = state == OMX_StateLoaded || state == OMX_StateIdle;
-    const bool running = state == OMX_StateExecuting || state == OMX_StatePause;
-
+    CommandStep step{OMX_ErrorNone, true};
     if (static_cast<unsigned>(cmd) >= 4) {
         OMX_EVRC_LOG("SCP-->ERROR: Invali Command [%d]\n", cmd);
-        result = OMX_ErrorNotImplemented;
+        step.result = OMX_ErrorNotImplemented;
     } else if (cmd == OMX_CommandStateSet) {
-        const OMX_STATETYPE cur = state;
-        const unsigned target = param;
-        Step step = Step::BadParameter;
-
-        if (cur == OMX_StatePause) {
-            // Leaving Pause, whatever the target: the input thread is let go.
-            if (target == OMX_StateIdle)
-                idle_pending = 1;
-            pthread_mutex_lock(&park_lock);
-            if (input_parked) {
-                input_parked = 0;
-                sem_post(&resume_sem);
-            }
-            pthread_mutex_unlock(&park_lock);
-        }
-
-        if (cur == OMX_StateInvalid) {
-            step = target > 5 ? Step::Now : Step::Invalid;
-        } else if (static_cast<unsigned>(cur) > 5) {
-            OMX_EVRC_LOG("OMXCORE-SM: %d --> %d(Not Handled)\n", cur, target);
-        } else if (target == OMX_StateInvalid) {
-            step = Step::Invalid;
-        } else if (target == static_cast<unsigned>(cur)) {
-            step = Step::SameState;
-        } else {
-            switch (cur) {
-            case OMX_StateLoaded:
-                if (target == OMX_StateIdle) {
-                    // The decoder state is created here, or reused (zero-filled
-                    // again) when the component comes back to Idle.
-                    EvrcDecoderState* dec = decoder_state;
-                    const int size = get_sizeof_evrc_dec_struct();
-                    const std::size_t bytes = size > 0 ? static_cast<std::size_t>(size) : 1;
-                    if (!dec) {
-                        dec = static_cast<EvrcDecoderState*>(std::calloc(1, bytes));
-                        if (!dec)
-                            return OMX_ErrorInsufficientResources;  // client stays in send_command
-                        decoder_state = dec;
-                    } else {
-                        std::memset(static_cast<void*>(dec), 0, bytes);
-                    }
-                    evrc_init_dec(dec);
-
-                    bool ready;
-                    if (pcm_feedback == 0) {
-                        ready = in_alloc_count == in_actual_count;
-                        if (ready && in_port_enabled)
-                            in_port_populated = 1;
-                    } else {
-                        const bool in_ready = in_alloc_count == in_actual_count;
-                        const bool out_ready = out_alloc_count == out_actual_count;
-                        if (in_ready && in_port_enabled)
-                            in_port_populated = 1;
-                        if (out_ready && out_port_enabled)
-                            out_port_populated = 1;
-                        ready = in_ready && out_ready;
-                    }
-                    if (ready || (!in_port_enabled && !out_port_enabled)) {
-                        step = Step::Now;
-                    } else {
-                        pending_flags |= PENDING_LOADED_TO_IDLE;
-                        step = Step::Wait;
-                    }
-                } else if (target == OMX_StateWaitForResources) {
-                    step = Step::Now;
-                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
-                    step = Step::Incorrect;
-                } else {
-                    OMX_EVRC_LOG("SCP-->Loaded to Invalid(%d))\n", target);
-                }
-                break;
-            case OMX_StateIdle:
-                if (target == OMX_StateLoaded) {
-                    eos_pending = 0;
-                    if (in_alloc_count == 0 && out_alloc_count == 0) {
-                        step = Step::Now;
-                    } else {
-                        pending_flags |= PENDING_IDLE_TO_LOADED;
-                        step = Step::Wait;
-                    }
-                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
-                    step = Step::Now;
-                } else if (target == OMX_StateWaitForResources) {
-                    step = Step::Incorrect;
-                } else {
-                    OMX_EVRC_LOG("SCP--> Idle to %d Not Handled\n", target);
-                }
-                break;
-            case OMX_StateExecuting:
-                if (target == OMX_StateIdle) {
-                    idle_pending = 1;
-                    execute_omx_flush(OMX_ALL, false);
-                    step = Step::Now;
-                } else if (target == OMX_StatePause) {
-                    step = Step::Now;
-                } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
-                    step = Step::Incorrect;
-                } else {
-                    OMX_EVRC_LOG("SCP--> Executing to %d Not Handled\n", target);
-                }
-                break;
-            case OMX_StatePause:
-                if (target == OMX_StateExecuting) {
-                    resume_pending = 1;
-                    step = Step::Now;
-                } else if (target == OMX_StateIdle) {
-                    idle_pending = 1;
-                    pthread_mutex_lock(&flush_lock);
-                    flush_ack_count = 1;
-                    pthread_mutex_unlock(&flush_lock);
-                    execute_omx_flush(OMX_ALL, false);
-                    step = Step::Now;
-                } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
-                    step = Step::Incorrect;
-                }
-                break;
-            case OMX_StateWaitForResources:
-                if (target == OMX_StateLoaded) {
-                    step = Step::Now;
-                } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
-                    step = Step::Incorrect;
-                } else {
-                    OMX_EVRC_LOG("SCP--> %d to %d(Not Handled)\n", cur, target);
-                }
-                break;
-            default:
-                break;
-            }
-        }
-
-        switch (step) {
-        case Step::Now:
-            break;
-        case Step::Wait:
-            complete_now = false;
-            break;
-        case Step::Invalid:
-            {
-                pthread_mutex_lock(&state_lock);
-                state = OMX_StateInvalid;
-                pthread_mutex_unlock(&state_lock);
-                error_event(OMX_ErrorInvalidState);
-            }
-            break;
-        case Step::SameState:
-            error_event(OMX_ErrorSameState);
-            break;
-        case Step::Incorrect:
-            error_event(OMX_ErrorIncorrectStateTransition);
-            break;
-        case Step::BadParameter:
-            result = OMX_ErrorBadParameter;
-            break;
-        }
+        bool abandoned = false;
+        step = change_state(param, &abandoned);
+        if (abandoned)
+            return step.result;  // no decoder state: the client stays in send_command
     } else if (cmd == OMX_CommandFlush) {
-        execute_omx_flush(param, true);
-        complete_now = false;
+        step = flush_ports(param);
     } else if (cmd == OMX_CommandPortDisable) {
-        if (param == 0 || param == OMX_ALL) {
-            in_port_enabled = 0;
-            if (running) {
-                execute_omx_flush(param, false);
-                pending_flags |= PENDING_INPUT_DISABLE;
-                complete_now = false;
-            } else if (loaded_or_idle) {
-                eos_pending = 0;
-                if (in_alloc_count == 0) {
-                    queue_completion(OMX_CommandPortDisable, 0);
-                } else {
-                    pending_flags |= PENDING_INPUT_DISABLE;
-                    complete_now = false;
-                }
-            } else {
-                pending_flags |= PENDING_INPUT_DISABLE;
-                complete_now = false;
-            }
-        }
-        if (param != 1 && param != OMX_ALL) {
-            OMX_EVRC_LOG("OMX_CommandPortDisable: disable wrong port ID");
-        } else {
-            out_port_enabled = 0;
-            pcm_feedback = 0;
-            if (running) {
-                execute_omx_flush(param, false);
-                pending_flags |= PENDING_OUTPUT_DISABLE;
-                complete_now = false;
-            } else if (loaded_or_idle) {
-                eos_pending = 0;
-                if (out_alloc_count == 0) {
-                    queue_completion(OMX_CommandPortDisable, 1);
-                } else {
-                    pending_flags |= PENDING_OUTPUT_DISABLE;
-                    complete_now = false;
-                }
-            } else {
-                pending_flags |= PENDING_OUTPUT_DISABLE;
-                complete_now = false;
-            }
-        }
-    } else {  // OMX_CommandPortEnable
-        const bool loaded_not_waiting =
-            state == OMX_StateLoaded && !(pending_flags & PENDING_LOADED_TO_IDLE);
-        if (param == 0 || param == OMX_ALL) {
-            resid_len = 0;
-            in_port_enabled = 1;
-            if (state == OMX_StateWaitForResources || loaded_not_waiting || in_port_populated) {
-                queue_completion(OMX_CommandPortEnable, 0);
-            } else {
-                pending_flags |= PENDING_INPUT_ENABLE;
-                complete_now = false;
-            }
-        }
-        if (param != 1 && param != OMX_ALL) {
-            OMX_EVRC_LOG("OMX_CommandPortEnable: disable wrong port ID");
-        } else {
-            out_port_enabled = 1;
-            pcm_feedback = 1;
-            if (state == OMX_StateWaitForResources || loaded_not_waiting || out_port_populated) {
-                queue_completion(OMX_CommandPortEnable, 1);
-            } else {
-                pending_flags |= PENDING_OUTPUT_ENABLE;
-                complete_now = false;
-            }
-        }
+        step = disable_ports(param);
+    } else {
+        step = enable_ports(param);
     }
 
     sem_post(&cmd_done_sem);
-    if (result == OMX_ErrorNone && complete_now)
-        queue_completion(cmd, param);
-    return result;
+    if (step.result == OMX_ErrorNone && step.complete_now)
+        post_command(static_cast<uintptr_t>(cmd), param, MSG_CMD_COMPLETE);
+    return step.result;
+}
+
+omx_evrc_adec::CommandStep omx_evrc_adec::change_state(unsigned int target, bool* abandoned)
+{
+    const OMX_STATETYPE cur = state;
+    Step step = Step::BadParameter;
+
+    if (cur == OMX_StatePause) {
+        // Leaving Pause, whatever the target: the input thread is let go.
+        if (target == OMX_StateIdle)
+            idle_pending = 1;
+        pthread_mutex_lock(&park_lock);
+        if (input_parked) {
+            input_parked = 0;
+            sem_post(&resume_sem);
+        }
+        pthread_mutex_unlock(&park_lock);
+    }
+
+    if (cur == OMX_StateInvalid) {
+        step = target > 5 ? Step::Now : Step::Invalid;
+    } else if (static_cast<unsigned>(cur) > 5) {
+        OMX_EVRC_LOG("OMXCORE-SM: %d --> %d(Not Handled)\n", cur, target);
+    } else if (target == OMX_StateInvalid) {
+        step = Step::Invalid;
+    } else if (target == static_cast<unsigned>(cur)) {
+        step = Step::SameState;
+    } else {
+        switch (cur) {
+        case OMX_StateLoaded:
+            if (target == OMX_StateIdle) {
+                if (!decoder_create()) {
+                    *abandoned = true;
+                    return {OMX_ErrorInsufficientResources, false};
+                }
+                if (allocate_done() || (!in_port_enabled && !out_port_enabled)) {
+                    step = Step::Now;
+                } else {
+                    pending_flags |= PENDING_LOADED_TO_IDLE;
+                    step = Step::Wait;
+                }
+            } else if (target == OMX_StateWaitForResources) {
+                step = Step::Now;
+            } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                step = Step::Incorrect;
+            } else {
+                OMX_EVRC_LOG("SCP-->Loaded to Invalid(%d))\n", target);
+            }
+            break;
+        case OMX_StateIdle:
+            if (target == OMX_StateLoaded) {
+                eos_pending = 0;
+                if (in_alloc_count == 0 && out_alloc_count == 0) {
+                    step = Step::Now;
+                } else {
+                    pending_flags |= PENDING_IDLE_TO_LOADED;
+                    step = Step::Wait;
+                }
+            } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                step = Step::Now;
+            } else if (target == OMX_StateWaitForResources) {
+                step = Step::Incorrect;
+            } else {
+                OMX_EVRC_LOG("SCP--> Idle to %d Not Handled\n", target);
+            }
+            break;
+        case OMX_StateExecuting:
+            if (target == OMX_StateIdle) {
+                idle_pending = 1;
+                execute_omx_flush(OMX_ALL, false);
+                step = Step::Now;
+            } else if (target == OMX_StatePause) {
+                step = Step::Now;
+            } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
+                step = Step::Incorrect;
+            } else {
+                OMX_EVRC_LOG("SCP--> Executing to %d Not Handled\n", target);
+            }
+            break;
+        case OMX_StatePause:
+            if (target == OMX_StateExecuting) {
+                resume_pending = 1;
+                step = Step::Now;
+            } else if (target == OMX_StateIdle) {
+                idle_pending = 1;
+                pthread_mutex_lock(&flush_lock);
+                flush_ack_count = 1;
+                pthread_mutex_unlock(&flush_lock);
+                execute_omx_flush(OMX_ALL, false);
+                step = Step::Now;
+            } else if (target == OMX_StateLoaded || target == OMX_StateWaitForResources) {
+                step = Step::Incorrect;
+            }
+            break;
+        case OMX_StateWaitForResources:
+            if (target == OMX_StateLoaded) {
+                step = Step::Now;
+            } else if (target == OMX_StateExecuting || target == OMX_StatePause) {
+                step = Step::Incorrect;
+            } else {
+                OMX_EVRC_LOG("SCP--> %d to %d(Not Handled)\n", cur, target);
+            }
+            break;
+        default:
+            break;
+        }
+    }
+
+    // A refusal is reported at once by an error event; no completion follows.
+    switch (step) {
+    case Step::Now:
+        return {OMX_ErrorNone, true};
+    case Step::Wait:
+        return {OMX_ErrorNone, false};
+    case Step::Invalid:
+        pthread_mutex_lock(&state_lock);
+        state = OMX_StateInvalid;
+        pthread_mutex_unlock(&state_lock);
+        event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorInvalidState), 1, nullptr);
+        return {OMX_ErrorInvalidState, true};
+    case Step::SameState:
+        event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorSameState), 1, nullptr);
+        return {OMX_ErrorSameState, true};
+    case Step::Incorrect:
+        event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorIncorrectStateTransition), 1, nullptr);
+        return {OMX_ErrorIncorrectStateTransition, true};
+    case Step::BadParameter:
+        break;
+    }
+    return {OMX_ErrorBadParameter, true};
+}
+
+omx_evrc_adec::CommandStep omx_evrc_adec::flush_ports(unsigned int port)
+{
+    execute_omx_flush(port, true);
+    return {OMX_ErrorNone, false};
+}
+
+omx_evrc_adec::CommandStep omx_evrc_adec::disable_ports(unsigned int port)
+{
+    const bool loaded_or_idle = state == OMX_StateLoaded || state == OMX_StateIdle;
+    const bool running = state == OMX_StateExecuting || state == OMX_StatePause;
+    bool complete_now = true;
+    // One port: flushed while running, done at once when it holds no buffer
+    // in Loaded or Idle, otherwise done when its last buffer is freed.
+    auto disable = [&](unsigned int index, uint32_t pending, uint32_t alloc_count) {
+        if (running) {
+            execute_omx_flush(port, false);
+            pending_flags |= pending;
+            complete_now = false;
+        } else if (loaded_or_idle) {
+            eos_pending = 0;
+            if (alloc_count == 0) {
+                post_command(OMX_CommandPortDisable, index, MSG_CMD_COMPLETE);
+            } else {
+                pending_flags |= pending;
+                complete_now = false;
+            }
+        } else {
+            pending_flags |= pending;
+            complete_now = false;
+        }
+    };
+    if (port == 0 || port == OMX_ALL) {
+        in_port_enabled = 0;
+        disable(0, PENDING_INPUT_DISABLE, in_alloc_count);
+    }
+    if (port != 1 && port != OMX_ALL) {
+        OMX_EVRC_LOG("OMX_CommandPortDisable: disable wrong port ID");
+    } else {
+        out_port_enabled = 0;
+        pcm_feedback = 0;
+        disable(1, PENDING_OUTPUT_DISABLE, out_alloc_count);
+    }
+    return {OMX_ErrorNone, complete_now};
+}
+
+omx_evrc_adec::CommandStep omx_evrc_adec::enable_ports(unsigned int port)
+{
+    const bool loaded_not_waiting = state == OMX_StateLoaded && !(pending_flags & PENDING_LOADED_TO_IDLE);
+    bool complete_now = true;
+    // One port: done at once in WaitForResources, in Loaded (unless the
+    // move to Idle waits for buffers) or when populated; otherwise done when
+    // it becomes populated.
+    auto enable = [&](unsigned int index, uint32_t pending, bool populated) {
+        if (state == OMX_StateWaitForResources || loaded_not_waiting || populated) {
+            post_command(OMX_CommandPortEnable, index, MSG_CMD_COMPLETE);
+        } else {
+            pending_flags |= pending;
+            complete_now = false;
+        }
+    };
+    if (port == 0 || port == OMX_ALL) {
+        resid_len = 0;
+        in_port_enabled = 1;
+        enable(0, PENDING_INPUT_ENABLE, in_port_populated != 0);
+    }
+    if (port != 1 && port != OMX_ALL) {
+        OMX_EVRC_LOG("OMX_CommandPortEnable: disable wrong port ID");
+    } else {
+        out_port_enabled = 1;
+        pcm_feedback = 1;
+        enable(1, PENDING_OUTPUT_ENABLE, out_port_populated != 0);
+    }
+    return {OMX_ErrorNone, complete_now};
 }
 
 void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param)
@@ -333,6 +317,50 @@ void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param)
         event(OMX_EventError, OMX_ErrorPortUnpopulated, 0, nullptr);
     else
         event(OMX_EventCmdComplete, static_cast<OMX_U32>(cmd), static_cast<OMX_U32>(param), nullptr);
+}
+
+// Every waiting transition completes here, checked after each allocation
+// (Loaded -> Idle, port enable) and each freed buffer (port disable,
+// Idle -> Loaded).
+void omx_evrc_adec::check_pending(uint32_t which)
+{
+    if (which & PENDING_LOADED_TO_IDLE) {
+        const bool complete = allocate_done();  // also marks the ports populated
+        if (complete && (pending_flags.fetch_and(~PENDING_LOADED_TO_IDLE) & PENDING_LOADED_TO_IDLE)) {
+            resid_len = 0;
+            post_command(OMX_CommandStateSet, OMX_StateIdle, MSG_CMD_COMPLETE);
+        }
+    }
+    if ((which & PENDING_INPUT_ENABLE) && in_port_populated && (pending_flags & PENDING_INPUT_ENABLE)) {
+        pending_flags &= ~PENDING_INPUT_ENABLE;
+        post_command(OMX_CommandPortEnable, 0, MSG_CMD_COMPLETE);
+    }
+    if ((which & PENDING_OUTPUT_ENABLE) && out_port_populated && (pending_flags & PENDING_OUTPUT_ENABLE)) {
+        pending_flags &= ~PENDING_OUTPUT_ENABLE;
+        post_command(OMX_CommandPortEnable, 1, MSG_CMD_COMPLETE);
+    }
+    if ((which & PENDING_INPUT_DISABLE) && (pending_flags & PENDING_INPUT_DISABLE)) {
+        eos_pending = 0;
+        if (in_alloc_count == 0) {
+            pending_flags &= ~PENDING_INPUT_DISABLE;
+            post_command(OMX_CommandPortDisable, 0, MSG_CMD_COMPLETE);
+        }
+    }
+    if ((which & PENDING_OUTPUT_DISABLE) && (pending_flags & PENDING_OUTPUT_DISABLE)) {
+        eos_pending = 0;
+        if (out_alloc_count == 0) {
+            pending_flags &= ~PENDING_OUTPUT_DISABLE;
+            post_command(OMX_CommandPortDisable, 1, MSG_CMD_COMPLETE);
+        }
+    }
+    if ((which & PENDING_IDLE_TO_LOADED) && (pending_flags & PENDING_IDLE_TO_LOADED)) {
+        eos_pending = 0;
+        if (in_alloc_count == 0 && out_alloc_count == 0) {
+            resid_len = 0;
+            pending_flags &= ~PENDING_IDLE_TO_LOADED;
+            post_command(OMX_CommandStateSet, OMX_StateLoaded, MSG_CMD_COMPLETE);
+        }
+    }
 }
 
 bool omx_evrc_adec::allocate_done()

@@ -257,7 +257,7 @@ OMX_ERRORTYPE omx_evrc_adec::component_deinit(void* /*hComp*/)
     pkt_array = pkt_write_ptr = nullptr;
     std::free(resid_buf);
     resid_buf = resid_read_ptr = nullptr;
-    std::free(decoder_state.exchange(nullptr));
+    decoder_destroy();
 
     OMX_EVRC_LOG("COMPONENT DEINIT\n");
     return OMX_ErrorNone;

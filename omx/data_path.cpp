@@ -153,32 +153,6 @@ unsigned int omx_evrc_adec::transcode_data(unsigned char** src, unsigned int fil
     return 0;
 }
 
-void omx_evrc_adec::byte_swap(unsigned char* buf, unsigned char len)
-{
-    for (unsigned char i = 0; i < len; i = static_cast<unsigned char>(i + 2)) {
-        const unsigned char t = buf[i];
-        buf[i] = buf[i + 1];
-        buf[i + 1] = t;
-    }
-}
-
-void omx_evrc_adec::decode_batch(unsigned int n)
-{
-    EvrcDecoderState* dec = decoder_state;
-    for (unsigned int k = 0; k < n; ++k) {
-        unsigned char* slot = pkt_array + k * kSlotSize;
-        gettimeofday(&evrc_decode_tv1, &evrc_decode_tz1);
-        byte_swap(slot, static_cast<unsigned char>(kSlotSize));
-        if (dec)
-            evrc_decode(dec, reinterpret_cast<EvrcPacket*>(slot), pcm_out_buf + EVRC_FRAME_SIZE * k, 0);
-        gettimeofday(&evrc_decode_tv2, &evrc_decode_tz2);
-        const int32_t elapsed =
-            static_cast<int32_t>((evrc_decode_tv2.tv_sec - evrc_decode_tv1.tv_sec) * 1000000 +
-                                 (evrc_decode_tv2.tv_usec - evrc_decode_tv1.tv_usec));
-        evrc_decode_total_time_us += elapsed;
-    }
-}
-
 OMX_ERRORTYPE omx_evrc_adec::process_data(void* hComp, OMX_BUFFERHEADERTYPE* in, OMX_BUFFERHEADERTYPE* out)
 {
     packet_complete = 1;

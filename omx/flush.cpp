@@ -45,8 +45,7 @@ bool omx_evrc_adec::execute_omx_flush(unsigned int port, bool send_event)
 
 bool omx_evrc_adec::execute_data_flush()
 {
-    if (EvrcDecoderState* dec = decoder_state)
-        evrc_init_dec(dec);
+    decoder_reset();
 
     pthread_mutex_lock(&data_q_lock);
     while (in_data_q.size() || out_data_q.size() || done_q.size()) {

@@ -164,10 +164,29 @@ public:
     void event_complete();
 
     // Commands.
+    // What one command does at once: its result, and whether its completion
+    // is queued now (otherwise check_pending queues it later).
+    struct CommandStep {
+        OMX_ERRORTYPE result;
+        bool complete_now;
+    };
     OMX_ERRORTYPE send_command_proxy(void* hComp, OMX_COMMANDTYPE cmd, unsigned int param, void* cmdData);
+    CommandStep change_state(unsigned int target, bool* abandoned);
+    CommandStep flush_ports(unsigned int port);
+    CommandStep disable_ports(unsigned int port);
+    CommandStep enable_ports(unsigned int port);
     void complete_command(uintptr_t cmd, uintptr_t param);  // completion on the command thread
+    // Queues the completion of each waiting transition in `which` (PENDING_
+    // bits) whose condition now holds.
+    void check_pending(uint32_t which);
     bool allocate_done();
     bool release_done(unsigned int port);
+
+    // The codec side (decoder_slot.cpp): the decoder state's life and the
+    // decoding of a batch of packet slots.
+    bool decoder_create();  // creates or zero-fills the state, then initialises it
+    void decoder_reset();
+    void decoder_destroy();
 
     // Buffers.
     OMX_ERRORTYPE allocate_input_buffer(void* hComp, OMX_BUFFERHEADERTYPE** hdr, unsigned int port,
