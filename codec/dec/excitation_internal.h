@@ -27,10 +27,6 @@ inline void shift_exc_history(EvrcDecoderState *st, int L) { evrc::shift_exc_his
 void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 T, Word16 *out, Word16 acb_gain,
                               int L);
 
-// Pre-filters the state's current subframe with the state's pitch_lag and
-// acb_gain into out[0 .. L).
-void pitch_pre_filter_current(const EvrcDecoderState *st, Word16 *out, int L);
-
 }  // namespace evrc_dec
 
 #endif  // EVRC_CODEC_DEC_EXCITATION_INTERNAL_H

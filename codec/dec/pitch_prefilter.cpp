@@ -27,10 +27,6 @@ void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 
     }
 }
 
-void pitch_pre_filter_current(const EvrcDecoderState *st, Word16 *out, int L) {
-    pitch_pre_filter_bounded(st->exc_history, kExcBufferLen, kExcHistoryLen, st->pitch_lag, out, st->acb_gain, L);
-}
-
 }  // namespace evrc_dec
 
 extern "C" {
@@ -41,8 +37,7 @@ extern "C" {
 // Reads exc_last[-(L - 1) - T .. 0] (samples outside that buffer read as 0)
 // and writes out[0 .. L), out[n] filtering subframe sample n. The frame
 // driver and the concealment call it before the history shift, with exc_last =
-// exc_history + 128 + L - 1; evrc_dec::pitch_pre_filter_current does the same
-// from the state's pitch_lag and acb_gain.
+// exc_history + 128 + L - 1.
 EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain,
                                     Word16 L) {
     if (L <= 0) {

@@ -1,7 +1,6 @@
-// Erasure concealment and eighth-rate decoding: the concealment called on
-// prepared states against wide-integer models of its steps, eighth-rate
-// frames against a synthesis-only model, and erasure runs inside whole
-// decoded streams.
+// Erasure concealment: the concealment called on prepared states against
+// wide-integer models of its steps (the thresholds and ramps a decoded
+// stream rarely meets exactly), and erasure runs inside decoded streams.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -40,11 +39,6 @@ int sat16(int64_t v) { return static_cast<int>(std::min<int64_t>(std::max<int64_
 int mult_r_model(int a, int b) { return static_cast<int>(sat32(2 * int64_t{a} * b + 0x8000) >> 16); }
 int mult_model(int a, int b) { return static_cast<int>((int64_t{a} * b) >> 15); }
 
-// End-of-frame output shaping: positive samples lose 1, then all double.
-void gain_adjust_model(Word16 *out) {
-    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) out[i] = static_cast<Word16>(sat16(2 * (out[i] - (out[i] > 0))));
-}
-
 // Fills the excitation history with a deterministic band-limited signal.
 void fill_history(EvrcDecoderState *st, uint32_t seed, int amplitude) {
     std::mt19937 rng(seed);
@@ -53,94 +47,6 @@ void fill_history(EvrcDecoderState *st, uint32_t seed, int amplitude) {
     for (auto &v : st->exc_history) {
         prev = (prev + d(rng)) / 2;
         v = static_cast<Word16>(prev);
-    }
-}
-
-// ---- eighth-rate frames ----
-
-EvrcFrameParams random_eighth_params(std::mt19937 &rng) {
-    EvrcPacket p = evrc_random::random_eighth_rate_packet(rng);
-    EvrcFrameParams fp{};
-    evrc_unpack(&fp, &p);
-    return fp;
-}
-
-// The 160 noise samples the frame draws from the state's generator.
-std::vector<Word16> frame_noise(EvrcGaussRecord gen) {
-    std::vector<Word16> n(EVRC_FRAME_SIZE);
-    for (auto &v : n) v = evrc_ran_gaussian(&gen);
-    return n;
-}
-
-// Excitation of the frame: round(2·g·noise / 2^6 / 2^16) per subframe gain.
-std::vector<Word16> excitation_model(const std::vector<Word16> &noise, const Word16 *gains) {
-    std::vector<Word16> e(EVRC_FRAME_SIZE);
-    for (int i = 0; i < EVRC_FRAME_SIZE; ++i) {
-        const int64_t p = (2 * int64_t{gains[i < 53 ? 0 : (i < 106 ? 1 : 2)]} * noise[i]) >> 6;
-        e[i] = static_cast<Word16>((p + 0x8000) >> 16);
-    }
-    return e;
-}
-
-// Synthesis-only model of a frame: LSPs interpolated from the previous frame,
-// all-pole synthesis with the state's memory, then the output shaping.
-std::vector<Word16> synthesis_only_model(const EvrcDecoderState &st, const EvrcFrameParams &fp,
-                                         const Word16 *gains) {
-    const std::vector<Word16> exc = excitation_model(frame_noise(st.gauss), gains);
-    Word32 mem[10];
-    std::memcpy(mem, st.syn_mem[0], sizeof mem);
-    std::vector<Word16> out(EVRC_FRAME_SIZE);
-    for (int j = 0; j < 3; ++j) {
-        const int L = evrc_acsSubFrameSize[j];
-        Word16 lsp[10], lpc[10];
-        cmn1x_interpolate_lsp(st.prev_lsp, fp.lsp, lsp, evrc_acsLSPInterpTbl[j]);
-        cmn1x_lsp2lpc(lsp, lpc, 3);
-        evrc_voc_synthesis_filter(lpc, &exc[53 * j], &out[53 * j], mem, static_cast<Word16>(L));
-    }
-    gain_adjust_model(out.data());
-    return out;
-}
-
-// The energy index selects a row of the power codebook, which scales the
-// noise of the three subframes and is remembered for concealment; the
-// history ends with the newest 128 excitation samples. With the
-// post-processing off the output is the synthesis filter's, and only
-// postfilter_off = 0 switches it on (2 counts as off here).
-TEST(EighthRate, NoiseScaledByTheGainRowThroughSynthesisOnly) {
-    std::mt19937 rng(11);
-    StatePtr st = fresh_state();
-    Word16 out[EVRC_FRAME_SIZE];
-    EvrcFrameParams warm = random_eighth_params(rng);
-    evrc_decode_8th(st.get(), &warm, out, 0, 0, 0);  // prev_lsp and filter memory from a real frame
-    fill_history(st.get(), 7, 3000);
-    for (int frame = 0; frame < 6; ++frame) {
-        EvrcFrameParams fp = random_eighth_params(rng);
-        if (frame < 2) fp.energy_index = static_cast<Word16>(255 * frame);
-        const std::vector<Word16> exc = excitation_model(frame_noise(st->gauss), evrc_acsPowQuant[fp.energy_index]);
-        EvrcGaussRecord after = st->gauss;
-        for (int i = 0; i < EVRC_FRAME_SIZE; ++i) evrc_ran_gaussian(&after);
-        const std::vector<Word16> expect = synthesis_only_model(*st, fp, evrc_acsPowQuant[fp.energy_index]);
-
-        StatePtr off2 = copy_state(*st), on = copy_state(*st);
-        EvrcFrameParams fp2 = fp, fp_on = fp;
-        Word16 out2[EVRC_FRAME_SIZE], out_on[EVRC_FRAME_SIZE];
-        evrc_decode_8th(st.get(), &fp, out, 0, 0, 1);
-        evrc_decode_8th(off2.get(), &fp2, out2, 0, 0, 2);
-        evrc_decode_8th(on.get(), &fp_on, out_on, 0, 0, 0);
-
-        ASSERT_EQ(std::vector<Word16>(out, out + EVRC_FRAME_SIZE), expect) << "frame " << frame;
-        ASSERT_EQ(0, std::memcmp(out, out2, sizeof out));
-        ASSERT_EQ(0, std::memcmp(st.get(), off2.get(), sizeof(EvrcDecoderState)));
-        if (frame >= 2) {
-            EXPECT_NE(0, std::memcmp(out, out_on, sizeof out)) << "post-processing had no effect";
-        }
-        for (int i = 0; i < EVRC_HISTORY_LEN; ++i) ASSERT_EQ(st->exc_history[i], exc[32 + i]) << i;
-        EXPECT_EQ(st->pow_quant_ptr.ptr, evrc_acsPowQuant[fp.energy_index]);
-        EXPECT_EQ(st->gauss.noise_seed, after.noise_seed);
-        EXPECT_EQ(st->gauss.gauss_have_spare, after.gauss_have_spare);
-        EXPECT_EQ(0, std::memcmp(st->prev_lsp, fp.lsp, sizeof fp.lsp));
-        EXPECT_EQ(st->prev_rate, EVRC_RATE_EIGHTH);
-        EXPECT_EQ(st->prev_erased, 0);
     }
 }
 
@@ -277,32 +183,6 @@ TEST(ErasureBookkeeping, ConsecutiveErasuresCompound) {
         ASSERT_EQ(st->avg_fcb_gain, fcb) << "erasure " << n;
         ASSERT_EQ(st->pow_quant_ptr.ptr, &evrc_acsPowQuant[0][0]);
     }
-}
-
-// The eighth-rate concealment is an eighth-rate frame at the mean gain over
-// the last LSPs (no interpolation movement).
-TEST(ErasureEighthRate, MatchesEighthRateDecodingWithConcealGains) {
-    StatePtr st = fresh_state();
-    st->pow_quant_ptr.ptr = evrc_acsPowQuant[200];
-    st->prev_erased = 1;
-    StatePtr ref = copy_state(*st);
-
-    Conceal c;
-    c.run(st.get(), EVRC_RATE_EIGHTH, 0);
-
-    const Word16 *r = evrc_acsPowQuant[200];
-    const int mean = static_cast<int>((32768 + 2 * 10923 * (int64_t{r[0]} + r[1] + r[2])) >> 16);
-    for (auto &g : ref->conceal_gains) g = static_cast<Word16>(mean);
-    ref->erasure_count = 1;
-    ref->avg_acb_gain = static_cast<Word16>(mult_r_model(ref->avg_acb_gain, 24576));
-    EvrcFrameParams fp{};
-    std::memcpy(fp.lsp, ref->prev_lsp, sizeof fp.lsp);
-    cmn1x_lsp2lpc(fp.lsp, ref->lpc, 3);
-    std::vector<Word16> out(EVRC_FRAME_SIZE);
-    evrc_decode_8th(ref.get(), &fp, out.data(), 1, 1, 0);
-
-    EXPECT_EQ(c.out, out);
-    EXPECT_EQ(0, std::memcmp(st.get(), ref.get(), sizeof(EvrcDecoderState)));
 }
 
 // ---- concealment inside decoded streams ----
