@@ -32,6 +32,22 @@ Word64 clamp32(Word64 v) { return fx::L_sat32_64(v); }
 
 }  // namespace
 
+Word16 fx::signed_32_div_16_reference(Word32 num, Word16 den) {
+    const Word32 d = fx::L_deposit_h(den);
+    Word64 rem = abs64(num);
+    const Word64 dabs = abs64(d);
+    Word16 q = fx::shl(0, 1);
+    for (int k = 0; k < 16; ++k) {
+        if (k > 0) q = fx::shl(q, 1);
+        const Word64 part = dabs >> k;
+        if (rem >= part) {
+            rem -= part;
+            q = fx::add(q, 1);
+        }
+    }
+    return (num ^ d) < 0 ? static_cast<Word16>(-q) : q;
+}
+
 extern "C" {
 
 // Quotient bits are produced by 16 compare-and-subtract steps on the absolute
@@ -44,25 +60,13 @@ extern "C" {
 // are one deposit, sixteen shl and one add per quotient bit set. That case
 // takes one integer division; the saturating case runs the steps themselves.
 EVRC_API Word16 evrc_signed_32_div_16(Word32 num, Word16 den) {
-    const Word32 d = fx::L_deposit_h(den);
-    Word64 rem = abs64(num);
+    const Word32 d = static_cast<Word32>(den) * 65536;  // L_deposit_h, counted below
+    const Word64 rem = abs64(num);
     const Word64 dabs = abs64(d);
-    Word16 q;
-    if (rem < dabs) {
-        const UWord32 bits = static_cast<UWord32>(rem) / (2u * static_cast<UWord32>(dabs >> 16));
-        fx::detail::count(16u + static_cast<UWord32>(__builtin_popcount(bits)));
-        q = static_cast<Word16>(bits);
-    } else {
-        q = fx::shl(0, 1);
-        for (int k = 0; k < 16; ++k) {
-            if (k > 0) q = fx::shl(q, 1);
-            const Word64 part = dabs >> k;
-            if (rem >= part) {
-                rem -= part;
-                q = fx::add(q, 1);
-            }
-        }
-    }
+    if (rem >= dabs) return fx::signed_32_div_16_reference(num, den);
+    const UWord32 bits = static_cast<UWord32>(rem) / (2u * static_cast<UWord32>(dabs >> 16));
+    fx::charge(17u + static_cast<UWord32>(__builtin_popcount(bits)));
+    const Word16 q = static_cast<Word16>(bits);
     return (num ^ d) < 0 ? static_cast<Word16>(-q) : q;
 }
 

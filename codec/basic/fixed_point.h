@@ -457,6 +457,9 @@ inline Word16 norm32_l64(Word64 x) {
 // ---- Division, square root and logarithms (out of line) -------------------
 
 inline Word16 signed_32_div_16(Word32 num, Word16 den) { return ::evrc_signed_32_div_16(num, den); }
+// The same division as its sixteen literal compare-and-subtract steps through
+// the counted shl and add (the form the exported one computes faster).
+Word16 signed_32_div_16_reference(Word32 num, Word16 den);
 inline Word32 divide_dp(Word32 num, Word32 den, Word16 q) { return ::evrc_divide_dp(num, den, q); }
 inline Word32 invert_dp(Word32 x, Word16 iterations, Word16 *exponent) {
     return ::evrc_invert_dp(x, iterations, exponent);

@@ -1,4 +1,4 @@
-// evrc_signed_32_div_16 against the plain restoring division it replaces:
+// evrc_signed_32_div_16 against its literal form, the restoring division in
 // sixteen compare-and-subtract steps through the counted shl/add operators.
 // Result, overflow flag and operation count must agree for every input.
 #include <cstdint>
@@ -11,21 +11,6 @@
 
 namespace {
 
-Word16 reference_div(Word32 num, Word16 den) {
-    const Word32 d = fx::L_deposit_h(den);
-    Word64 rem = num < 0 ? -static_cast<Word64>(num) : num;
-    const Word64 dabs = d < 0 ? -static_cast<Word64>(d) : d;
-    Word16 q = fx::shl(0, 1);
-    for (int k = 0; k < 16; ++k) {
-        if (k > 0) q = fx::shl(q, 1);
-        if (rem >= (dabs >> k)) {
-            rem -= dabs >> k;
-            q = fx::add(q, 1);
-        }
-    }
-    return (num ^ d) < 0 ? static_cast<Word16>(-q) : q;
-}
-
 void expect_same(Word32 num, Word16 den) {
     Word16 q[2];
     UWord32 ops[2];
@@ -33,7 +18,7 @@ void expect_same(Word32 num, Word16 den) {
     for (int i = 0; i < 2; ++i) {
         evrc_giOverflow = 0;
         const UWord32 before = evrc_op_counter;
-        q[i] = i == 0 ? reference_div(num, den) : evrc_signed_32_div_16(num, den);
+        q[i] = i == 0 ? fx::signed_32_div_16_reference(num, den) : evrc_signed_32_div_16(num, den);
         ops[i] = evrc_op_counter - before;
         flag[i] = evrc_giOverflow;
     }
