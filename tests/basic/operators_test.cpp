@@ -137,31 +137,4 @@ TEST(Operators, SaturatingWideMatchExactModel) {
     });
 }
 
-// The deliberate corners, pinned independently of the models.
-TEST(Operators, PinnedCorners) {
-    const std::pair<Outcome, Outcome> cases[] = {
-        {observe([] { return evrc_saturate(40000); }), {32767, true, 0}},
-        // Accumulation is exact before the clamp.
-        {observe([] { return evrc_L_mac(-1, -32768, -32768); }), {kMax32, false, 1}},
-        {observe([] { return evrc_L_msu(-1, -32768, -32768); }), {kMin32, true, 1}},
-        // The accumulation clamps, then rounding MAX_32 flags again.
-        {observe([] { return evrc_mac_r(0x7FFF0000, 16384, 16384); }), {32767, true, 2}},
-        {observe([] { return evrc_L_sat32_64_round16(0x7FFF8000); }), {32767, true, 1}},
-        // 2ab overflows 64 bits for a = b = MIN_32 and is taken modulo 2^64.
-        {observe([] { return evrc_L_mac64(0, INT32_MIN, INT32_MIN); }), {kMin32, true, 4}},
-        {observe([] { return int_mac_16_16_s1(0, INT32_MIN, INT32_MIN); }), {INT64_MIN, false, 0}},
-        // A count of -32768 has no 16-bit negation; it acts as the largest count.
-        {observe([] { return evrc_shl(-5, -32768); }), {-1, false, 1}},
-        {observe([] { return evrc_shr(-5, -32768); }), {-32768, true, 1}},
-        {observe([] { return evrc_L_shl64(-12345, -32768); }), {-1, false, 0}},
-        {observe([] { return evrc_int_mac_16_16_shift(7, -3, 5, -32768); }), {6, false, 0}},
-        {observe([] { return evrc_norm_s(-1); }), {15, false, 15}},
-    };
-    for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
-
-    evrc_op_counter = 0xFFFFFFFEu;  // the counter wraps modulo 2^32
-    evrc_L_abs(5);
-    EXPECT_EQ(evrc_op_counter, 1u);
-}
-
 }  // namespace

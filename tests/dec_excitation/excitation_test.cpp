@@ -116,53 +116,6 @@ TEST(FixedCodebook, OutOfRangePairsStayInsideTheVector) {
     }
 }
 
-TEST(FixedCodebook, HalfRatePulsesFollowTheFieldLayout) {
-    for (int field = 0; field < 1024; ++field) {
-        const Word16 f[1] = {static_cast<Word16>(field)};
-        const int s = (field >> 9) ? -2048 : 2048;
-        Vec expect{};
-        expect[7 * ((field >> 6) & 7) + 0] = s;
-        expect[7 * ((field >> 3) & 7) + 2] = -s;
-        expect[7 * (field & 7) + 4] = s;
-        ASSERT_EQ(decode(f, EVRC_RATE_HALF), expect) << field;
-    }
-}
-
-// Wide model of the pitch sharpening and the gain combination.
-void model_combine(std::vector<int64_t> &exc, std::vector<int64_t> &fcb, int T, int ga, int gf, int L) {
-    const int beta = 2 * std::min(std::max(ga, 3277), 14746);
-    auto idx = [](int i) { return std::min(std::max(i, 0), 53); };
-    for (int n = 0; n < L - T; ++n) {
-        fcb[idx(n + T)] = high_half(clamp32(fcb[idx(n + T)] * 65536 + 2 * beta * fcb[idx(n)] + 32768));
-    }
-    for (int n = 0; n < L; ++n) exc[n] = high_half(clamp32(exc[n] * ga * 4 + 32768 + fcb[idx(n)] * gf * 2));
-}
-
-TEST(FixedCodebook, CombinationMatchesWideModel) {
-    for (int it = 0; it < iterations(); ++it) {
-        const int L = uniform(0, 1) ? 54 : 53;
-        Word32 p[3] = {uniform(3, 150) * 65536 + uniform(0, 65535), uniform(3, 150) * 65536 + uniform(0, 65535), 0};
-        const int T = static_cast<int>(((int64_t(p[0]) + p[1] + 65536) >> 1) >> 16);
-        const int ga = uniform(0, 7) == 0 ? 0 : uniform(0, 20000);
-        const int gf = uniform(0, 23848);
-        Word16 fields[4];
-        for (Word16 &f : fields) f = static_cast<Word16>(uniform(0, 2047));
-        for (int i = 0; i < 4; ++i) fields[i] = static_cast<Word16>((fields[i] & ~0x7F) | uniform(0, 120));
-        Word16 fcb[55], exc[54];
-        evrc_dec_fixed_codebook(fcb, fields, uniform(0, 1) ? EVRC_RATE_FULL : EVRC_RATE_HALF);
-        const int amp = uniform(0, 1) ? 32767 : 4000;
-        for (int n = 0; n < L; ++n) exc[n] = static_cast<Word16>(uniform(-amp, amp));
-        std::vector<int64_t> mexc(exc, exc + L), mfcb(fcb, fcb + 55);
-        model_combine(mexc, mfcb, T, ga, gf, L);
-
-        Word16 lag = -1;
-        evrc_combine_acb_fcb(exc, fcb, &lag, p, static_cast<Word16>(ga), static_cast<Word16>(gf), static_cast<Word16>(L));
-        ASSERT_EQ(lag, T);
-        for (int n = 0; n < 55; ++n) ASSERT_EQ(fcb[n], mfcb[n]) << "fcb n=" << n;
-        for (int n = 0; n < L; ++n) ASSERT_EQ(exc[n], mexc[n]) << "exc n=" << n;
-    }
-}
-
 // ---- pitch pre-filter ----
 
 TEST(PitchPreFilter, MatchesModelAndReadsOnlyTheHistory) {
@@ -183,31 +136,6 @@ TEST(PitchPreFilter, MatchesModelAndReadsOnlyTheHistory) {
                 << "T=" << T << " n=" << n;
         }
     }
-}
-
-// ---- postfilter and gain control ----
-
-std::unique_ptr<EvrcDecoderState> fresh_state() {
-    auto st = std::make_unique<EvrcDecoderState>();
-    std::memset(st.get(), 0, sizeof(*st));
-    st->agc_new_weight = 16384;
-    st->agc_prev_weight = 16384;
-    return st;
-}
-
-// The energy ratio is a Q28 quotient: gains from 2.0 up to sqrt(8) are
-// limited just below 2.0; larger ratios wrap in the division (gain 3.0 gives
-// a negative ratio and so a zero gain).
-TEST(Agc, LargeEnergyRatios) {
-    auto st = fresh_state();
-    Word16 ref[53], in[53], out[53];
-    for (int n = 0; n < 53; ++n) in[n] = static_cast<Word16>(uniform(-3000, 3000));
-    for (int n = 0; n < 53; ++n) ref[n] = static_cast<Word16>(in[n] * 5 / 2);
-    evrc_decoder_agc(st.get(), ref, in, out, 1, 53);
-    for (int n = 0; n < 53; ++n) ASSERT_EQ(out[n], high_half(4 * 32767 * int64_t(in[n]) + 32768)) << n;
-    for (int n = 0; n < 53; ++n) ref[n] = static_cast<Word16>(3 * in[n]);
-    EXPECT_EQ(evrc_decoder_agc(st.get(), ref, in, out, 1, 53), 1);
-    for (int n = 0; n < 53; ++n) ASSERT_EQ(out[n], 0) << n;
 }
 
 }  // namespace

@@ -65,21 +65,6 @@ TEST(DecoderState, InitSetsTheNamedFieldsAndLeavesTheRest) {
     EXPECT_EQ(0, std::memcmp(&again, &st, sizeof st));
 }
 
-// Decrement-then-double of every output sample, all 65536 inputs.
-TEST(GainAdjust, DecrementsPositiveSamplesThenDoubles) {
-    auto st = new_decoder();
-    st->prev_erased = 0;
-    for (int base = -32768; base < 32768; base += EVRC_FRAME_SIZE) {
-        Word16 out[EVRC_FRAME_SIZE];
-        for (int i = 0; i < EVRC_FRAME_SIZE; ++i) out[i] = static_cast<Word16>(std::min(base + i, 32767));
-        evrc_decoder_gain_adjust(st.get(), out);
-        for (int i = 0; i < EVRC_FRAME_SIZE; ++i) {
-            const int x = std::min(base + i, 32767);
-            ASSERT_EQ(out[i], std::max(-32768, std::min(32767, x > 0 ? 2 * (x - 1) : 2 * x))) << x;
-        }
-    }
-}
-
 // A stream mixing valid packets of every rate with erasures, blanks,
 // all-ones eighth-rate packets and packets the unpacker must reject.
 EvrcPacket random_stream_packet(std::mt19937 &rng) {

@@ -122,6 +122,10 @@ TEST(Tool, DecodesQcpAndRawSlotsLikeTheLibrary) {
     ToolRun r = run({"decode", qcp, tmp("qcp.wav")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(read_wav(tmp("qcp.wav")), want);
+    // Through the OpenMAX IL component: the same samples, over two input buffers.
+    r = run({"decode", "--omx", qcp, tmp("omx.wav")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(read_wav(tmp("omx.wav")), want);
     r = run({"decode", "--no-postfilter", qcp, tmp("nopf.wav")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(read_wav(tmp("nopf.wav")), decode_directly(stream, 1));
@@ -133,9 +137,12 @@ TEST(Tool, DecodesQcpAndRawSlotsLikeTheLibrary) {
         for (std::size_t i = 0; i < 24; ++i) raw.push_back(i < b.size() ? b[i] : static_cast<std::uint8_t>(junk()));
     }
     save(tmp("in.bin"), raw);
-    r = run({"decode", "--raw", tmp("in.bin"), tmp("raw.wav")});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(read_wav(tmp("raw.wav")), want);
+    for (const bool omx : {false, true}) {
+        r = run(omx ? std::vector<std::string>{"decode", "--raw", "--omx", tmp("in.bin"), tmp("omx_raw.wav")}
+                    : std::vector<std::string>{"decode", "--raw", tmp("in.bin"), tmp("raw.wav")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(read_wav(tmp(omx ? "omx_raw.wav" : "raw.wav")), want);
+    }
 }
 
 TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
