@@ -27,12 +27,6 @@ StatePtr fresh_state() {
     return st;
 }
 
-StatePtr copy_state(const EvrcDecoderState &src) {
-    StatePtr st(new EvrcDecoderState);
-    std::memcpy(st.get(), &src, sizeof src);
-    return st;
-}
-
 int64_t sat32(int64_t v) { return std::min<int64_t>(std::max<int64_t>(v, INT32_MIN), INT32_MAX); }
 int sat16(int64_t v) { return static_cast<int>(std::min<int64_t>(std::max<int64_t>(v, -32768), 32767)); }
 // Rounded and truncated Q15 products of non-negative operands.
@@ -65,14 +59,12 @@ StatePtr voiced_state(Word16 avg_acb_gain, Word16 avg_fcb_gain) {
     return st;
 }
 
-struct Conceal {
-    std::vector<Word16> out = std::vector<Word16>(EVRC_FRAME_SIZE);
+// One concealed frame, post-processing off.
+void conceal(EvrcDecoderState *st, Word16 rate) {
     EvrcFrameParams fp{};
-    void run(EvrcDecoderState *st, Word16 rate, int postfilter_off = 1) {
-        fp = EvrcFrameParams{};
-        evrc_decode_erasure(st, &fp, out.data(), rate, 1, postfilter_off);
-    }
-};
+    Word16 out[EVRC_FRAME_SIZE];
+    evrc_decode_erasure(st, &fp, out, rate, 1, 1);
+}
 
 // The excitation a voiced concealment writes into the history: the adaptive
 // codebook at the chosen delays, attenuated by avg_acb_gain and the ramp,
@@ -107,10 +99,6 @@ std::vector<Word16> voiced_history_model(const EvrcDecoderState &st0, bool rando
     return buf;
 }
 
-std::vector<Word16> history(const EvrcDecoderState &st) {
-    return std::vector<Word16>(st.exc_history, st.exc_history + EVRC_HISTORY_LEN);
-}
-
 // Above 4914 the last delay is held; at 4914 and below the delays follow the
 // jitter pattern. Below 6554 noise from a generator seeded by twice the tenth
 // LSP is added at a tenth of avg_fcb_gain (silent for a zero average); the
@@ -121,14 +109,14 @@ TEST(ErasureVoiced, DelayChoiceAttenuationAndNoise) {
     for (const auto &c : cases) {
         StatePtr st = voiced_state(c[0], c[1]);
         st->gauss = EvrcGaussRecord{1, 77, 999};
-        StatePtr before = copy_state(*st);
+        const EvrcDecoderState before = *st;
         EvrcGaussRecord gen{0, 0, static_cast<Word16>(sat16(2 * int64_t{st->prev_lsp[9]}))};
         Word16 noise[EVRC_MAX_SUBFRAME];
         for (auto &v : noise) v = evrc_ran_gaussian(&gen);
-        Conceal conceal;
-        conceal.run(st.get(), EVRC_RATE_FULL);
+        conceal(st.get(), EVRC_RATE_FULL);
         const bool noisy = c[0] < 6554;
-        ASSERT_EQ(history(*st), voiced_history_model(*before, c[0] <= 4914, noisy ? noise : nullptr,
+        ASSERT_EQ(std::vector<Word16>(st->exc_history, st->exc_history + EVRC_HISTORY_LEN),
+                  voiced_history_model(before, c[0] <= 4914, noisy ? noise : nullptr,
                                                      noisy ? mult_r_model(c[1], 3277) : 0))
             << "avg_acb_gain " << c[0];
         EXPECT_EQ(st->gauss.gauss_have_spare, 1);
@@ -138,7 +126,7 @@ TEST(ErasureVoiced, DelayChoiceAttenuationAndNoise) {
     }
     StatePtr st = voiced_state(8000, 100);
     st->prefilter_ramp = 3000;
-    Conceal().run(st.get(), EVRC_RATE_HALF);
+    conceal(st.get(), EVRC_RATE_HALF);
     EXPECT_EQ(st->prefilter_ramp, 0);
 }
 

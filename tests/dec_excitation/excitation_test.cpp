@@ -5,7 +5,6 @@
 // the address sanitizer sees any stray access.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,14 +16,11 @@
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/iterations.h"
 
 namespace {
 
-int iterations(int fallback = 300) {
-    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-    const int n = env ? std::atoi(env) : 0;
-    return n > 0 && n < fallback ? n : fallback;
-}
+using evrc_test::iterations;
 
 std::mt19937 &rng() {
     static std::mt19937 gen(12345);
@@ -33,14 +29,8 @@ std::mt19937 &rng() {
 
 int uniform(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng()); }
 
-int64_t clamp32(int64_t x) {
-    return x > INT32_MAX ? INT32_MAX : (x < INT32_MIN ? INT32_MIN : x);
-}
-
-int64_t floor_div(int64_t a, int64_t b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
-
-// High 16 bits of a value already within 32 bits.
-int64_t high_half(int64_t x) { return floor_div(x, 65536); }
+// High 16 bits of x clamped to 32 bits.
+int64_t high_half_sat(int64_t x) { return std::min<int64_t>(std::max<int64_t>(x, INT32_MIN), INT32_MAX) >> 16; }
 
 // 128 history samples, then 64 for the subframe and the look-ahead.
 constexpr int kHist = 128;
@@ -95,31 +85,20 @@ TEST(AdaptiveCodebook, ErasedFrameRebuildFollowsTheLostDelay) {
 
 // ---- fixed codebook ----
 
-using Vec = std::array<int, 55>;
-
-Vec decode(const Word16 *fields, int rate) {
-    std::unique_ptr<Word16[]> fcb(new Word16[55]);  // exact size for the sanitizer
-    for (int i = 0; i < 55; ++i) fcb[i] = 777;
-    evrc_dec_fixed_codebook(fcb.get(), fields, static_cast<Word16>(rate));
-    Vec v;
-    for (int i = 0; i < 55; ++i) v[i] = fcb[i];
-    return v;
-}
-
 TEST(FixedCodebook, OutOfRangePairsStayInsideTheVector) {
     // Pair values above 120 (rejected by the frame check) never write outside
-    // the 55-entry vector, whatever the field holds.
+    // the 55-entry vector (allocated at its exact size for the sanitizer).
+    std::unique_ptr<Word16[]> fcb(new Word16[55]);
     for (int x = 0; x < 2048; ++x) {
-        Word16 bad[4] = {static_cast<Word16>(x & 0xFF), static_cast<Word16>(x & 0xFF), static_cast<Word16>(x & 0xFF),
-                         static_cast<Word16>(x)};
-        decode(bad, EVRC_RATE_FULL);
+        const Word16 f = static_cast<Word16>(x & 0xFF), bad[4] = {f, f, f, static_cast<Word16>(x)};
+        evrc_dec_fixed_codebook(fcb.get(), bad, EVRC_RATE_FULL);
     }
 }
 
 // ---- pitch pre-filter ----
 
 TEST(PitchPreFilter, MatchesModelAndReadsOnlyTheHistory) {
-    for (int it = 0; it < iterations(); ++it) {
+    for (int it = 0; it < iterations(300); ++it) {
         const int L = 53 + uniform(0, 1);
         const int T = uniform(0, 9) == 0 ? uniform(-5, 200) : uniform(20, 135);
         const int gain = uniform(0, 3) == 0 ? uniform(16384, 32767) : uniform(0, 16384);
@@ -132,7 +111,7 @@ TEST(PitchPreFilter, MatchesModelAndReadsOnlyTheHistory) {
         for (int n = 0; n < L; ++n) {
             const int past = kHist + n - T;
             const int64_t xp = (past >= 0 && past < kBufLen) ? b[past] : 0;
-            ASSERT_EQ(out[n], high_half(clamp32(int64_t(b[kHist + n]) * 65536 + 32768 + 2 * g * xp)))
+            ASSERT_EQ(out[n], high_half_sat(int64_t(b[kHist + n]) * 65536 + 32768 + 2 * g * xp))
                 << "T=" << T << " n=" << n;
         }
     }

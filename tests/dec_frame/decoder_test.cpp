@@ -10,18 +10,14 @@
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/iterations.h"
 #include "tools/random_packets.h"
 
 namespace {
 
 using evrc_random::uniform_int;
 
-// Loop count of the randomised tests; EVRC_TEST_ITERATIONS lowers it.
-int iterations(int fallback) {
-    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-    const int n = env ? std::atoi(env) : 0;
-    return n > 0 && n < fallback ? n : fallback;
-}
+using evrc_test::iterations;
 
 // A decoder record as the component creates it: zero-filled, then set up.
 std::unique_ptr<EvrcDecoderState> new_decoder() {
@@ -53,45 +49,16 @@ TEST(DecoderState, InitSetsTheNamedFieldsAndLeavesTheRest) {
                      st.avg_acb_gain, st.avg_fcb_gain, st.tty_mode, st.tty_bit, st.exc_history[0],
                      st.exc_history[EVRC_HISTORY_LEN - 1], st.lpc[0], st.lpc[9], st.pf_buf[10]})
         EXPECT_EQ(v, pattern);
-
-    EvrcDecoderState again = st;
-    again.prev_rate = EVRC_RATE_FULL;
-    again.prefilter_ramp = 3;
-    evrc_init_dec_illegal_rate_transition(&again);
-    EXPECT_EQ(0, std::memcmp(&again, &st, sizeof st));
-    evrc_init_tty_dec(&again, 1);
-    EXPECT_EQ(again.tty_mode, 1);
-    again.tty_mode = st.tty_mode;
-    EXPECT_EQ(0, std::memcmp(&again, &st, sizeof st));
 }
 
-// A stream mixing valid packets of every rate with erasures, blanks,
-// all-ones eighth-rate packets and packets the unpacker must reject.
+// Valid packets of every rate half the time, otherwise random bits under a
+// rate word, decodable or not: erasures, all-ones eighth-rate words, and
+// disordered LSPs, delays and pulse pairs the unpacker must reject.
 EvrcPacket random_stream_packet(std::mt19937 &rng) {
-    const int kind = uniform_int(rng, 0, 11);
-    EvrcPacket p = {};
-    if (kind < 3) return evrc_random::random_full_rate_packet(rng);
-    if (kind < 5) return evrc_random::random_half_rate_packet(rng);
-    if (kind < 7) return evrc_random::random_eighth_rate_packet(rng);
-    if (kind == 7) {  // erasure or undecodable rate word
-        static const Word16 words[] = {0, 2, 5, 14, 0x13, 0x0104, -1};
-        p = evrc_random::random_full_rate_packet(rng);
-        p.rate = words[uniform_int(rng, 0, 6)];
-    } else if (kind == 8) {  // all-ones eighth rate
-        p.rate = EVRC_RATE_EIGHTH;
-        p.data[0] = -1;
-    } else if (kind == 9) {  // rejected rate 1: delay above 120 or an impossible pulse pair
-        evrc_random::FullRateFields f = evrc_random::random_full_rate_fields(rng);
-        if (uniform_int(rng, 0, 1) == 0)
-            f.delay_index = uniform_int(rng, 101, 127);
-        else
-            f.fcb_index[uniform_int(rng, 0, 2)][uniform_int(rng, 0, 3)] |= 0x7F;
-        p = evrc_random::bytes_to_packet(evrc_random::pack_full_rate(f));
-    } else {  // random bits at a decodable rate: mostly disordered LSPs
-        static const Word16 rates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
-        p.rate = rates[uniform_int(rng, 0, 2)];
-        for (Word16 &d : p.data) d = static_cast<Word16>(rng());
-    }
+    if (uniform_int(rng, 0, 1) == 0) return evrc_random::random_any_rate_packet(rng);
+    static const Word16 words[] = {0, 1, 1, 2, 3, 4, 4, 5, 14, 0x13, 0x0104, -1};
+    EvrcPacket p{words[uniform_int(rng, 0, 11)], {}};
+    for (Word16 &d : p.data) d = uniform_int(rng, 0, 3) == 0 ? Word16{-1} : static_cast<Word16>(rng());
     return p;
 }
 
