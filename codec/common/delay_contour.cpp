@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
 #include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
@@ -54,7 +55,7 @@ EVRC_API void evrc_construct_delay_contour(const Word32 *points, Word32 *contour
         contour[n] = contour_value(points[0], s1, n);
     }
     const Word32 s2 = contour_slope(points[1], points[2], L);
-    for (int n = 0; n < 10; ++n) {
+    for (int n = 0; n < evrc::kLookAhead; ++n) {
         contour[L + n] = contour_value(points[1], s2, n);
     }
 }
