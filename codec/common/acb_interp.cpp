@@ -180,8 +180,7 @@ extern "C" {
 // as 0. Writes exc[0 .. n_samples).
 EVRC_API void evrc_voc_rclp_block_interp(Word16 *exc, const Word32 *contour, const Word16 *filter, Word16 N,
                                          Word16 n_samples) {
-    evrc::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N,
-                                   n_samples);
+    evrc::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N, n_samples);
 }
 
 // ACB excitation of L + 10 samples at exc (layout as above) along the contour
