@@ -94,7 +94,10 @@ template <typename F>
 std::pair<UWord32, Word32> measure(F f) {
     evrc_giOverflow = 0;
     const UWord32 before = evrc_op_counter;
-    f();
+    {
+        fx::CallScope scope;
+        f();
+    }
     return {evrc_op_counter - before, evrc_giOverflow};
 }
 
