@@ -60,6 +60,7 @@ extern "C" {
 // are one deposit, sixteen shl and one add per quotient bit set. That case
 // takes one integer division; the saturating case runs the steps themselves.
 EVRC_API Word16 evrc_signed_32_div_16(Word32 num, Word16 den) {
+    fx::CallScope scope;
     const Word32 d = static_cast<Word32>(den) * 65536;  // L_deposit_h, counted below
     const Word64 rem = abs64(num);
     const Word64 dabs = abs64(d);
@@ -75,6 +76,7 @@ EVRC_API Word16 evrc_signed_32_div_16(Word32 num, Word16 den) {
 // numerator is rescaled. The result is not saturated: a quotient too large
 // for the format wraps.
 EVRC_API Word32 evrc_divide_dp(Word32 num, Word32 den, Word16 q) {
+    fx::CallScope scope;
     if (den == 0) return 0;
 
     const Word16 n1 = fx::norm_l(num);
@@ -98,6 +100,7 @@ EVRC_API Word32 evrc_divide_dp(Word32 num, Word32 den, Word16 q) {
 // Reciprocal in Q30 of x normalised by norm_l; the shift is written to
 // *exponent. Each iteration computes r * (2 - r*X).
 EVRC_API Word32 evrc_invert_dp(Word32 x, Word16 iterations, Word16 *exponent) {
+    fx::CallScope scope;
     if (x == 0) return 0;
 
     const bool negative = x < 0;

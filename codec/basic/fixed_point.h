@@ -23,8 +23,26 @@ constexpr Word32 kMin32 = -2147483647 - 1;
 
 namespace detail {
 
-inline void count(UWord32 weight) { evrc_op_counter += weight; }
-inline void overflow() { evrc_giOverflow = 1; }
+// Per-thread bookkeeping of the codec's entry points (see CallScope below):
+// operation counts collect here, in the thread's own memory, and reach the
+// shared counter when the outermost entry point returns, so parallel streams
+// do not write one cache line on every operation.
+#if defined(__ANDROID__)
+#define EVRC_TLS_MODEL
+#else
+#define EVRC_TLS_MODEL __attribute__((tls_model("initial-exec")))
+#endif
+extern __thread UWord32 t_pending_ops EVRC_TLS_MODEL;
+extern __thread int t_call_depth EVRC_TLS_MODEL;
+
+inline void count(UWord32 weight) { t_pending_ops += weight; }
+// The flag is sticky: storing only when it does not hold 1 already keeps its
+// cache line shared between the cores that read it.
+// Relaxed atomic accesses: threads coding independent streams may raise it at
+// the same time, and the store is the same whoever wins.
+inline void overflow() {
+    if (__atomic_load_n(&evrc_giOverflow, __ATOMIC_RELAXED) != 1) __atomic_store_n(&evrc_giOverflow, 1, __ATOMIC_RELAXED);
+}
 
 // Two's-complement narrowing and wrapping helpers (well defined in C++17
 // through the unsigned types; gcc converts modulo 2^n).
@@ -148,6 +166,26 @@ inline Word32 L_shr(Word32 L, Word16 n) {
 // raise_overflow() sets the flag where the chain would have clamped.
 inline void charge(UWord32 weight) { detail::count(weight); }
 inline void raise_overflow() { detail::overflow(); }
+
+// Scope of one exported function: every extern "C" function of the codec
+// opens one first thing. Nested scopes are free; when the outermost one ends,
+// the operations counted inside it are added to evrc_op_counter in one step.
+// The counter therefore holds exactly what the operators say after every
+// exported call, while the hot loops only touch the thread's own memory.
+// Code that calls the inline forms outside any exported function (tests)
+// opens a scope of its own to see their counts.
+class CallScope {
+public:
+    CallScope() { ++detail::t_call_depth; }
+    ~CallScope() {
+        if (--detail::t_call_depth == 0 && detail::t_pending_ops != 0) {
+            __atomic_fetch_add(&evrc_op_counter, detail::t_pending_ops, __ATOMIC_RELAXED);
+            detail::t_pending_ops = 0;
+        }
+    }
+    CallScope(const CallScope &) = delete;
+    CallScope &operator=(const CallScope &) = delete;
+};
 
 // ---- Saturating 16- and 32-bit operators ----------------------------------
 

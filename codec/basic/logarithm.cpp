@@ -22,6 +22,7 @@ extern "C" {
 // log2(L) in Q10 from the five bits after the leading one, without
 // interpolation; -32768 for L <= 0.
 EVRC_API Word16 evrc_log2(Word32 L) {
+    fx::CallScope scope;
     if (L <= 0) return fx::kMin16;
     const Word16 n = fx::norm_l(L);
     Word16 i = fx::sub(fx::extract_h(fx::L_shl(L, fx::sub(n, 9))), 32);
@@ -34,6 +35,7 @@ EVRC_API Word16 evrc_log2(Word32 L) {
 // by a quadratic; shifted to Q26 and masked, it becomes the positive fraction
 // that is added to the integer part -(n + 1).
 EVRC_API Word32 evrc_fnLog2(Word32 L) {
+    fx::CallScope scope;
     const Word16 n = fx::norm_l(L);
     const Word16 x = fx::extract_h(fx::L_shl(L, n));
     const Word16 e = fx::negate(fx::add(n, 1));
@@ -45,6 +47,7 @@ EVRC_API Word32 evrc_fnLog2(Word32 L) {
 }
 
 EVRC_API Word32 evrc_fnLog10(Word32 L) {
+    fx::CallScope scope;
     const Word32 v = evrc_fnLog2(L);
     return fx::L_add(scale_low(v, kLog10Of2Q15), scale_high(v, kLog10Of2Q15));
 }
@@ -53,6 +56,7 @@ EVRC_API Word32 evrc_fnLog10(Word32 L) {
 // 0xB300000 folds the offset and 3.0 (Q29) together so the masked fraction
 // comes out the same.
 EVRC_API Word32 evrc_log2_3term(Word32 L) {
+    fx::CallScope scope;
     const Word16 n = fx::norm_l(L);
     const Word16 x = fx::extract_h(fx::L_shl(L, n));
 
@@ -64,11 +68,13 @@ EVRC_API Word32 evrc_log2_3term(Word32 L) {
 }
 
 EVRC_API Word32 evrc_log_3term(Word32 L) {
+    fx::CallScope scope;
     const Word32 v = evrc_log2_3term(L);
     return wrap_add32(scale_high(v, kLn2Q15), scale_low(v, kLn2Q15));
 }
 
 EVRC_API Word32 evrc_log10_3term(Word32 L) {
+    fx::CallScope scope;
     const Word32 v = evrc_log2_3term(L);
     return wrap_add32(scale_high(v, kLog10Of2Q15), scale_low(v, kLog10Of2Q15));
 }

@@ -20,6 +20,7 @@ extern "C" {
 // Largest r <= 32767 with r*r <= L, one bit at a time from 16384 down to 1;
 // 0 for negative L. With L in Q30 the result is sqrt(L) in Q15.
 EVRC_API Word16 evrc_square_root(Word32 L) {
+    fx::CallScope scope;
     Word16 r = fx::add(0, 16384);
     if (remainder_after(L, r) < 0) r = fx::sub(r, 16384);
 
@@ -39,6 +40,7 @@ EVRC_API Word16 evrc_square_root(Word32 L) {
 // sqrt(1 + 2x) ~ 1 + x - x^2/2 + x^3/2 - 5x^4/8 + 7x^5/8 with x = (L - 1)/2,
 // L in Q31. The terms are accumulated with wrapping additions.
 EVRC_API Word32 evrc_taylor_sqroot(Word32 L) {
+    fx::CallScope scope;
     using fx::detail::wrap_add32;
     const Word16 x = fx::extract_h(fx::L_add(static_cast<Word32>(0xC0000000u), fx::L_shr(L, 1)));
     Word32 acc = static_cast<Word32>(static_cast<UWord32>(fx::L_deposit_h(x)) ^ 0x80000000u);

@@ -180,12 +180,14 @@ extern "C" {
 // as 0. Writes exc[0 .. n_samples).
 EVRC_API void evrc_voc_rclp_block_interp(Word16 *exc, const Word32 *contour, const Word16 *filter, Word16 N,
                                          Word16 n_samples) {
+    fx::CallScope scope;
     evrc::block_interp_bounded(exc - kExcHistoryLen, kExcBufferLen, kExcHistoryLen, contour, filter, N, n_samples);
 }
 
 // ACB excitation of L + 10 samples at exc (layout as above) along the contour
 // of the given delay points.
 EVRC_API void evrc_rx_acb_excitation(const Word32 *points, Word16 *exc, Word16 L) {
+    fx::CallScope scope;
     if (L < 0 || L > EVRC_MAX_SUBFRAME) {
         return;
     }

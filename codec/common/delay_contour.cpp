@@ -37,6 +37,7 @@ extern "C" {
 // points[j], j = 0..2: delay at frame positions 53k, 53(k+1), 53(k+2) (the
 // last clamped to the frame end), weighted between prev_delay and cur_delay.
 EVRC_API void evrc_interpol_delay(Word16 cur_delay, Word16 prev_delay, Word16 subframe, Word32 *points) {
+    fx::CallScope scope;
     const int k = subframe < 0 ? 0 : (subframe > 2 ? 2 : subframe);
     for (int j = 0; j < 3; ++j) {
         const Word32 w = static_cast<UWord16>(evrc_acsInterpolateDelayTab[k + j]);
@@ -50,6 +51,7 @@ EVRC_API void evrc_interpol_delay(Word16 cur_delay, Word16 prev_delay, Word16 su
 // contour[n] = point0 << 8 + n*s1 for n < L, contour[L + n] = point1 << 8 +
 // n*s2 for n < 10.
 EVRC_API void evrc_construct_delay_contour(const Word32 *points, Word32 *contour, Word16 L) {
+    fx::CallScope scope;
     const Word32 s1 = contour_slope(points[0], points[1], L);
     for (int n = 0; n < L; ++n) {
         contour[n] = contour_value(points[0], s1, n);

@@ -81,6 +81,7 @@ extern "C" {
 // fcb: 55 entries, cleared and filled. indices: the subframe's four fields
 // (rate 1) or its one field (rate 1/2). Other rates leave the vector clear.
 EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16 rate) {
+    fx::CallScope scope;
     for (int i = 0; i < kFcbLen; ++i) {
         fcb[i] = 0;
     }
@@ -96,6 +97,7 @@ EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16
 // gains) for n < L.
 EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points,
                                    Word16 acb_gain, Word16 fcb_gain, Word16 L) {
+    fx::CallScope scope;
     const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
     const Word16 T = static_cast<Word16>(mean >> 16);
     *pitch_lag = T;

@@ -106,6 +106,7 @@ extern "C" {
 // y[n] = x[n] + sum a_k y[n-k] over L samples; out may equal in. mem holds
 // the last ten outputs in Q16 (mem[0] newest) and is updated.
 EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, Word16 L) {
+    fx::CallScope scope;
     if (L <= 0) {
         return;
     }
@@ -150,6 +151,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
 // in, but must not overlap in[10 ..) otherwise.
 EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
                                          Word16 shift) {
+    fx::CallScope scope;
     // With sum |a_k| <= 61440 the sum is below 4096 * 32768 + 61440 * 32768
     // = 2^31 in magnitude at every step, so 32-bit accumulation is exact.
     Word32 abs_sum = 0;

@@ -1,6 +1,7 @@
 // LSP codebooks: the codebooks hold absolute LSP values, so a row copy is the
 // whole dequantisation of one split; the splits of a rate together cover the
 // ten LSPs in order.
+#include "codec/basic/fixed_point.h"
 #include "codec/common/lsp_codebooks.h"
 
 #include "evrc/evrc_tables.h"
@@ -49,6 +50,7 @@ void dequantise_lsps(Word16 rate, const Word16 *indices, Word16 *lsp) {
 extern "C" {
 
 EVRC_API void evrc_unquant_lsps(const Word16 *codebook, Word16 row_len, Word16 row_index, Word16 *out) {
+    fx::CallScope scope;
     const Word16 *row = codebook + static_cast<int>(row_index) * row_len;
     for (int i = 0; i < row_len; ++i) out[i] = row[i];
 }

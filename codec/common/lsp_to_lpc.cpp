@@ -41,6 +41,7 @@ Word64 q24_product(Word32 b, Word32 x) {
 extern "C" {
 
 EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Word16 *out, Word16 weight) {
+    fx::CallScope scope;
     // The weight is read as an unsigned Q15 number so that 32768 - w is exact.
     const Word32 w = static_cast<UWord16>(weight);
     const Word32 w_prev = 32768 - w;
@@ -55,6 +56,7 @@ EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Wor
 }
 
 EVRC_API Word32 evrc_voc_poscos(Word16 lsp) {
+    fx::CallScope scope;
     if (lsp == 0) return kPoscosOfZero;
 
     // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
@@ -77,6 +79,7 @@ EVRC_API Word32 evrc_voc_poscos(Word16 lsp) {
 }
 
 EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Word16 n) {
+    fx::CallScope scope;
     // in holds a symmetric polynomial of degree 2n: coefficients 0..n and, at
     // n + 1, the mirror of n - 1. The product with (1 + b z^-1 + z^-2) has
     // degree 2n + 2; coefficients 0..n+1 are formed, then n + 2 mirrors n
@@ -91,6 +94,7 @@ EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Wor
 }
 
 EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Word16 order) {
+    fx::CallScope scope;
     const int roots = order / 2;  // five
     Word32 c[kLpcOrder / 2];
     for (int j = 0; j < roots; ++j) c[j] = evrc_voc_poscos(lsp[2 * j]);
@@ -108,6 +112,7 @@ EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Wor
 }
 
 EVRC_API void cmn1x_lsp2lpc(const Word16 *lsp, Word16 *a, Word16 shift) {
+    fx::CallScope scope;
     Word32 p[kPolyLen];
     Word32 q[kPolyLen];
     evrc_voc_compute_poly_product(lsp, p, kLpcOrder);
@@ -137,6 +142,7 @@ EVRC_API void cmn1x_lsp2lpc(const Word16 *lsp, Word16 *a, Word16 shift) {
 }
 
 EVRC_API Word16 evrc_bwe_lpc_sp(const Word16 *in, Word16 *out, const Word16 *factors) {
+    fx::CallScope scope;
     for (int i = 0; i < kLpcOrder; ++i) out[i] = fx::mult_r(factors[i], in[i]);
     return out[kLpcOrder - 1];
 }

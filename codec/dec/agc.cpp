@@ -78,6 +78,7 @@ extern "C" {
 
 EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
                                  Word16 mode, Word16 L) {
+    fx::CallScope scope;
     return agc<scale>(st, ref, in, out, mode, L);
 }
 

@@ -109,9 +109,10 @@ void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate,
 
 extern "C" {
 
-EVRC_API int get_sizeof_evrc_dec_struct(void) { return static_cast<int>(sizeof(EvrcDecoderState)); }
+EVRC_API int get_sizeof_evrc_dec_struct(void) { fx::CallScope scope; return static_cast<int>(sizeof(EvrcDecoderState)); }
 
 EVRC_API void evrc_init_dec(EvrcDecoderState *st) {
+    fx::CallScope scope;
     // Only the fields below are set; the excitation history, LPC, gain
     // averages, erasure bookkeeping, TTY fields and the noise generator's
     // spare keep their contents (a new record is zero-filled by its creator).
@@ -131,22 +132,25 @@ EVRC_API void evrc_init_dec(EvrcDecoderState *st) {
     for (int i = 0; i < kOrder; ++i) st->prev_lsp[i] = evrc_acsLspBiasValues[i];
 }
 
-EVRC_API void evrc_init_dec_illegal_rate_transition(EvrcDecoderState *st) { evrc_init_dec(st); }
+EVRC_API void evrc_init_dec_illegal_rate_transition(EvrcDecoderState *st) { fx::CallScope scope; evrc_init_dec(st); }
 
-EVRC_API void evrc_init_tty_dec(EvrcDecoderState *st, Word16 mode) { st->tty_mode = mode; }
+EVRC_API void evrc_init_tty_dec(EvrcDecoderState *st, Word16 mode) { fx::CallScope scope; st->tty_mode = mode; }
 
 EVRC_API void evrc_check_illegal_rate_transition(EvrcDecoderState *st, Word16 rate) {
+    fx::CallScope scope;
     // Rate 1/8 straight after rate 1 cannot happen in a valid stream: restart.
     if ((rate & 15) == EVRC_RATE_EIGHTH && st->prev_rate == EVRC_RATE_FULL)
         evrc_init_dec_illegal_rate_transition(st);
 }
 
 EVRC_API Word16 evrc_fer_detect_and_unpack(EvrcDecoderState *st, EvrcFrameParams *fp, EvrcPacket *packet) {
+    fx::CallScope scope;
     if (evrc_fer_detect(packet, st->prev_rate, st->prev_erased, packet->data[0]) == 1) return 1;
     return evrc_unpack(fp, packet);
 }
 
 EVRC_API int evrc_decode(EvrcDecoderState *st, EvrcPacket *packet, Word16 *output, int postfilter_off) {
+    fx::CallScope scope;
     EvrcFrameParams fp = {};
 
     evrc_check_illegal_rate_transition(st, packet->rate);

@@ -2,6 +2,7 @@
 // rate-1 frame tells its delay: the lost frame's delay is the current delay
 // minus the packet's delta delay, and the history saved by the concealment is
 // run again through the adaptive codebook along the lost frame's contour.
+#include "codec/basic/fixed_point.h"
 #include <cstring>
 
 #include "codec/common/excitation.h"
@@ -19,6 +20,7 @@ constexpr int kInterpHalfTaps = 8;     // the adaptive codebook's filter has 2 *
 extern "C" {
 
 EVRC_API void evrc_fix_dlay_contour(EvrcDecoderState *st, EvrcFrameParams *fp) {
+    fx::CallScope scope;
     const int lost_delay = fp->delay - fp->delta_delay + kDeltaDelayOffset;
     const Word16 dl = static_cast<Word16>(lost_delay);
     const int jump = st->prev_delay - lost_delay;

@@ -31,6 +31,7 @@ extern "C" {
 
 EVRC_API void evrc_decode_8th(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 erased,
                               Word16 use_conceal_gains, int postfilter_off) {
+    fx::CallScope scope;
     Word16 noise[EVRC_FRAME_SIZE];
     for (Word16 &v : noise) v = evrc_ran_gaussian(&st->gauss);
 

@@ -112,6 +112,7 @@ extern "C" {
 
 EVRC_API void evrc_decode_erasure(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate,
                                   Word16 erased, int postfilter_off) {
+    fx::CallScope scope;
     st->erasure_count = fx::add(st->erasure_count, 1);
 
     std::memcpy(fp->lsp, st->prev_lsp, sizeof fp->lsp);

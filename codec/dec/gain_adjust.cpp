@@ -23,6 +23,7 @@ Word16 double_sample(Word16 x) {
 extern "C" {
 
 EVRC_API void evrc_decoder_gain_adjust(EvrcDecoderState *st, Word16 *output) {
+    fx::CallScope scope;
     for (int block = 0; block < EVRC_FRAME_SIZE; block += kBlock) {
         for (int i = block; i < block + kBlock; ++i) output[i] = double_sample(output[i]);
     }
@@ -37,6 +38,7 @@ EVRC_API void evrc_decoder_gain_adjust(EvrcDecoderState *st, Word16 *output) {
 
 EVRC_API void evrc_dec_clean_up(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate,
                                 Word16 erased) {
+    fx::CallScope scope;
     for (int i = 0; i < evrc::kOrder; ++i) st->prev_lsp[i] = fp->lsp[i];
     st->prev_rate = rate;
     st->prev_erased = erased;

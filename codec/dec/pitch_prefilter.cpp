@@ -40,6 +40,7 @@ extern "C" {
 // exc_history + 128 + L - 1.
 EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain,
                                     Word16 L) {
+    fx::CallScope scope;
     if (L <= 0) {
         return;
     }

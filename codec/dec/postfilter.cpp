@@ -35,6 +35,7 @@ extern "C" {
 // pf_buf and the pole memory syn_mem[1].
 EVRC_API void evrc_decoder_postfilter(EvrcDecoderState *st, Word16 *out, const Word16 *poles, const Word16 *zeros,
                                       Word16 L, Word16 tilt) {
+    fx::CallScope scope;
     if (L <= 0) {
         return;
     }

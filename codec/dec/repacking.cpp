@@ -3,6 +3,7 @@
 // EvrcPacket (16-bit words, earlier data byte in the high half). Only the
 // odd-numbered bytes move: with little-endian words, word k is byte 2k (low
 // half) and byte 2k + 1 (high half).
+#include "codec/basic/fixed_point.h"
 #include <cstdint>
 
 #include "codec/common/packet_layout.h"
@@ -24,6 +25,7 @@ int stream_length(int rate) { return rate == EVRC_RATE_QUARTER ? 0 : 1 + evrc::p
 extern "C" {
 
 EVRC_API void evrc_repacking_kel_to_dsp(void *buffer) {
+    fx::CallScope scope;
     auto *b = static_cast<uint8_t *>(buffer);
     // Top down, so that no byte is overwritten before it is read.
     for (int k = kPacketWords - 1; k >= 1; --k) b[2 * k + 1] = b[2 * k - 1];
@@ -31,6 +33,7 @@ EVRC_API void evrc_repacking_kel_to_dsp(void *buffer) {
 }
 
 EVRC_API int evrc_repacking_dsp_to_kel(void *buffer) {
+    fx::CallScope scope;
     auto *b = static_cast<uint8_t *>(buffer);
     const int rate = b[0] & 15;
     if (rate > EVRC_RATE_FULL) return 0;

@@ -56,6 +56,7 @@ void unpack_speech(Word16 rate, const Word16 *data, EvrcFrameParams *fp) {
 extern "C" {
 
 EVRC_API Word16 evrc_fer_detect(EvrcPacket *packet, Word16 prev_rate, Word16 prev_erased, Word16 first_word) {
+    fx::CallScope scope;
     // The whole rate word is compared: stray high bits make an erasure.
     if (packet->rate == EVRC_RATE_HALF || packet->rate == EVRC_RATE_FULL) return 0;
     if (packet->rate == EVRC_RATE_EIGHTH && first_word != -1) {
@@ -74,14 +75,17 @@ EVRC_API Word16 evrc_fer_detect(EvrcPacket *packet, Word16 prev_rate, Word16 pre
 }
 
 EVRC_API void evrc_unpack_full_rate(const Word16 *data, EvrcFrameParams *fp) {
+    fx::CallScope scope;
     unpack_speech(EVRC_RATE_FULL, data, fp);
 }
 
 EVRC_API void evrc_unpack_half_rate(const Word16 *data, EvrcFrameParams *fp) {
+    fx::CallScope scope;
     unpack_speech(EVRC_RATE_HALF, data, fp);
 }
 
 EVRC_API Word16 evrc_unpack_one_eigth_rate(const Word16 *data, EvrcFrameParams *fp) {
+    fx::CallScope scope;
     Word16 lsp_index[2];
     Word16 unused_delay = 0;
     read_fields(EVRC_RATE_EIGHTH, data, fp, lsp_index, &unused_delay);
@@ -91,6 +95,7 @@ EVRC_API Word16 evrc_unpack_one_eigth_rate(const Word16 *data, EvrcFrameParams *
 }
 
 EVRC_API Word16 evrc_unpack(EvrcFrameParams *fp, EvrcPacket *packet) {
+    fx::CallScope scope;
     switch (packet->rate & 15) {
     case EVRC_RATE_EIGHTH: evrc_unpack_one_eigth_rate(packet->data, fp); break;
     case EVRC_RATE_HALF: evrc_unpack_half_rate(packet->data, fp); break;
@@ -101,6 +106,7 @@ EVRC_API Word16 evrc_unpack(EvrcFrameParams *fp, EvrcPacket *packet) {
 }
 
 EVRC_API Word16 evrc_check_fcb_indices(const EvrcFrameParams *fp, Word16 rate, Word16 bad_frame) {
+    fx::CallScope scope;
     if (rate != EVRC_RATE_FULL || bad_frame != 0) return bad_frame;
     // Only the seven bits of each pulse pair are checked; sign and track-shift
     // bits are free.

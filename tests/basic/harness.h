@@ -42,7 +42,11 @@ template <class F>
 Outcome observe(F f, Word32 initial = 0) {
     evrc_giOverflow = initial;
     const UWord32 before = evrc_op_counter;
-    const auto v = static_cast<int64_t>(f());
+    int64_t v;
+    {
+        fx::CallScope scope;  // the inline forms count inside a scope
+        v = static_cast<int64_t>(f());
+    }
     EXPECT_TRUE(evrc_giOverflow == initial || evrc_giOverflow == 1) << "the flag is only ever written with 1";
     return {v, evrc_giOverflow != initial, static_cast<uint32_t>(evrc_op_counter - before)};
 }

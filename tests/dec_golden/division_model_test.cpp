@@ -18,7 +18,10 @@ void expect_same(Word32 num, Word16 den) {
     for (int i = 0; i < 2; ++i) {
         evrc_giOverflow = 0;
         const UWord32 before = evrc_op_counter;
-        q[i] = i == 0 ? fx::signed_32_div_16_reference(num, den) : evrc_signed_32_div_16(num, den);
+        {
+            fx::CallScope scope;
+            q[i] = i == 0 ? fx::signed_32_div_16_reference(num, den) : evrc_signed_32_div_16(num, den);
+        }
         ops[i] = evrc_op_counter - before;
         flag[i] = evrc_giOverflow;
     }

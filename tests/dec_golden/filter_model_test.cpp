@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "codec/basic/fixed_point.h"
 #include "codec/dec/reference_forms.h"
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
@@ -22,7 +23,10 @@ template <typename F>
 std::pair<UWord32, Word32> measure(F f) {
     evrc_giOverflow = 0;
     const UWord32 before = evrc_op_counter;
-    f();
+    {
+        fx::CallScope scope;
+        f();
+    }
     return {evrc_op_counter - before, evrc_giOverflow};
 }
 
