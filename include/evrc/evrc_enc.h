@@ -80,7 +80,11 @@ typedef struct EvrcEncoderState {
     Word16 sAccumShift;           /* accumulated RCELP shift, Q8 samples */
     Word16 sShiftCarry;           /* shift-frame position carried to the next subframe */
     Word16 sigmod[3];             /* signal modification working values */
-    Word16 work[247];             /* working room of the open stages; keeps 3544 bytes */
+    /* Working room of the open stages (each stage carves named fields out of
+     * its own block; the three blocks keep the record at 3544 bytes). */
+    Word16 work_lpc[24];          /* LPC analysis, spectral-transition flag, eighth rate */
+    Word16 work_pitch[150];       /* pitch analysis and signal modification */
+    Word16 work_core[73];         /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
@@ -130,6 +134,41 @@ EVRC_API void evrc_flush_pack(Word16 acc, Word16 free_bits, UWord16 *out);
  * The analysis, search and eighth-rate stages. Each is documented where it is
  * declared below; they are called by evrc_encoder in its fixed order and may be
  * called on their own by native code that owns an EvrcEncoderState. */
+
+/* LPC analysis.
+ * I in[160], O out[160]: the frame times the analysis window, scaled up by
+ * 2^shift (shift >= 0) to use the 16-bit range; returns shift. */
+EVRC_API Word16 cmn1x_hamming_window(const Word16 *in, Word16 *out);
+/* I x[160], O r[17]: r[k] = sum 2 x[n] x[n+k], all lags normalised left by
+ * the returned shift so that r[0] fills 32 bits. */
+EVRC_API Word16 evrc_autocorr(const Word16 *x, Word32 *r);
+/* I r[17] (lag-windowed internally on a copy), O lpc[10] a1..a10 in Q27 of
+ * A(z) = 1 - sum a_k z^-k; returns the final prediction error energy in the
+ * units of r[0]. */
+EVRC_API Word32 cmn1x_durbins_recursion(const Word32 *r, Word32 *lpc);
+/* Spectral-transition flag of the frame (the full-rate mode bit). */
+EVRC_API Word16 evrc_update_lpcflag(EvrcEncoderState *state);
+/* IO lpc[10] Q27: a_k times 0.994^k. */
+EVRC_API void evrc_bandwidth_expand_lpcs(Word32 *lpc);
+/* I lpc[10] Q27, O p[6], O q[6]: symmetric and antisymmetric polynomials. */
+EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q);
+/* I p[6], q[6], O lsp[10] Q15 ascending, I prev[10]: the previous frame's
+ * set, copied to lsp when fewer than ten roots are found. Returns 1 when ten
+ * roots were found, 0 when the previous set was used. */
+EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev);
+
+/* Pitch analysis.
+ * I speech[320] (asSpeech), I prev_lpc[10], cur_lpc[10] Q12, O residual[320]:
+ * the previous frame filtered by A_prev(z), the current one by A_cur(z). */
+EVRC_API void evrc_compute_residual(const Word16 *speech, const Word16 *prev_lpc, const Word16 *cur_lpc,
+                                    Word16 *residual);
+/* Sets sDelay (20..120) and sBeta (Q15) from state->residual. */
+EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state);
+/* Frame start of the signal modification (accumulated shift bookkeeping). */
+EVRC_API void evrc_update_rcelp_shift(EvrcEncoderState *state);
+/* Delay contour (Q24 per sample) of a subframe of L samples and 10 beyond,
+ * from the three points of evrc_interpol_delay. */
+EVRC_API void evrc_construct_delay_contour_enc(const Word32 *points, Word32 *contour, Word16 L);
 
 EVRC_EXTERN_C_END
 
