@@ -157,6 +157,12 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q);
  * roots were found, 0 when the previous set was used. */
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev);
 
+/* Eighth rate. Called after the frame's quantised subframe LPC (qlpc) are
+ * built; reads asSpeech, qlpc and lsp_index. Returns the 8-bit row index of
+ * evrc_acsPowQuant whose gains give comfort noise the level of the frame
+ * (never 255 when lsp_index[0] and lsp_index[1] are both 15). */
+EVRC_API Word16 evrc_8th_rate(EvrcEncoderState *state);
+
 /* Pitch analysis.
  * I speech[320] (asSpeech), I prev_lpc[10], cur_lpc[10] Q12, O residual[320]:
  * the previous frame filtered by A_prev(z), the current one by A_cur(z). */
