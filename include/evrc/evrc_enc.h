@@ -176,6 +176,30 @@ EVRC_API void evrc_update_rcelp_shift(EvrcEncoderState *state);
  * from the three points of evrc_interpol_delay. */
 EVRC_API void evrc_construct_delay_contour_enc(const Word32 *points, Word32 *contour, Word16 L);
 
+/* Codebook searches and the weighted synthesis filter.
+ * Weighted synthesis filter H(z) = W(z) / Aq(z), W(z) = A(z/0.9) / A(z/0.5):
+ * I in[L], O out[L] (may be in), I qlpc[10] Q12 quantised LPC of the
+ * subframe, I num[10], den[10] Q12 weighting zeros and poles (a_i 0.9^i and
+ * a_i 0.5^i of the unquantised LPC), IO mem[30]: three blocks of ten Word32
+ * (synthesis, weighting zeros, weighting poles; past outputs of each section,
+ * most recent first). */
+EVRC_API void evrc_weighted_synthesis_filter(const Word16 *in, Word16 *out, const Word16 *qlpc, const Word16 *num,
+                                             const Word16 *den, Word32 *mem, Word16 L);
+/* Adaptive-codebook gain. I target[L] weighted target (zero-input response
+ * removed), I acb[L] adaptive-codebook vector, I h[L] weighted impulse
+ * response (Q11: 2048 = 1.0), O fcb_target[L] = target minus the table gain
+ * times the filtered acb. Returns the index 0..7 into evrc_acsACBGainTable. */
+EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const Word16 *h, Word16 *fcb_target,
+                                Word16 L);
+/* Fixed-codebook search. I target[L] (adaptive contribution removed), I h[L]
+ * Q11, I acb_gain Q14 and I lag: the pitch sharpening the decoder applies,
+ * I rate (4: 35-bit codebook, four fields; 3: 10-bit codebook, one field),
+ * I L, O indices[4] (rate 1) or [1] (rate 1/2) in the packet's field layout.
+ * Returns the gain index (rate 1: 0..31 into evrc_acsFcbGainVQFull; rate 1/2:
+ * 0..15, the decoder reading entry 2 idx + 1). */
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate, Word16 L,
+                           Word16 *indices);
+
 EVRC_EXTERN_C_END
 
 #endif /* EVRC_ENC_H */
