@@ -143,12 +143,12 @@ struct RateCounts {
     }
     double seconds() const { return kFrameSeconds * static_cast<double>(total()); }
     double kbps() const { return total() == 0 ? 0.0 : bits() / seconds() / 1000.0; }
-    std::string text() const {
+    std::string text(bool with_unknown = true) const {
         std::string s = "full " + std::to_string(full) + ", half " + std::to_string(half);
         if (quarter != 0) s += ", quarter " + std::to_string(quarter);
         s += ", eighth " + std::to_string(eighth);
         if (blank != 0) s += ", blank " + std::to_string(blank);
-        if (unknown != 0) s += ", unknown rate " + std::to_string(unknown);
+        if (with_unknown && unknown != 0) s += ", unknown rate " + std::to_string(unknown);
         return s;
     }
 };
@@ -465,7 +465,7 @@ int run_info(const std::string &path) {
     std::printf("codec:     EVRC %s%s%s\n", guid_text(f.codec_guid).c_str(), f.codec_name.empty() ? "" : ", ",
                 f.codec_name.c_str());
     std::printf("duration:  %.2f s (%zu packets of 20 ms)\n", counts.seconds(), counts.total());
-    std::printf("packets:   %s, unknown rate %zu\n", counts.text().c_str(), counts.unknown);
+    std::printf("packets:   %s; unknown rate %zu\n", counts.text(false).c_str(), counts.unknown);
     std::printf("bit rate:  %.2f kbit/s average\n", counts.kbps());
     if (problems.empty()) {
         std::printf("problems:  none\n");
