@@ -40,6 +40,8 @@ constexpr int kDeltaWord = 3;
 constexpr int kBlockTaps3 = 3;             // half-widths of the two interpolation filters
 constexpr int kBlockTaps8 = 8;
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
+constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
+constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the excitation
 
 using FilterMemory = Word32[3][kOrder];
 
@@ -101,10 +103,40 @@ void weighting_coefficients(const Word16 *lpc, Word16 *num, Word16 *den) {
 // Saved filter memories take the working ones.
 void save_filter_memories(EvrcEncoderState *st) { std::memcpy(st->wsf_mem[1], st->wsf_mem[0], sizeof(st->wsf_mem[0])); }
 
-// Step 12: eighth-rate energy and the decay of the weighting memories over
-// one block of zero error (the decoder's noise excitation is not known here).
+// The decoder's eighth-rate excitation: its Gaussian generator (seeded as
+// the decoder seeds it) scaled by the energy row's three subframe gains,
+// round(2 g n / 2^22), written through the history as the decoder does.
+void mirror_noise_excitation(EvrcEncoderState *st, Word16 energy_index) {
+    EvrcGaussRecord gen = {st->noise_gen[0], st->noise_gen[1], st->noise_gen[2]};
+    if (st->noise_gen_started == 0) {
+        gen = {0, 0, kDecoderNoiseSeed};
+        st->noise_gen_started = 1;
+    }
+    Word16 noise[kFrame];
+    for (Word16 &v : noise) v = evrc_ran_gaussian(&gen);
+    st->noise_gen[0] = gen.gauss_have_spare;
+    st->noise_gen[1] = gen.gauss_spare;
+    st->noise_gen[2] = gen.noise_seed;
+
+    const Word16 *gains = evrc_acsPowQuant[energy_index & 0xFF];
+    int start = 0;
+    for (int j = 0; j < kSubframes; ++j) {
+        const int L = evrc_acsSubFrameSize[j];
+        for (int n = 0; n < L; ++n) {
+            st->acb_mem[kHistory + n] = fx::round32(fx::L_shr(fx::L_mult(gains[j], noise[start + n]), kNoiseShift));
+        }
+        std::memmove(st->acb_mem, st->acb_mem + L, kHistory * sizeof(Word16));
+        start += L;
+    }
+}
+
+// Step 12: eighth-rate energy, the excitation history as the decoder will
+// rebuild it, and the decay of the weighting memories over one block of zero
+// error.
 void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
-    pk.put(evrc_8th_rate(st), 8);
+    const Word16 energy_index = evrc_8th_rate(st);
+    pk.put(energy_index, 8);
+    mirror_noise_excitation(st, energy_index);
     Word16 num[kOrder], den[kOrder];
     weighting_coefficients(st->uqlpc[kSubframes - 1], num, den);
     Word16 block[kEighthBlock] = {};

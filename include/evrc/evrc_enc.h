@@ -84,7 +84,10 @@ typedef struct EvrcEncoderState {
      * its own block; the three blocks keep the record at 3544 bytes). */
     Word16 work_lpc[24];          /* LPC analysis, spectral-transition flag, eighth rate */
     Word16 work_pitch[150];       /* pitch analysis and signal modification */
-    Word16 work_core[73];         /* frame driver, codebook searches, local decoder */
+    Word16 noise_gen[3];          /* local decoder: the decoder's noise generator at eighth rate
+                                     (have-spare, spare, seed), mirrored */
+    Word16 noise_gen_started;     /* 0 until the mirrored generator is seeded */
+    Word16 work_core[69];         /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
