@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 
 namespace evrc_tool {
@@ -78,9 +79,16 @@ bool OutputFile::open(const std::string &path, std::string &error) {
             return false;
         }
     }
-    const std::size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-    const std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    // A symbolic link is written through: the file it names is replaced.
+    std::string target = path;
+    if (char *resolved = realpath(path.c_str(), nullptr)) {
+        target = resolved;
+        std::free(resolved);
+    }
+    path_ = target;
+    const std::size_t slash = target.rfind('/');
+    const std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
+    const std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
     std::string temp = dir + "." + base + ".XXXXXX";
     fd_ = mkstemp(&temp[0]);
     if (fd_ < 0) {
