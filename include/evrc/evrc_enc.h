@@ -178,21 +178,29 @@ EVRC_API void evrc_update_rcelp_shift(EvrcEncoderState *state);
 /* Delay contour (Q24 per sample) of a subframe of L samples and 10 beyond,
  * from the three points of evrc_interpol_delay. */
 EVRC_API void evrc_construct_delay_contour_enc(const Word32 *points, Word32 *contour, Word16 L);
-/* Shift search of one shift frame: I residual: the residual around the
- * shift frame (residual[-max .. len + max) valid, read at n - s), I target[len]
- * the adaptive-codebook prediction, I len, I max_shift_q3 (1/8 samples).
- * Returns the shift s (Q3 samples, |s| <= max_shift_q3) maximising the
- * normalised correlation of the shifted residual with the target. */
+/* Signal modification (RCELP). The modified residual is the residual read
+ * at t - 16 - s(t), s the accumulated shift sAccumShift (Q8 samples, within
+ * +-12 samples); sShiftCarry counts the samples already written beyond the
+ * current subframe.
+ * Shift search of one shift frame: I residual (the shift frame at the current
+ * shift; residual[-(m/8 + 1) .. len + m/8 + 1) readable, m = max_shift_q3),
+ * I target[len] the adaptive-codebook prediction, I len <= 160, I max_shift_q3
+ * (1/8 samples). Returns the further shift k (Q3, |k| <= max_shift_q3) for
+ * which residual[n - k] correlates best with the target (normalised), or 0
+ * when the best normalised correlation is below 0.3. */
 EVRC_API Word16 evrc_comp_shift(const Word16 *residual, const Word16 *target, Word16 len, Word16 max_shift_q3);
-/* I x[len]: O *peak_pos the position of the largest energy (3-sample sum);
- * returns the peak energy over the average energy in Q8 (0 for silence). */
+/* I x[len] (3 <= len <= 160), O *peak_pos the centre of the largest 3-sample
+ * energy; returns that energy over the average 3-sample energy, Q8
+ * (saturated; 0 for silence). */
 EVRC_API Word16 evrc_peak_to_avg_ratio(const Word16 *x, Word16 len, Word16 *peak_pos);
-/* Fractional read of a block: I in (in[-4 .. len + 4) valid), O out[len] =
- * in[n - shift] for a shift in Q3 samples, interpolated with the 1/8-sample
- * filter evrc_acsBlockCoeff3. */
+/* Fractional read of a block: I in (in[-m .. len + m) readable, m = 9 +
+ * |shift_q3| / 8), O out[len] = in[n - shift] for a shift in Q3 samples,
+ * whole positions copied, others through the 17-tap 1/8-sample filter
+ * evrc_acsBlockCoeff8. */
 EVRC_API void evrc_rcelp_fixed_block_interp(const Word16 *in, Word16 *out, Word16 shift_q3, Word16 len);
-/* Bound bookkeeping of the accumulated shift: IO state, I shift_q8 the shift
- * chosen for the shift frame just done (Q8 samples). */
+/* IO state, I shift_q8: the accumulated shift after a shift frame (Q8),
+ * stored within its bound; sigmod[0] takes the change, sigmod[1] counts
+ * consecutive shift frames at the bound. */
 EVRC_API void evrc_update_hysteresis(EvrcEncoderState *state, Word16 shift_q8);
 
 /* Codebook searches and the weighted synthesis filter.
