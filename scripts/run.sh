@@ -11,11 +11,12 @@
 #
 # Environment: EVRC_JOBS (default 2), EVRC_SKIP_SETUP=1 to skip package setup,
 # EVRC_BENCH_ARGS extra arguments for every benchmark program, EVRC_SPEECH
-# another speech file to encode (any format libsndfile reads).
+# another speech file to encode (any format libsndfile reads), EVRC_BUILD_DIR
+# another build directory.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-BUILD=$ROOT/build/release
+BUILD=${EVRC_BUILD_DIR:-$ROOT/build/release}
 JOBS=${EVRC_JOBS:-2}
 
 fail() {
@@ -44,12 +45,7 @@ demo=$BUILD/demo
 mkdir -p "$demo"
 speech=${EVRC_SPEECH:-}
 if [[ -z $speech ]]; then
-    for dir in /usr/share/asterisk/sounds/en /usr/share/asterisk/sounds/en_US_f_Allison; do
-        if [[ -f $dir/demo-congrats.wav ]]; then
-            speech=$dir/demo-congrats.wav
-            break
-        fi
-    done
+    speech=$(find -L /usr/share/asterisk/sounds -name demo-congrats.wav 2>/dev/null | sort | head -n 1)
 fi
 [[ -n $speech && -f $speech ]] || fail "no speech prompt found (install asterisk-core-sounds-en-wav or set EVRC_SPEECH)"
 
@@ -64,6 +60,8 @@ start=$(now)
 end=$(now)
 seconds=$("$evrc" info "$demo/speech.qcp" | awk '$1 == "duration:" { print $2 }')
 echo "encode  evrc encode        -> demo/speech.qcp      $(times_real_time "$seconds" "$start" "$end")"
+summary=$(cat "$demo/encode.log")
+echo "        ${summary//$demo\//demo/}"
 start=$(now)
 "$evrc" decode "$demo/speech.qcp" "$demo/speech.wav" || fail "evrc decode"
 end=$(now)
@@ -78,9 +76,6 @@ if command -v ffmpeg >/dev/null; then
     ffmpeg -nostdin -v error -y -i "$demo/speech.qcp" "$demo/speech_ffmpeg.wav" || fail "FFmpeg cannot decode speech.qcp"
     echo "decode  ffmpeg             -> demo/speech_ffmpeg.wav"
 fi
-echo
-sed 's|^.*/||' "$demo/encode.log"
-"$evrc" info "$demo/speech.qcp" | grep -E '^(packets|bit rate):'
 
 # --- Benchmarks ---------------------------------------------------------
 results=$BUILD/bench-results

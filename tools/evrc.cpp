@@ -30,7 +30,6 @@ constexpr int kExitUsage = 2;
 constexpr std::size_t kSlotBytes = 24;
 constexpr double kFrameSeconds = 0.02;
 constexpr double kProgressAfterSeconds = 5.0;  // shorter inputs show no progress line
-constexpr std::size_t kProgressEveryFrames = 50;
 
 const char kUsage[] =
     "usage: evrc encode [--max-rate R] [--min-rate R] [--limit N [--limit-mode M]] [--raw] IN OUT.qcp\n"
@@ -227,15 +226,21 @@ std::uint8_t packet_byte(const UWord16 *packet, std::size_t i) {
     return static_cast<std::uint8_t>(i % 2 == 0 ? word >> 8 : word & 0xFF);
 }
 
+// A progress line on standard error, redrawn a few times a second, for long
+// inputs when standard error is a terminal.
 class Progress {
 public:
     Progress(const std::string &name, std::size_t frames)
         : name_(name), frames_(frames),
           on_(isatty(STDERR_FILENO) != 0 && kFrameSeconds * static_cast<double>(frames) > kProgressAfterSeconds) {}
     void update(std::size_t done) {
-        if (!on_ || done % kProgressEveryFrames != 0) return;
-        std::fprintf(stderr, "\r%s: %.1f of %.1f s (%zu%%)", name_.c_str(), kFrameSeconds * static_cast<double>(done),
-                     kFrameSeconds * static_cast<double>(frames_), done * 100 / frames_);
+        if (!on_) return;
+        const auto now = std::chrono::steady_clock::now();
+        if (now - last_ < kRedrawInterval) return;
+        last_ = now;
+        std::fprintf(stderr, "\r%s: encoding %.1f of %.1f s (%zu%%)", name_.c_str(),
+                     kFrameSeconds * static_cast<double>(done), kFrameSeconds * static_cast<double>(frames_),
+                     done * 100 / frames_);
         std::fflush(stderr);
     }
     void clear() {
@@ -243,9 +248,11 @@ public:
     }
 
 private:
+    static constexpr std::chrono::milliseconds kRedrawInterval{250};
     std::string name_;
     std::size_t frames_;
     bool on_;
+    std::chrono::steady_clock::time_point last_{};
 };
 
 int run_encode(const EncodeOptions &opt) {
