@@ -41,6 +41,7 @@ constexpr int kBlockTaps3 = 3;             // half-widths of the two interpolati
 constexpr int kBlockTaps8 = 8;
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
 constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
+constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to the excitation
 constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the excitation
 
 using FilterMemory = Word32[3][kOrder];
@@ -166,6 +167,7 @@ struct Subframe {
     Word16 zir[kMaxSubframe];
     Word16 h[kMaxSubframe];
     Word16 acb8[kMaxSubframe + kAhead];
+    Word16 residual[kMaxSubframe];   // modified residual at the excitation's level
     Word16 target[kMaxSubframe];
     Word16 fcb_target[kMaxSubframe];
 };
@@ -200,19 +202,22 @@ void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour, Wo
 }
 
 // Step 13.4.5: signal modification, then the modified residual history moves
-// down so that the subframe stands just below kHistory.
-const Word16 *modified_residual(EvrcEncoderState *st, const Subframe &sf, const Word32 *contour,
-                                const Word16 *acb3) {
+// down so that the subframe stands just below kHistory. The residual is in
+// the units of the doubled speech, while the decoder doubles what it
+// synthesises from the excitation: the codebooks match a quarter of the
+// modified residual, the excitation standing at half the input's level.
+void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour, const Word16 *acb3) {
     evrc_enc::modify_subframe(st, sf.j, sf.L, contour, acb3, sf.acb8);
     std::memmove(st->mod_residual, st->mod_residual + sf.L, (EVRC_ENC_MODRES_LEN - sf.L) * sizeof(Word16));
-    return st->mod_residual + kHistory - sf.L;
+    const Word16 *r = st->mod_residual + kHistory - sf.L;
+    for (int n = 0; n < sf.L; ++n) sf.residual[n] = fx::shr(r[n], kSpeechToExcitationShift);
 }
 
 // Step 13.4.6: the weighted target, the zero-state response to the modified
 // residual plus the zero-input response of the past error.
-void weighted_target(const EvrcEncoderState *st, Subframe &sf, const Word16 *residual) {
+void weighted_target(const EvrcEncoderState *st, Subframe &sf) {
     FilterMemory mem = {};
-    evrc_weighted_synthesis_filter(residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &mem[0][0],
+    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &mem[0][0],
                                    static_cast<Word16>(sf.L));
     for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::add(sf.target[n], sf.zir[n]);
 }
@@ -247,10 +252,10 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fc
 
 // Step 13.4.9: the error (modified residual - excitation) drives the working
 // filter memories; the history moves down by L; the saved memories follow.
-void update_local_decoder(EvrcEncoderState *st, const Subframe &sf, const Word16 *residual) {
+void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     const Word16 *exc = st->acb_mem + kHistory;
     Word16 err[kMaxSubframe];
-    for (int n = 0; n < sf.L; ++n) err[n] = fx::sub(residual[n], exc[n]);
+    for (int n = 0; n < sf.L; ++n) err[n] = fx::sub(sf.residual[n], exc[n]);
     evrc_weighted_synthesis_filter(err, err, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
                                    static_cast<Word16>(sf.L));
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
@@ -268,8 +273,8 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word32 contour[kMaxSubframe + kAhead];
     Word16 acb3[kMaxSubframe + kAhead];
     adaptive_candidates(st, sf, contour, acb3);
-    const Word16 *residual = modified_residual(st, sf, contour, acb3);
-    weighted_target(st, sf, residual);
+    modified_residual(st, sf, contour, acb3);
+    weighted_target(st, sf);
 
     Word16 acb_index = evrc_remove_acb(sf.target, sf.acb8, sf.h, sf.fcb_target, static_cast<Word16>(sf.L));
     if (side) {
@@ -296,7 +301,7 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     }
 
     build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
-    update_local_decoder(st, sf, residual);
+    update_local_decoder(st, sf);
     return acb_index;
 }
 
