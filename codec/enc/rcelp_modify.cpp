@@ -44,8 +44,8 @@ constexpr int kSubframeStep = 53;
 constexpr int kAhead = 10;  // adaptive-codebook samples beyond the subframe
 // Fixed delay of the modified signal (samples) and the bound of the
 // accumulated shift around it (Q8 samples, 12 samples = 1.5 ms).
-constexpr int kCentre = 16;
-constexpr Word16 kMaxAccumQ8 = 12 * 256;
+constexpr int kCentre = 10;
+constexpr Word16 kMaxAccumQ8 = 8 * 256;
 // Largest shift change per shift frame (Q3, 1/8 samples) and per sample of
 // the ramp before the pulse (Q3: a quarter sample per sample).
 constexpr Word16 kMaxStepQ3 = 16;
@@ -58,6 +58,10 @@ constexpr int kTaps = 2 * kTapsHalf + 1;
 // A period holds a pulse when its peak 3-sample energy is at least 4 times
 // the average 3-sample energy (Q8).
 constexpr Word16 kPulseRatioQ8 = 4 * 256;
+// Frames whose open-loop correlation (sBeta) is below 0.4 are not
+// shifted; their shift relaxes towards 0 by at most one sample per segment.
+constexpr Word16 kMinBetaQ15 = 13107;
+constexpr Word32 kRelaxQ3 = 8;
 // Below a normalised correlation of 0.3 the shift is left alone.
 constexpr Word16 kMinCorrQ15 = 9830;
 // Largest whole-sample search of evrc_comp_shift (margin of its input).
@@ -129,9 +133,14 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
             ratio = evrc_peak_to_avg_ratio(seg, static_cast<Word16>(region), &pulse);
         }
         const int p = pos + pulse;
-        if (ratio < kPulseRatioQ8 || p >= L) {
-            // No clear pulse in this subframe: copy the rest unchanged.
-            warp_segment(st, base, pos, L, pos, s_q3, s_q3);
+        if (ratio < kPulseRatioQ8 || p >= L || st->sBeta < kMinBetaQ15) {
+            // No clear pulse in this subframe: copy the rest, the shift
+            // gliding back towards 0 (a warp nobody hears without pulses).
+            Word32 room = kRampSlopeQ3 * (L - pos);
+            if (room > kRelaxQ3) room = kRelaxQ3;
+            const Word32 target_q3 = s_q3 > room ? s_q3 - room : (s_q3 < -room ? s_q3 + room : 0);
+            evrc_update_hysteresis(st, static_cast<Word16>(target_q3 << 5));
+            warp_segment(st, base, pos, L, L, s_q3, target_q3);
             pos = L;
             break;
         }

@@ -179,8 +179,8 @@ EVRC_API void evrc_update_rcelp_shift(EvrcEncoderState *state);
  * from the three points of evrc_interpol_delay. */
 EVRC_API void evrc_construct_delay_contour_enc(const Word32 *points, Word32 *contour, Word16 L);
 /* Signal modification (RCELP). The modified residual is the residual read
- * at t - 16 - s(t), s the accumulated shift sAccumShift (Q8 samples, within
- * +-12 samples); sShiftCarry counts the samples already written beyond the
+ * at t - 10 - s(t), s the accumulated shift sAccumShift (Q8 samples, within
+ * +-8 samples); sShiftCarry counts the samples already written beyond the
  * current subframe.
  * Shift search of one shift frame: I residual (the shift frame at the current
  * shift; residual[-(m/8 + 1) .. len + m/8 + 1) readable, m = max_shift_q3),
