@@ -1,0 +1,363 @@
+// The encoder's exactly defined stages (packing, band-energy rate decision,
+// noise estimation, LSP weights and split VQ) against models written from
+// their definitions with plain 64-bit integers, over random inputs; results,
+// overflow flag and operation counter must agree.
+#include <cstring>
+
+#include "common.h"
+#include "evrc/evrc_dec.h"
+#include "evrc/evrc_enc.h"
+#include "evrc/evrc_tables.h"
+
+namespace {
+
+using namespace enc_spec;
+
+// ---- Packing ----------------------------------------------------------------
+
+TEST(Packing, MatchesBitStringModel) {
+    Rng r(1);
+    for (int it = 0; it < iterations(20000); ++it) {
+        UWord16 out[12], ref[12] = {};
+        std::fill(out, out + 12, 0xA5A5);
+        Word16 acc = 7, free_bits = 3;
+        evrc_init_pack(12, &acc, &free_bits, out);
+        UWord16 *p = out;
+        int nbits = 0;
+        for (int w = static_cast<int>(r.in(1, 15)); nbits + w <= 176; w = static_cast<int>(r.in(1, 15))) {
+            // Unsigned or negative values that fit the field.
+            const int64_t v = r.in(0, 1) ? r.in(0, (1 << w) - 1) : r.in(-(1 << (w - 1)), -1);
+            for (int b = w - 1; b >= 0; --b, ++nbits)
+                if ((v >> b) & 1) ref[nbits / 16] |= static_cast<UWord16>(0x8000 >> (nbits % 16));
+            const auto e = effects([&] { evrc_bit_pack(static_cast<Word32>(v), &acc, &free_bits, w, &p); });
+            ASSERT_EQ(e, std::make_pair(false, static_cast<uint32_t>(2 + 2 * w)));
+        }
+        ASSERT_EQ(p - out, nbits / 16);
+        ASSERT_EQ(free_bits, 16 - nbits % 16);
+        evrc_flush_pack(acc, free_bits, p);
+        ASSERT_EQ(0, std::memcmp(out, ref, sizeof ref)) << "bits " << nbits;
+    }
+}
+
+TEST(Packing, RoundTripsThroughDecoderUnpack) {
+    Rng r(2);
+    for (int it = 0; it < iterations(5000); ++it) {
+        const bool full = it % 2 == 0;
+        UWord16 packet[12];
+        Word16 acc, free_bits;
+        evrc_init_pack(12, &acc, &free_bits, packet);
+        UWord16 *p = packet + 1;
+        auto put = [&](int width) {
+            const int v = static_cast<int>(r.in(0, (1 << width) - 1));
+            evrc_bit_pack(v, &acc, &free_bits, width, &p);
+            return v;
+        };
+        const int mode = full ? put(1) : 0;
+        const int lsp_w[2][4] = {{7, 7, 8, 0}, {6, 6, 9, 7}};
+        int lsp[4];
+        for (int i = 0; i < (full ? 4 : 3); ++i) lsp[i] = put(lsp_w[full][i]);
+        const int delay = static_cast<int>(r.in(0, 100));
+        evrc_bit_pack(delay, &acc, &free_bits, 7, &p);
+        const int delta = full ? put(5) : 0;
+        int acb[3], fcb[3][4], gain[3];
+        for (int k = 0; k < 3; ++k) {
+            acb[k] = put(3);
+            if (full) {
+                for (int j = 0; j < 4; ++j) fcb[k][j] = put(j == 3 ? 11 : 8);
+            } else {
+                fcb[k][0] = put(10);
+            }
+            gain[k] = put(full ? 5 : 4);
+        }
+        const int last = full ? put(1) : 0;
+        evrc_flush_pack(acc, free_bits, p);
+
+        EvrcFrameParams fp{};
+        (full ? evrc_unpack_full_rate : evrc_unpack_half_rate)(reinterpret_cast<const Word16 *>(packet + 1), &fp);
+        ASSERT_EQ(fp.mode_bit, mode);
+        ASSERT_EQ(fp.delay, delay + 20);
+        ASSERT_EQ(fp.delta_delay, delta);
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_EQ(fp.acb_gain_index[k], acb[k]);
+            ASSERT_EQ(fp.fcb_gain_index[k], gain[k]);
+            for (int j = 0; j < (full ? 4 : 1); ++j) ASSERT_EQ(fp.fcb_index[k][j], fcb[k][j]);
+        }
+        const Word16 *rows[2][4] = {{evrc_acsLspVQHalf1[lsp[0]], evrc_acsLspVQHalf2[lsp[1]], evrc_acsLspVQHalf3[lsp[2]]},
+                                    {evrc_acsLspVQFull1[lsp[0]], evrc_acsLspVQFull2[lsp[1]],
+                                     evrc_acsLspVQFull3[lsp[2]], evrc_acsLspVQFull4[lsp[3]]}};
+        const int dims[2][4] = {{3, 3, 4, 0}, {2, 2, 3, 3}};
+        for (int i = 0, pos = 0; i < (full ? 4 : 3); pos += dims[full][i++])
+            for (int d = 0; d < dims[full][i]; ++d) ASSERT_EQ(fp.lsp[pos + d], rows[full][i][d]);
+        if (full) {
+            ASSERT_EQ((packet[11] >> 5) & 1, last);  // bit 170
+        }
+        ASSERT_EQ(packet[full ? 11 : 6] & (full ? 0x1F : 0xFFFF), 0) << "unused bits stay clear";
+    }
+}
+
+// ---- Rate decision ----------------------------------------------------------
+
+struct Bands {
+    int32_t noise[2], signal[2], energy[2];
+    int16_t snr[2], hangover, first, low_beta, high_beta;
+};
+
+Bands random_bands(Rng &r) {
+    Bands b{};
+    for (int k = 0; k < 2; ++k) {
+        b.noise[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(5, 5059644)) : r.w32();
+        b.signal[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(0, 1 << r.in(1, 30))) : r.w32();
+        b.energy[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(0, 1 << r.in(1, 30))) : r.w32();
+        b.snr[k] = static_cast<int16_t>(r.in(0, 7));
+    }
+    b.hangover = static_cast<int16_t>(r.in(0, 9));
+    b.first = static_cast<int16_t>(r.in(0, 2));
+    b.low_beta = static_cast<int16_t>(r.in(0, 1) ? r.in(0, 10) : 32767);
+    b.high_beta = static_cast<int16_t>(r.in(0, 1) ? r.in(0, 8) : 32767);
+    return b;
+}
+
+int16_t model_rate_selection(const int32_t r[17], Bands &b, int16_t prev, int16_t last, int16_t ws, int16_t as,
+                             Ops &o) {
+    int s = static_cast<int>(std::min<int64_t>(sat(sat(2 * ws, 32767) + as, 32767), 30));
+    s = static_cast<int>(sat(s + 1, 32767));
+    int16_t rate = 1;
+    for (int k = 0; k < 2; ++k) {
+        int64_t acc = 0;
+        for (int i = 0; i < 17; ++i) acc += int64_t{hi16(r[i])} * evrc_acsBandFiltAuto[k][i];
+        acc = s >= 0 ? acc >> std::min(s, 63) : (-s >= 64 ? 0 : static_cast<int64_t>(static_cast<uint64_t>(acc) << -s));
+        const int32_t e = static_cast<int32_t>(sat(acc, kMax32));
+        b.energy[k] = static_cast<int32_t>(sat(int64_t{o.L_mult(hi16(b.energy[k]), 19661)} +
+                                                   ((lo16u(b.energy[k]) * 19661) >> 15) +
+                                                   o.L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
+                                               kMax32));
+        const int32_t t = o.L_shl(b.noise[k], 7);
+        const int32_t f = evrc_acnRateThreshScaleFact[b.snr[k]];
+        const int32_t upper = o.L_mult_32_16(t, hi16(f)), lower = o.L_mult_32_16(t, static_cast<int16_t>(f));
+        rate = std::max<int16_t>(rate, e > upper ? 4 : lower >= e ? 1 : 3);
+    }
+    if (rate == 4) return b.hangover = 0, 4;
+    if (prev != 4 || last != 4) return rate;
+    if (b.first == 1) return b.first = 2, rate;
+    const int limit = b.snr[0] >= 4 ? -1 : b.snr[0] == 3 ? 2 : 6;
+    if (b.hangover > limit) return rate;
+    b.hangover = static_cast<int16_t>(std::min(b.hangover + 1, 32767));
+    return 4;
+}
+
+TEST(RateDecision, SelectionMatchesModel) {
+    Rng r(3);
+    for (int it = 0; it < iterations(100000); ++it) {
+        int32_t ac[17];
+        for (auto &v : ac) v = r.w32();
+        if (r.in(0, 1)) ac[0] = static_cast<int32_t>(r.in(0x40000000, kMax32));  // normalised energy
+        Bands b = random_bands(r), m = b;
+        const int16_t prev = static_cast<int16_t>(r.in(0, 4)), last = static_cast<int16_t>(r.in(0, 4));
+        const int16_t ws = r.in(0, 7) ? static_cast<int16_t>(r.in(0, 15)) : r.w16();
+        const int16_t as = r.in(0, 7) ? static_cast<int16_t>(r.in(0, 31)) : r.w16();
+        int16_t got = 0, want = 0;
+        Ops o;
+        const auto e = effects([&] {
+            got = evrc_rate_selection(ac, b.snr, b.noise, b.energy, &b.hangover, &b.first, prev, last, ws, as);
+        });
+        want = model_rate_selection(ac, m, prev, last, ws, as, o);
+        ASSERT_EQ(got, want);
+        ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b));
+        ASSERT_EQ(e, std::make_pair(o.flag, o.weight));
+    }
+}
+
+void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
+    const bool fast = beta < 9831 && b.low_beta > 7;
+    if (beta >= 9831) b.low_beta = 0;
+    else if (!fast) b.low_beta = static_cast<int16_t>(std::min(b.low_beta + 1, 32767));
+    int g = 32768;
+    if (beta >= 16384) {
+        g = b.high_beta >= 5 ? 31785 : 32768;
+        b.high_beta = static_cast<int16_t>(std::min(b.high_beta + 1, 32767));
+    } else {
+        b.high_beta = 0;
+    }
+    for (int k = 0; k < 2; ++k) {
+        const int16_t f = fast ? 1 : b.snr[k] > 3, m = fast ? 16876 : b.snr[k] < 4 ? 16384 : 16474;
+        const int32_t n = b.noise[k];
+        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{o.L_mult(hi16(n), m)}, kMax32);
+        const int64_t raised = sat(int64_t{n} + (o.L_mult(f, f) >> 1), kMax32);
+        const int64_t floor = k == 0 ? 10 : 5;
+        b.noise[k] = static_cast<int32_t>(
+            std::max(std::min(std::max(raised, scaled), std::min<int64_t>(b.energy[k], 5059644)), floor));
+        const int32_t s = b.signal[k];
+        b.signal[k] = static_cast<int32_t>(
+            std::max<int64_t>(b.energy[k], sat(int64_t{hi16(s)} * g * 2 + ((int64_t{lo16u(s)} * g) >> 15), kMax32)));
+    }
+    for (int k = 0; k < 2; ++k) {
+        const int16_t d = static_cast<int16_t>(evrc_log2(b.signal[k]) - evrc_log2(b.noise[k]));
+        const int32_t v = (o.L_mult(19728, d) >> 10) + 32768 - 262144;
+        b.snr[k] = static_cast<int16_t>(std::clamp<int>(v >> 16, 0, 7));
+    }
+}
+
+TEST(RateDecision, BandEstimatesMatchModel) {
+    Rng r(4);
+    for (int it = 0; it < iterations(100000); ++it) {
+        Bands b = random_bands(r), m = b;
+        const int16_t beta = r.in(0, 3) ? static_cast<int16_t>(r.in(0, 32767)) : r.w16();
+        Ops o;
+        const auto e = effects(
+            [&] { evrc_update_rate_info(b.noise, b.energy, b.signal, b.snr, &b.low_beta, &b.high_beta, beta); });
+        const auto me = effects([&] { model_update_rate_info(m, beta, o); });
+        ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b)) << it;
+        ASSERT_EQ(e, std::make_pair(me.first || o.flag, me.second + o.weight));
+    }
+}
+
+TEST(RateDecision, NoiseLevelMatchesModel) {
+    Rng r(5);
+    for (int it = 0; it < iterations(20000); ++it) {
+        auto st = std::make_unique<EvrcEncoderState>();
+        std::memset(st.get(), 0, sizeof *st);
+        const int amp = static_cast<int>(r.in(0, 32767) >> r.in(0, 14));
+        for (auto &x : st->asSpeech) x = static_cast<Word16>(r.in(-amp - 1, amp));
+        st->autocorr[0] = r.in(0, 3) ? static_cast<int32_t>(r.in(1, kMax32)) : r.w32();
+        st->pred_error = r.in(0, 3) ? static_cast<int32_t>(r.in(0, st->autocorr[0] < 0 ? 1 : st->autocorr[0])) : r.w32();
+        for (auto &a : st->lpc) a = r.w32();
+        st->noise_level = r.in(0, 3) ? static_cast<Word16>(r.in(0, 32767)) : r.w16();
+        st->noise_pending = static_cast<Word16>(r.in(0, 3) == 0);
+        st->sRate = static_cast<Word16>(r.in(0, 1) ? 1 : r.in(2, 4));
+        EvrcEncoderState m = *st;
+        Ops o;
+        const auto e = effects([&] { evrc_background_noise_estimation(st.get(), st->asSpeech + 160); });
+        const auto me = effects([&] {
+            const int32_t ratio = evrc_divide_dp(m.pred_error, m.autocorr[0], 2);
+            m.pred_gain = hi16(ratio);
+            int64_t energy = 0;
+            for (int n = 160; n < 320; ++n) energy += int64_t{m.asSpeech[n]} * m.asSpeech[n];
+            const int32_t prod = static_cast<int32_t>(o.L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio));
+            const int16_t level = hi16(o.L_mult(8974, evrc_square_root(prod)) >> 1);
+            if (m.noise_level > 2 * level) m.noise_level = level;
+            if (m.noise_pending == 0 && m.sRate != 1) return;
+            m.noise_level = hi16(o.L_mac(o.L_mac(32768, level, 10923), m.noise_level, 21845));
+            m.noise_pending = 0;
+            for (int i = 0; i < 10; ++i) m.noise_lpc[i] = hi16(m.lpc[i]);
+        });
+        ASSERT_EQ(0, std::memcmp(st.get(), &m, sizeof m));
+        ASSERT_EQ(e, std::make_pair(me.first || o.flag, me.second + o.weight));
+    }
+}
+
+// ---- LSP quantisation -------------------------------------------------------
+
+void model_weights(const int16_t lsp[10], int32_t w[10]) {
+    bool seen = false;
+    for (int i = 0; i < 10; ++i) {
+        const int64_t below = i > 0 ? sat(int64_t{lsp[i]} - lsp[i - 1], 32767) : 32767;
+        const int64_t above = i < 9 ? sat(int64_t{lsp[i + 1]} - lsp[i], 32767) : 32767;
+        const int16_t d = static_cast<int16_t>(std::min(below, above));
+        if (d == 0) {
+            w[i] = seen ? 411775 : 3688575;
+            continue;
+        }
+        seen = true;
+        Word16 e = 0;
+        const int32_t rcp = evrc_invert_dp(d, 4, &e);
+        w[i] = static_cast<int32_t>(sat((int64_t{rcp} >> (31 - e)) + 411775, kMax32));
+    }
+}
+
+void model_quantize(const int16_t target[10], int16_t rate, int32_t w[10], int16_t q[10], int16_t idx[4]) {
+    struct S { int first, dim, param; const Word16 *book; };
+    const S full[4] = {{0, 2, 0, evrc_acsLspVQFull1[0]}, {2, 2, 1, evrc_acsLspVQFull2[0]},
+                       {4, 3, 2, evrc_acsLspVQFull3[0]}, {7, 3, 3, evrc_acsLspVQFull4[0]}};
+    const S half[3] = {{0, 3, 4, evrc_acsLspVQHalf1[0]}, {3, 3, 5, evrc_acsLspVQHalf2[0]}, {6, 4, 6, evrc_acsLspVQHalf3[0]}};
+    const S eighth[2] = {{0, 5, 7, evrc_acsLspVQEighth1[0]}, {5, 5, 8, evrc_acsLspVQEighth2[0]}};
+    const S *splits = rate == 4 ? full : rate == 3 ? half : eighth;
+    const int count = rate == 4 ? 4 : rate == 3 ? 3 : 2;
+    model_weights(target, w);
+    int16_t floor = 0;
+    for (int s = 0; s < count; ++s) {
+        const S &sp = splits[s];
+        uint16_t nw[5];
+        int64_t m = 0;
+        for (int i = 0; i < sp.dim; ++i) m = std::max<int64_t>(m, std::abs(int64_t{w[sp.first + i]}));
+        const int shift = evrc_norm_l(static_cast<int32_t>(sat(m, kMax32))) + 1;
+        for (int i = 0; i < sp.dim; ++i)
+            nw[i] = static_cast<uint16_t>((static_cast<uint64_t>(int64_t{w[sp.first + i]}) << shift) >> 16);
+        if (rate == 4 && sp.dim == 2 && nw[0] == nw[1]) nw[0] = nw[1] = 32768;
+        const int bound = static_cast<int>(evrc_acsLspSearchParams[sp.param] & 0xFFFF);
+        int64_t best = kMax32;
+        int row = 0;
+        for (int j = 0; j < bound; j += sp.dim) {
+            if (sp.book[j] <= floor) continue;
+            int64_t sum = 0;
+            for (int k = 0; k < sp.dim; ++k) {
+                const int64_t t = target[sp.first + k], c = sp.book[j + k];
+                const int64_t d = sat(sp.dim == 2 ? t - c : c - t, 32767);
+                sum += d * (sat(2 * d * nw[k], kMax32) >> 16);
+            }
+            if (sat(2 * sum, kMax32) < best) best = sat(2 * sum, kMax32), row = j / sp.dim;
+        }
+        for (int k = 0; k < sp.dim; ++k) q[sp.first + k] = sp.book[row * sp.dim + k];
+        idx[s] = static_cast<int16_t>(row);
+        floor = static_cast<int16_t>(sp.book[row * sp.dim + sp.dim - 1] + 261);
+    }
+}
+
+TEST(LspQuantisation, MatchesModel) {
+    Rng r(6);
+    for (int it = 0; it < iterations(20000); ++it) {
+        int16_t target[10];
+        const int kind = static_cast<int>(r.in(0, 3));
+        for (int i = 0; i < 10; ++i) {
+            // Ascending sets, sets with coincident neighbours, anything.
+            target[i] = kind == 3 ? r.w16() : static_cast<int16_t>(r.in(1, 32000));
+            if (kind == 2 && i > 0 && r.in(0, 2) == 0) target[i] = target[i - 1];
+        }
+        if (kind < 2) std::sort(target, target + 10);
+        const int16_t rate = static_cast<int16_t>(it % 5);
+        int32_t w[10], mw[10];
+        int16_t q[10] = {}, mq[10] = {}, idx[4] = {}, midx[4] = {};
+        const auto e = effects([&] { evrc_quantize_lsps(w, q, idx, target, rate); });
+        const auto me = effects([&] { model_quantize(target, rate, mw, mq, midx); });
+        ASSERT_EQ(0, std::memcmp(w, mw, sizeof w)) << "raw weights stay in the weight array";
+        ASSERT_EQ(0, std::memcmp(q, mq, sizeof q));
+        ASSERT_EQ(0, std::memcmp(idx, midx, sizeof idx));
+        ASSERT_EQ(e, me);
+        Word16 norm[5], mnorm[5];
+        const Word16 n = static_cast<Word16>(r.in(1, 5));
+        evrc_norm_lsp_weights(w, norm, n);
+        int64_t m = 0;
+        for (int i = 0; i < n; ++i) m = std::max<int64_t>(m, std::abs(int64_t{w[i]}));
+        for (int i = 0; i < n; ++i)
+            mnorm[i] = static_cast<int16_t>(
+                (static_cast<uint64_t>(int64_t{w[i]}) << (evrc_norm_l(static_cast<int32_t>(sat(m, kMax32))) + 1)) >> 16);
+        ASSERT_EQ(0, std::memcmp(norm, mnorm, n * sizeof(Word16)));
+    }
+}
+
+TEST(LspQuantisation, SearchTiesFloorAndFallback) {
+    const Word16 target[3] = {1000, 2000, 3000};
+    const Word16 w[3] = {-32768, 20000, 20000};  // weights read unsigned
+    // Row 0 is at the floor, rows 1 and 2 tie: the lower index wins.
+    const Word16 book[9] = {500, 2000, 3000, 1010, 2000, 3000, 1010, 2000, 3000};
+    const UWord32 params = (3u << 16) | 7;
+    Word16 floor = 500, out[3], index = -1;
+    evrc_search_lsps(w, target, &floor, book, params, out, &index);
+    EXPECT_EQ(index, 1);
+    EXPECT_EQ(floor, 3000 + 261);
+    // No row above the floor: row 0 is taken; the margin wraps at 16 bits.
+    const Word16 high[3] = {100, 200, 32700};
+    floor = 32000;
+    evrc_search_lsps(w, target, &floor, high, params, out, &index);
+    EXPECT_EQ(index, 0);
+    EXPECT_EQ(floor, static_cast<Word16>(32700 + 261 - 65536));
+    // Coincident LSPs: fixed weights, large only before any distance was weighted.
+    const Word16 lsp[10] = {100, 100, 900, 1200, 1200, 1200, 4000, 5000, 6000, 7000};
+    Word32 weights[10];
+    evrc_compute_lsp_weights(lsp, weights);
+    EXPECT_EQ(weights[0], 3688575);
+    EXPECT_EQ(weights[1], 3688575);
+    EXPECT_EQ(weights[3], 411775);
+    EXPECT_GT(weights[2], 411775);
+}
+
+}  // namespace
