@@ -1,7 +1,10 @@
 // An encoder whose every packet is put through the decoder's bad-frame
 // checks (erasure detection against the previous rate, unpacking, the
 // fixed-codebook index check), for the fuzz target and the packet-validity
-// tests. Rates passed to set_params are mapped onto the valid codes 1, 3, 4.
+// tests. Rates passed to set_params are mapped onto valid codes: the lowest
+// rate onto 1, 3 or 4, the highest onto 3 or 4. (A highest rate of 1 set
+// right after a full-rate frame makes the full-to-eighth step the caller asks
+// for, which the decoder treats as an illegal transition.)
 #ifndef EVRC_TESTS_SUPPORT_CHECKED_ENCODER_H
 #define EVRC_TESTS_SUPPORT_CHECKED_ENCODER_H
 
@@ -20,11 +23,12 @@ public:
 
     EvrcEncoderState *state() { return reinterpret_cast<EvrcEncoderState *>(mem_.data()); }
 
-    // rate_pick: any value, taken modulo 3 as eighth, half or full.
+    // max_pick: any value, even for half and odd for full; min_pick: any
+    // value, modulo 3 for eighth, half and full.
     void set_params(unsigned max_pick, unsigned min_pick, UWord32 flag_a, UWord32 flag_b, UWord32 flag_c,
                     UWord32 skip_noise_update) {
         static const UWord32 kRates[3] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
-        evrc_set_enc_params(state(), kRates[max_pick % 3], kRates[min_pick % 3], flag_a, flag_b, flag_c,
+        evrc_set_enc_params(state(), kRates[1 + max_pick % 2], kRates[min_pick % 3], flag_a, flag_b, flag_c,
                             skip_noise_update);
     }
 
