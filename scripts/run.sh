@@ -19,6 +19,9 @@ ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD=${EVRC_BUILD_DIR:-$ROOT/build/release}
 JOBS=${EVRC_JOBS:-2}
 
+# A path as shown to the user: relative to the source tree when inside it.
+show() { echo "${1#"$ROOT"/}"; }
+
 fail() {
     echo "run.sh: FAILED: $1"
     exit 1
@@ -36,7 +39,7 @@ fi
 cmake -S "$ROOT" -B "$BUILD" ${launcher[@]+"${launcher[@]}"} -DCMAKE_BUILD_TYPE=Release -DEVRC_BUILD_TESTS=OFF \
     -DEVRC_BUILD_BENCH=ON -DEVRC_BUILD_TOOLS=ON >"$BUILD.configure.log" 2>&1 ||
     { cat "$BUILD.configure.log"; fail "cmake configure failed"; }
-echo "run.sh: building into $BUILD (log: $BUILD.build.log)"
+echo "run.sh: building into $(show "$BUILD") (log: $(show "$BUILD.build.log"))"
 nice cmake --build "$BUILD" -j "$JOBS" >"$BUILD.build.log" 2>&1 || { tail -n 40 "$BUILD.build.log"; fail "build failed"; }
 
 # --- Speech: encode, decode three ways ------------------------------------
@@ -94,4 +97,4 @@ for b in "${benches[@]}"; do
 done
 
 echo
-echo "run.sh: done (speech in $demo; ${#benches[@]} benchmark programs, results in $results)"
+echo "run.sh: done (speech in $(show "$demo"); ${#benches[@]} benchmark programs, results in $(show "$results"))"
