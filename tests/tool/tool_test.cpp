@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -272,6 +273,50 @@ TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
     const ToolRun piped = run({"decode", tmp("file.qcp"), "-"});
     ASSERT_EQ(piped.status, 0);
     EXPECT_EQ(piped.out.size(), 2 * read_wav(tmp("file.wav")).size());
+}
+
+// The rate options reach the encoder's rate control: every packet sequence
+// keeps the bound each option sets.
+TEST(Tool, RateOptionsBoundThePackets) {
+    write_tone(tmp("rates.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 2.0);
+    auto rates = [](std::vector<std::string> options) {
+        options.insert(options.begin(), "encode");
+        options.push_back(tmp("rates.wav"));
+        options.push_back(tmp("rates.qcp"));
+        const ToolRun r = run(options);
+        EXPECT_EQ(r.status, 0) << r.err;
+        std::vector<int> out;
+        for (const evrc::QcpPacket &p : evrc::read_qcp(tmp("rates.qcp")).file.packets) out.push_back(p.rate);
+        return out;
+    };
+    auto count = [](const std::vector<int> &v, int rate) { return std::count(v.begin(), v.end(), rate); };
+    // Distance between full-rate packets, and the longest run of them.
+    auto full_gap_and_run = [](const std::vector<int> &v) {
+        std::size_t gap = v.size(), run = 0, longest = 0;
+        for (std::size_t i = 0, last = SIZE_MAX; i < v.size(); ++i) {
+            if (v[i] != EVRC_RATE_FULL) {
+                run = 0;
+                continue;
+            }
+            if (last != SIZE_MAX) gap = std::min(gap, i - last);
+            last = i;
+            longest = std::max(longest, ++run);
+        }
+        return std::make_pair(gap, longest);
+    };
+
+    const std::vector<int> free_rates = rates({});
+    ASSERT_EQ(free_rates.size(), 100u);
+    EXPECT_GT(full_gap_and_run(free_rates).second, 3u) << "the test signal needs runs of full-rate frames";
+    EXPECT_EQ(count(rates({"--max-rate", "half"}), EVRC_RATE_FULL), 0);
+    EXPECT_EQ(count(rates({"--max-rate", "eighth"}), EVRC_RATE_EIGHTH), 100);
+    EXPECT_EQ(count(rates({"--min-rate", "half"}), EVRC_RATE_EIGHTH), 0);
+    EXPECT_EQ(count(rates({"--min-rate", "full"}), EVRC_RATE_FULL), 100);
+    const std::vector<int> spaced = rates({"--limit", "3"});
+    EXPECT_GT(count(spaced, EVRC_RATE_FULL), 0);
+    EXPECT_GE(full_gap_and_run(spaced).first, 4u);
+    const std::vector<int> runs = rates({"--limit", "2", "--limit-mode", "run"});
+    EXPECT_EQ(full_gap_and_run(runs).second, 2u);
 }
 
 TEST(Tool, BadEncoderInputIsNamedAndNothingIsWritten) {
