@@ -27,6 +27,8 @@ constexpr Word16 kLpcToPolyShift = 5;  // Q27 -> Q22
 constexpr Word16 kLspNyquist = 16384;
 constexpr Word16 kGridStep = 64;       // 15.6 Hz
 constexpr Word16 kMinGap = 64;         // smallest distance between neighbours
+constexpr Word32 kOneQ30 = 1 << 30;
+constexpr Word32 kGridStepCosQ30 = 1073660973;  // cos(2 pi 64 / 32768) = cos(pi / 256)
 
 // Clenshaw evaluation of the Chebyshev series of a half polynomial at
 // x = cos(2 pi lsp / 32768), x in Q30 (used as Q24 here, so that the 64-bit
@@ -112,8 +114,17 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
 }
 
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
-    Word32 grid_cos[kLspNyquist / kGridStep + 1];
-    for (int g = 0; g * kGridStep <= kLspNyquist; ++g) grid_cos[g] = cos_of_lsp(static_cast<Word16>(g * kGridStep));
+    // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
+    // (within 3e-6 of the exact values: they only bracket the roots; the
+    // bisection uses the conversion's own cosine).
+    constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
+    Word32 grid_cos[kGridPoints];
+    grid_cos[0] = kOneQ30;
+    grid_cos[1] = kGridStepCosQ30;
+    for (int g = 1; g + 1 < kGridPoints; ++g) {
+        const Word64 twice = fx::L_shr64(fx::L_add64(fx::int_mult_32_32(kGridStepCosQ30, grid_cos[g]), 1 << 28), 29);
+        grid_cos[g + 1] = static_cast<Word32>(fx::L_sat32_64(fx::L_sub64(twice, grid_cos[g - 1])));
+    }
 
     Word16 p_roots[kHalf + 1];
     Word16 q_roots[kHalf + 1];
