@@ -44,7 +44,7 @@ constexpr int kSubframeStep = 53;
 constexpr int kAhead = 10;  // adaptive-codebook samples beyond the subframe
 // Fixed delay of the modified signal (samples) and the bound of the
 // accumulated shift around it (Q8 samples, 12 samples = 1.5 ms).
-constexpr int kCentre = 10;
+constexpr int kCentre = evrc_enc::kWarpDelay;
 constexpr Word16 kMaxAccumQ8 = 8 * 256;
 // Largest shift change per shift frame (Q3, 1/8 samples) and per sample of
 // the ramp before the pulse (Q3: a quarter sample per sample).
@@ -110,6 +110,11 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
                      const Word16 *acb8) {
     (void)acb3;
     const int base = kFrame + kSubframeStep * j;
+    if (!evrc_enc::kWarpResidual) {
+        for (int n = 0; n < L; ++n) st->mod_residual[kHistory + n] = st->residual[base + n];
+        st->sShiftCarry = 0;
+        return;
+    }
     int pos = st->sShiftCarry;
     if (pos < 0) pos = 0;
     Word16 seg[kMaxSegment + 2 * kMaxSearch];
