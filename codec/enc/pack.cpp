@@ -11,8 +11,11 @@ namespace {
 constexpr Word16 kWordBits = 16;
 constexpr Word32 kBit16 = 0x10000;
 
-// Plain 16-bit left shift of the accumulator (bits pushed out are lost).
+// Plain 16-bit left shift of the accumulator (bits pushed out are lost); a
+// negative count, possible only for a corrupt cursor, shifts right.
 inline Word16 acc_shift(Word16 acc, int n) {
+    if (n < 0) return static_cast<Word16>(acc >> (n < -15 ? 15 : -n));
+    if (n > 15) return 0;
     return static_cast<Word16>(static_cast<UWord16>(static_cast<UWord32>(static_cast<UWord16>(acc)) << n));
 }
 
