@@ -68,7 +68,8 @@ Word32 weighted_sum_q15(Word32 x1, Word16 w1, Word32 x2, Word16 w2) {
 
 Word16 band_rate(Word32 energy, Word32 noise, Word16 snr_index) {
     const Word32 t = fx::L_shl(noise, kNoiseThreshShift);
-    const Word32 factors = evrc_acnRateThreshScaleFact[snr_index];
+    // Indices come from cmn1x_compute_snr (0..7); others are kept in the table.
+    const Word32 factors = evrc_acnRateThreshScaleFact[snr_index < 0 ? 0 : (snr_index > 7 ? 7 : snr_index)];
     const Word32 upper = fx::L_mult_32_16(t, hi16(factors));
     const Word32 lower = fx::L_mult_32_16(t, static_cast<Word16>(factors & 0xFFFF));
     if (energy > upper) return kRateFull;
