@@ -116,8 +116,11 @@ std::string extension_of(const std::string &path) {
 bool choose_format(const std::string &path, FormatChoice &choice, std::string &error) {
     std::string ext = extension_of(path);
     if (ext.empty()) ext = "wav";
-    if (ext == "aif") ext = "aiff";
-    if (ext == "oga") ext = "ogg";
+    // libsndfile's own names for some formats differ from the usual ones.
+    std::string lookup = ext;
+    if (ext == "aif") lookup = "aiff";
+    if (ext == "ogg") lookup = "oga";
+    if (ext == "mp3") lookup = "m1a";
     static const int kEncodings[] = {SF_FORMAT_PCM_16, SF_FORMAT_VORBIS, SF_FORMAT_OPUS, SF_FORMAT_MPEG_LAYER_III,
                                      SF_FORMAT_ALAW};
     std::vector<int> majors;
@@ -130,7 +133,7 @@ bool choose_format(const std::string &path, FormatChoice &choice, std::string &e
             SF_FORMAT_INFO fi{};
             fi.format = i;
             if (sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &fi, sizeof fi) != 0) continue;
-            if (fi.extension != nullptr && ext == fi.extension) majors.push_back(fi.format);
+            if (fi.extension != nullptr && lookup == fi.extension) majors.push_back(fi.format);
         }
     }
     for (int major : majors) {

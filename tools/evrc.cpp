@@ -94,8 +94,9 @@ bool read_file(const std::string &path, std::vector<std::uint8_t> &bytes, std::s
     return !failed;
 }
 
-// Splits positional arguments from options; `takes_value` tells which
-// options consume the next argument.
+// Splits positional arguments from options. `handle(option, next, used)`
+// checks an option, sets `used` when it takes the next argument as its value
+// and returns non-zero (the exit status) to stop.
 template <typename Handler>
 int parse_args(int argc, char **argv, std::vector<std::string> &positional, Handler handle) {
     bool options_done = false;
