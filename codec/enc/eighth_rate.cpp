@@ -3,7 +3,7 @@
 // An eighth-rate frame is rebuilt as Gaussian noise, scaled per subframe by
 // the three gains of one evrc_acsPowQuant row and shaped by 1/Aq(z). The row
 // is chosen so that the rebuilt frame keeps the level of the input: with
-//   P_j   = sum s[n]^2 / L_j over subframe j of asSpeech (twice the input;
+//   P_j   = sum s[n]^2 / L_j over coded subframe j of asSpeech (twice the input;
 //           the decoder's output is twice its synthesis, so the synthesis
 //           must carry P_j / 16),
 //   H_j   = sum h[n]^2, the energy of the impulse response of 1/Aq_j(z)
@@ -24,7 +24,6 @@
 
 namespace {
 
-constexpr int kFrame = EVRC_ENC_FRAME;
 constexpr int kOrder = 10;
 constexpr int kSubframes = 3;
 constexpr int kRows = 256;
@@ -82,7 +81,7 @@ EVRC_API Word16 evrc_8th_rate(EvrcEncoderState *state) {
     Word16 target[kSubframes];
     for (int j = 0; j < kSubframes; ++j) {
         const int L = evrc_acsSubFrameSize[j];
-        target[j] = subframe_target(state->asSpeech + kFrame + 53 * j, L, j, state->qlpc[j]);
+        target[j] = subframe_target(state->asSpeech + EVRC_ENC_CODED_START + 53 * j, L, j, state->qlpc[j]);
     }
 
     const bool avoid_reserved = state->lsp_index[0] == kReservedLsp && state->lsp_index[1] == kReservedLsp;

@@ -109,7 +109,7 @@ namespace evrc_enc {
 void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, const Word16 *acb3,
                      const Word16 *acb8) {
     (void)acb3;
-    const int base = kFrame + kSubframeStep * j;
+    const int base = EVRC_ENC_CODED_START + kSubframeStep * j;
     if (!evrc_enc::kWarpResidual) {
         for (int n = 0; n < L; ++n) st->mod_residual[kHistory + n] = st->residual[base + n];
         st->sShiftCarry = 0;

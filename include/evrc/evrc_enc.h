@@ -22,6 +22,13 @@ EVRC_EXTERN_C_BEGIN
 #define EVRC_ENC_HISTORY 128        /* adaptive-codebook history */
 #define EVRC_ENC_ACB_LEN (EVRC_ENC_HISTORY + 54 + 10)
 #define EVRC_ENC_MODRES_LEN (EVRC_ENC_HISTORY + EVRC_ENC_FRAME)
+/* The 160 samples a packet codes are asSpeech[80 .. 240): the second half of
+ * the previous frame and the first half of the current one. The LPC analysis
+ * window is centred on sample 240, so the subframe centres (about 106, 160,
+ * 213) lie 1/6, 1/2 and 5/6 of the way between the previous and the current
+ * analysis, the weights of the subframe LSP interpolation; the encoder's
+ * algorithmic delay is these 80 samples of look-ahead. */
+#define EVRC_ENC_CODED_START 80
 
 /* Encoder state, exactly 3544 bytes on 32- and 64-bit builds. Fields stand in
  * the order of the encoder's state table; the owning stage of each working

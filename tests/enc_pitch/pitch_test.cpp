@@ -119,9 +119,9 @@ TEST(SignalModification, ResidualAlreadyOnTheContourIsCopiedUnchanged) {
         // The prediction equals the residual read at the fixed delay.
         const int d0 = evrc_enc::kWarpResidual ? evrc_enc::kWarpDelay : 0;
         Word16 out[160];
-        modify_frame(st.get(), static_cast<Word16>(delay), res + EVRC_ENC_FRAME - d0, out);
+        modify_frame(st.get(), static_cast<Word16>(delay), res + EVRC_ENC_CODED_START - d0, out);
         EXPECT_EQ(st->sAccumShift, 0) << "delay " << delay;
-        for (int n = 0; n < 150; ++n) ASSERT_EQ(out[n], res[EVRC_ENC_FRAME + n - d0]) << "delay " << delay;
+        for (int n = 0; n < 150; ++n) ASSERT_EQ(out[n], res[EVRC_ENC_CODED_START + n - d0]) << "delay " << delay;
     }
 }
 
