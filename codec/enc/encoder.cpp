@@ -346,7 +346,7 @@ EVRC_API int evrc_encoder(EvrcEncoderState *st, const Word16 *input, UWord16 *pa
 
     analyse_lpc(st);
     update_lpc_copies(st);
-    evrc_compute_residual(st->asSpeech, st->prev_lpc, st->cur_lpc, st->residual);
+    evrc_compute_residual(st->asSpeech, st->prev_lpc, st->cur_lpc, st->uqlpc, st->residual);
     evrc_calc_frame_delay_and_beta(st);
 
     if (side) st->sMinRate = st->sMaxRate < kMaxRateCode ? st->sMaxRate : kMaxRateCode;

@@ -1,8 +1,10 @@
 // Pitch analysis: the LPC residual of the two frames in asSpeech and the
 // frame's open-loop pitch delay with its voicing measure.
 //
-// Residual: e[n] = x[n] - sum a_k x[n-k], the previous frame through the
-// previous frame's filter, the current frame through the current one.
+// Residual: e[n] = x[n] - sum a_k x[n-k]: the coded segment (the second half
+// of the previous frame and the first half of the current one) through the
+// LPC of each subframe, the samples before it through the previous frame's
+// filter, those after it through the current frame's.
 //
 // Open-loop delay: the normalised autocorrelation of the residual over the
 // current frame,
@@ -22,6 +24,7 @@
 #include "codec/enc/pitch_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
+#include "evrc/evrc_tables.h"
 
 namespace {
 
@@ -29,6 +32,8 @@ using evrc_enc::Pf;
 
 constexpr int kOrder = 10;
 constexpr int kFrame = EVRC_ENC_FRAME;
+constexpr int kCodedStart = EVRC_ENC_CODED_START;
+constexpr int kSubframes = 3;
 constexpr int kMinDelay = 20;
 constexpr int kMaxDelay = 120;
 constexpr int kLags = kMaxDelay - kMinDelay + 1;
@@ -80,17 +85,26 @@ Word32 correlate_fast(const Word16 *x, int lag) { return correlate(x, lag); }
 extern "C" {
 
 // The first ten samples of the previous frame have no past: their residual
-// is formed with zeros before the buffer.
+// is formed with zeros before the buffer. The coded segment is filtered
+// subframe by subframe with the subframe's own LPC, so that the modified
+// residual through the subframe's synthesis filter gives back the speech.
 EVRC_API void evrc_compute_residual(const Word16 *speech, const Word16 *prev_lpc, const Word16 *cur_lpc,
-                                    Word16 *residual) {
+                                    const Word16 (*subframe_lpc)[kOrder], Word16 *residual) {
     Word16 head[2 * kOrder];
     for (int k = 0; k < kOrder; ++k) {
         head[k] = 0;
         head[kOrder + k] = speech[k];
     }
     evrc_voc_prediction_filter(head, prev_lpc, residual, kOrder, kResidualShift);
-    evrc_voc_prediction_filter(speech, prev_lpc, residual + kOrder, kFrame - kOrder, kResidualShift);
-    evrc_voc_prediction_filter(speech + kFrame - kOrder, cur_lpc, residual + kFrame, kFrame, kResidualShift);
+    evrc_voc_prediction_filter(speech, prev_lpc, residual + kOrder, kCodedStart - kOrder, kResidualShift);
+    int start = kCodedStart;
+    for (int j = 0; j < kSubframes; ++j) {
+        const Word16 len = evrc_acsSubFrameSize[j];
+        evrc_voc_prediction_filter(speech + start - kOrder, subframe_lpc[j], residual + start, len, kResidualShift);
+        start += len;
+    }
+    evrc_voc_prediction_filter(speech + start - kOrder, cur_lpc, residual + start,
+                               static_cast<Word16>(2 * kFrame - start), kResidualShift);
 }
 
 EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {

@@ -41,6 +41,11 @@ constexpr int kFrame = EVRC_ENC_FRAME;
 constexpr int kResLen = 2 * EVRC_ENC_FRAME;
 constexpr int kHistory = EVRC_ENC_HISTORY;
 constexpr int kSubframeStep = 53;
+constexpr int kSubframes = 3;
+constexpr int kOrder = 10;
+// The prediction filter's output scaling: Q12 coefficients, shift 4 gives
+// the residual in the units of the speech.
+constexpr Word16 kResidualShift = 4;
 constexpr int kAhead = 10;  // adaptive-codebook samples beyond the subframe
 // Fixed delay of the modified signal (samples) and the bound of the
 // accumulated shift around it (Q8 samples, 12 samples = 1.5 ms).
@@ -102,6 +107,21 @@ void warp_segment(EvrcEncoderState *st, int base, int from, int to, int ramp_end
     }
 }
 
+// The coded segment's residual again, now through the quantised subframe
+// filters the decoder synthesises with: the modified residual through
+// 1/Aq_j(z) then gives back the speech, so the weighted target is the
+// weighted speech itself. The open-loop pitch analysis has used the
+// unquantised residual before.
+void requantised_residual(EvrcEncoderState *st) {
+    int start = EVRC_ENC_CODED_START;
+    for (int j = 0; j < kSubframes; ++j) {
+        const Word16 len = evrc_acsSubFrameSize[j];
+        evrc_voc_prediction_filter(st->asSpeech + start - kOrder, st->qlpc[j], st->residual + start, len,
+                                   kResidualShift);
+        start += len;
+    }
+}
+
 }  // namespace
 
 namespace evrc_enc {
@@ -110,6 +130,7 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
                      const Word16 *acb8) {
     (void)acb3;
     const int base = EVRC_ENC_CODED_START + kSubframeStep * j;
+    if (j == 0) requantised_residual(st);
     if (!evrc_enc::kWarpResidual) {
         for (int n = 0; n < L; ++n) st->mod_residual[kHistory + n] = st->residual[base + n];
         st->sShiftCarry = 0;

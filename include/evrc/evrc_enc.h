@@ -174,10 +174,13 @@ EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, cons
 EVRC_API Word16 evrc_8th_rate(EvrcEncoderState *state);
 
 /* Pitch analysis.
- * I speech[320] (asSpeech), I prev_lpc[10], cur_lpc[10] Q12, O residual[320]:
- * the previous frame filtered by A_prev(z), the current one by A_cur(z). */
+ * I speech[320] (asSpeech), I prev_lpc[10], cur_lpc[10] Q12, I subframe_lpc[3][10]
+ * Q12 (the unquantised LPC of the three subframes), O residual[320]: the coded
+ * segment asSpeech[80 .. 240) filtered subframe by subframe (53, 53, 54
+ * samples) by A_j(z), the samples before it by A_prev(z), those after it by
+ * A_cur(z); in the units of the speech. */
 EVRC_API void evrc_compute_residual(const Word16 *speech, const Word16 *prev_lpc, const Word16 *cur_lpc,
-                                    Word16 *residual);
+                                    const Word16 (*subframe_lpc)[10], Word16 *residual);
 /* Sets sDelay (20..120) and sBeta (Q15) from state->residual. */
 EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state);
 /* Frame start of the signal modification (accumulated shift bookkeeping). */

@@ -116,6 +116,9 @@ TEST(SignalModification, ResidualAlreadyOnTheContourIsCopiedUnchanged) {
         pulse_train(res, delay, 15000, 15000, 200, rng);
         for (int n = kLen; n < kLen + 64; ++n) res[n] = res[n - delay];
         std::memcpy(st->residual, res, sizeof(st->residual));
+        // The quantised filters stay all-zero (A_q = 1): the coded segment's
+        // residual, formed again from the speech, is the speech itself.
+        std::memcpy(st->asSpeech, res, sizeof(st->asSpeech));
         // The prediction equals the residual read at the fixed delay.
         const int d0 = evrc_enc::kWarpResidual ? evrc_enc::kWarpDelay : 0;
         Word16 out[160];
@@ -139,6 +142,7 @@ TEST(SignalModification, AccumulatedShiftStaysBoundedOnRandomInput) {
         Word16 fresh[kLen];
         pulse_train(fresh, delay + static_cast<int>(rng() % 5) - 2, 20000, 20000, frame % 4 == 0 ? 30000 : 500, rng);
         std::memcpy(st->residual + 160, fresh + 160, 160 * sizeof(Word16));
+        std::memcpy(st->asSpeech, st->residual, sizeof(st->asSpeech));  // A_q = 1
         pulse_train(acb, delay, 20000, 20000, 500, rng);
         modify_frame(st.get(), static_cast<Word16>(delay), acb, out);
         ASSERT_LE(st->sAccumShift, 8 * 256);
