@@ -273,4 +273,24 @@ TEST(EighthRate, DecodedNoiseKeepsTheInputLevel) {
     }
 }
 
+// Index 255 with LSP indices 15 and 15 would make the all-ones eighth-rate
+// word the decoder reserves: a level that picks row 255 must pick another row
+// then.
+TEST(EighthRate, NeverThe255RowWithLspIndices15And15) {
+    std::vector<unsigned char> mem(get_sizeof_evrc_enc_struct(), 0);
+    auto *st = reinterpret_cast<EvrcEncoderState *>(mem.data());
+    int hits = 0;
+    for (double amp = 30; amp < 3000; amp *= 1.02) {
+        for (int n = 0; n < 2 * kFrame; ++n) st->asSpeech[n] = static_cast<Word16>(n % 2 ? amp : -amp);
+        st->lsp_index[0] = st->lsp_index[1] = 0;
+        if (evrc_8th_rate(st) != 255) continue;
+        ++hits;
+        st->lsp_index[0] = st->lsp_index[1] = 15;
+        EXPECT_NE(evrc_8th_rate(st), 255) << amp;
+        st->lsp_index[1] = 14;
+        EXPECT_EQ(evrc_8th_rate(st), 255) << amp;
+    }
+    EXPECT_GT(hits, 0);
+}
+
 }  // namespace
