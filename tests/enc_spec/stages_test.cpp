@@ -346,7 +346,7 @@ TEST(LspQuantisation, SearchTiesFloorAndFallback) {
     // No row above the floor: row 0 is taken; the margin wraps at 16 bits.
     const Word16 high[3] = {100, 200, 32700};
     floor = 32000;
-    evrc_search_lsps(w, target, &floor, high, params, out, &index);
+    evrc_search_lsps(w, target, &floor, high, (3u << 16) | 1, out, &index);
     EXPECT_EQ(index, 0);
     EXPECT_EQ(floor, static_cast<Word16>(32700 + 261 - 65536));
     // Coincident LSPs: fixed weights, large only before any distance was weighted.
