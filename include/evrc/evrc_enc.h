@@ -153,7 +153,7 @@ EVRC_API Word16 evrc_autocorr(const Word16 *x, Word32 *r);
  * coefficients 0), so the filter is always stable. */
 EVRC_API Word32 cmn1x_durbins_recursion(const Word32 *r, Word32 *lpc);
 /* Spectral-transition flag of the frame (the full-rate mode bit): 1 when the
- * previous frame's LPC leave more than twice (3 dB) the residual energy of
+ * previous frame's LPC leave more than four times (6 dB) the residual energy of
  * the frame's own LPC on its autocorrelation; reads lpc (before bandwidth
  * expansion) and autocorr, keeps the previous LPC in work_lpc. */
 EVRC_API Word16 evrc_update_lpcflag(EvrcEncoderState *state);
