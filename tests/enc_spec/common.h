@@ -81,6 +81,15 @@ std::pair<bool, uint32_t> effects(F f) {
     return {evrc_giOverflow != 0, evrc_op_counter - before};
 }
 
+// The same for a model: the globals' effects of the exported functions it
+// calls plus those of the modelled operators.
+template <class F>
+std::pair<bool, uint32_t> model_effects(F f) {
+    Ops o;
+    const auto e = effects([&] { f(o); });
+    return {e.first || o.flag, e.second + o.weight};
+}
+
 }  // namespace enc_spec
 
 #endif  // EVRC_TESTS_ENC_SPEC_COMMON_H
