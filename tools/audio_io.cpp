@@ -55,11 +55,64 @@ bool read_stdin(InputAudio &audio, std::string &error) {
     return true;
 }
 
-// Mono samples of the file in [-1, 1).
-bool read_mono(SNDFILE *sf, const SF_INFO &info, std::vector<float> &mono, std::string &error) {
+// Brings blocks of mono samples in [-1, 1) at the file's rate to 16-bit
+// samples at 8000 Hz, through libsoxr when the rates differ, so that only
+// the 8 kHz result of a long file is held in memory.
+class Resampler {
+public:
+    explicit Resampler(int in_rate) {
+        if (in_rate == kRate) return;
+        const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
+        const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+        soxr_ = soxr_create(in_rate, kRate, 1, &error_, &io, &quality, nullptr);
+        ratio_ = static_cast<double>(kRate) / in_rate;
+    }
+    Resampler(const Resampler &) = delete;
+    Resampler &operator=(const Resampler &) = delete;
+    ~Resampler() { soxr_delete(soxr_); }
+
+    // Takes n samples; n = 0 and in = nullptr flush the resampler's tail.
+    bool push(const float *in, std::size_t n, std::vector<std::int16_t> &out, std::string &error) {
+        if (error_ != nullptr) return fail(error);
+        if (soxr_ == nullptr) {
+            for (std::size_t i = 0; i < n; ++i) out.push_back(to_pcm16(in[i]));
+            return true;
+        }
+        buffer_.resize(static_cast<std::size_t>(static_cast<double>(n) * ratio_) + 1024);
+        std::size_t used = 0;
+        for (;;) {
+            std::size_t consumed = 0, made = 0;
+            error_ = soxr_process(soxr_, in == nullptr ? nullptr : in + used, n - used, &consumed, buffer_.data(),
+                                  buffer_.size(), &made);
+            if (error_ != nullptr) return fail(error);
+            used += consumed;
+            for (std::size_t i = 0; i < made; ++i) out.push_back(to_pcm16(buffer_[i]));
+            // Input: until all of it is taken; flushing: until nothing comes.
+            if (in != nullptr ? used >= n && made < buffer_.size() : made == 0) return true;
+        }
+    }
+
+private:
+    bool fail(std::string &error) const {
+        error = std::string("cannot resample: ") + error_;
+        return false;
+    }
+
+    soxr_t soxr_ = nullptr;
+    soxr_error_t error_ = nullptr;
+    double ratio_ = 1.0;
+    std::vector<float> buffer_;
+};
+
+// Reads the whole file, averaging the channels of each frame.
+bool read_resampled(SNDFILE *sf, const SF_INFO &info, std::vector<std::int16_t> &pcm, std::string &error) {
     const int channels = info.channels;
     std::vector<float> block(static_cast<std::size_t>(kReadBlock) * static_cast<std::size_t>(channels));
-    if (info.frames > 0) mono.reserve(static_cast<std::size_t>(info.frames));
+    std::vector<float> mono(static_cast<std::size_t>(kReadBlock));
+    Resampler resampler(info.samplerate);
+    if (info.frames > 0) {
+        pcm.reserve(static_cast<std::size_t>(static_cast<double>(info.frames) * kRate / info.samplerate) + 1);
+    }
     for (;;) {
         const sf_count_t got = sf_readf_float(sf, block.data(), kReadBlock);
         if (got <= 0) break;
@@ -67,34 +120,15 @@ bool read_mono(SNDFILE *sf, const SF_INFO &info, std::vector<float> &mono, std::
             const float *frame = &block[static_cast<std::size_t>(f) * static_cast<std::size_t>(channels)];
             float sum = 0.0f;
             for (int c = 0; c < channels; ++c) sum += frame[c];
-            mono.push_back(sum / static_cast<float>(channels));
+            mono[static_cast<std::size_t>(f)] = sum / static_cast<float>(channels);
         }
+        if (!resampler.push(mono.data(), static_cast<std::size_t>(got), pcm, error)) return false;
     }
     if (sf_error(sf) != SF_ERR_NO_ERROR) {
         error = std::string("cannot read: ") + sf_strerror(sf);
         return false;
     }
-    return true;
-}
-
-bool resample(const std::vector<float> &in, int in_rate, std::vector<float> &out, std::string &error) {
-    if (in_rate == kRate) {
-        out = in;
-        return true;
-    }
-    const double ratio = static_cast<double>(kRate) / in_rate;
-    out.resize(static_cast<std::size_t>(std::ceil(static_cast<double>(in.size()) * ratio)) + 1);
-    const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT32_I, SOXR_FLOAT32_I);
-    const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
-    std::size_t used = 0, made = 0;
-    const soxr_error_t err = soxr_oneshot(in_rate, kRate, 1, in.data(), in.size(), &used, out.data(), out.size(),
-                                          &made, &io, &quality, nullptr);
-    if (err != nullptr) {
-        error = std::string("cannot resample: ") + err;
-        return false;
-    }
-    out.resize(made);
-    return true;
+    return resampler.push(nullptr, 0, pcm, error);
 }
 
 struct FormatChoice {
@@ -188,18 +222,13 @@ bool read_audio(const std::string &path, InputAudio &audio, std::string &error) 
         error = "not an audio file (" + why + ")";
         return false;
     }
-    std::vector<float> mono;
-    const bool read_ok = read_mono(sf, info, mono, error);
+    const bool read_ok = read_resampled(sf, info, audio.pcm, error);
     sf_close(sf);
     if (!read_ok) return false;
-    if (mono.empty()) {
+    if (audio.pcm.empty()) {
         error = "holds no audio samples";
         return false;
     }
-    std::vector<float> at_rate;
-    if (!resample(mono, info.samplerate, at_rate, error)) return false;
-    audio.pcm.resize(at_rate.size());
-    std::transform(at_rate.begin(), at_rate.end(), audio.pcm.begin(), to_pcm16);
     audio.source_rate = info.samplerate;
     audio.source_channels = info.channels;
     return true;

@@ -14,7 +14,9 @@
 // preset from d, the tracks with the weakest second candidates get one
 // pulse, and a depth-first search places the pulses: one pulse fixed at the
 // strongest position of a starting track, the others in pairs of tracks
-// searched jointly with the earlier pulses held, once per starting track.
+// searched jointly with the earlier pulses held, from the two strongest
+// starting tracks; each pulse of the better set then moves once to the best
+// place on its track.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry with the least weighted error.
@@ -38,7 +40,8 @@ constexpr int kHalfTrackStep = 2;
 constexpr Word16 kSharpenMin = 3277;   // 0.2 in Q14
 constexpr Word16 kSharpenMax = 14746;  // 0.9 in Q14
 constexpr int kCorrBits = 14;          // d scaled below 2^14
-constexpr int kMatrixBits = 14;        // rr[0][0] scaled below 2^14
+constexpr int kMatrixBits = 20;        // rr[0][0] scaled below 2^20: C^2 E stays in 64 bits
+constexpr int kAccBits = 30;           // the correlation sums in 32 bits
 constexpr int kFullGains = 32;
 constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
@@ -49,6 +52,8 @@ struct Search {
     Word16 hs[kMaxLen];
     Word32 d[kMaxLen];
     Word32 rr[kMaxLen][kMaxLen];
+    bool fold_signs;       // rate 1: signs preset from d and folded into d, rr
+    Word32 sign[kMaxLen];  // +1 / -1
 };
 
 // hs = h through the decoder's sharpening comb, in place with rounding.
@@ -81,24 +86,39 @@ void prepare(Search &s, const Word16 *x) {
         peak = a > peak ? a : peak;
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
-    for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
+    for (int n = 0; n < L; ++n) {
+        s.d[n] = static_cast<Word32>(d64[n] >> dshift);
+        s.sign[n] = (s.fold_signs && s.d[n] < 0) ? -1 : 1;
+        s.d[n] *= s.sign[n];
+    }
 
-    // rr[i][i + delta] = sum_{m=0}^{L-1-i-delta} hs[m] hs[m + delta]:
-    // for each delta a running sum from the end of the subframe.
-    Word64 r64[kMaxLen][kMaxLen];
+    // The response is scaled down so that rr[0][0], the largest entry and
+    // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
+    // entries are then brought below 2^kMatrixBits.
+    Word64 energy = 0;
+    for (int n = 0; n < L; ++n) energy = fx::int_mac_16_16(energy, s.hs[n], s.hs[n]);
+    int hshift = 0;
+    while ((energy >> (2 * hshift)) >= (static_cast<Word64>(1) << kAccBits)) ++hshift;
+    Word16 hr[kMaxLen];
+    for (int n = 0; n < L; ++n) hr[n] = static_cast<Word16>(s.hs[n] >> hshift);
+
+    // rr[i][i + delta] = sum_{m=0}^{L-1-i-delta} h[m] h[m + delta]: for each
+    // delta a running sum from the end of the subframe.
+    fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
     for (int delta = 0; delta < L; ++delta) {
-        Word64 acc = 0;
+        Word32 acc = 0;
         for (int i = L - 1 - delta; i >= 0; --i) {
-            acc = fx::int_mac_16_16(acc, s.hs[L - 1 - delta - i], s.hs[L - 1 - i]);
-            r64[i][i + delta] = acc;
+            acc += static_cast<Word32>(hr[L - 1 - delta - i]) * hr[L - 1 - i];
+            s.rr[i][i + delta] = acc;
         }
     }
-    const int b = bits_of(r64[0][0]);
+    const int b = bits_of(s.rr[0][0]);
     const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     for (int i = 0; i < L; ++i) {
         for (int j = i; j < L; ++j) {
-            s.rr[i][j] = static_cast<Word32>(r64[i][j] >> rshift);
-            s.rr[j][i] = s.rr[i][j];
+            const Word32 v = (s.rr[i][j] >> rshift) * s.sign[i] * s.sign[j];
+            s.rr[i][j] = v;
+            s.rr[j][i] = v;
         }
     }
 }
@@ -117,9 +137,17 @@ struct PulseSet {
     Word64 e;
 };
 
-// rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded).
-void cross_terms(const Search &s, const PulseSet &set, Word64 *rrv) {
-    for (int p = 0; p < s.L; ++p) {
+// Positions t + 5m of track t inside the subframe.
+int track_size(int t, int L) {
+    const int n = (L - 1 - t) / kTracks + 1;
+    return n < kTrackPositions ? n : kTrackPositions;
+}
+
+// rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded), for the
+// positions p of track t.
+void cross_terms(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
+    for (int m = 0; m < track_size(t, s.L); ++m) {
+        const int p = t + kTracks * m;
         Word64 acc = 0;
         for (int k = 0; k < set.count; ++k) acc += s.rr[p][set.pos[k]];
         rrv[p] = acc;
@@ -134,42 +162,47 @@ void add_pulse(const Search &s, PulseSet &set, int p) {
     set.pos[set.count++] = p;
 }
 
-int track_size(int t, int L) {
-    int n = 0;
-    while (n < kTrackPositions && t + kTracks * n < L) ++n;
-    return n;
-}
-
 // Best pair of pulses on tracks t1, t2 added to set (t2 < 0: one pulse).
+// The second track's terms are gathered first so that the inner loop reads
+// one matrix entry per candidate; C^2 of the best so far is kept.
 void place(const Search &s, PulseSet &set, int t1, int t2) {
     Word64 rrv[kMaxLen];
-    cross_terms(s, set, rrv);
-    const int n1 = track_size(t1, s.L);
-    const int n2 = t2 < 0 ? 1 : track_size(t2, s.L);
-    int best1 = t1, best2 = -1;
-    Word64 bc = 0, be = 1;
-    bool found = false;
-    for (int m1 = 0; m1 < n1; ++m1) {
+    cross_terms(s, set, t1, rrv);
+    int n2 = 1;
+    Word64 c2[kTrackPositions] = {};
+    Word64 e2[kTrackPositions] = {};
+    int p2s[kTrackPositions] = {-1};
+    if (t2 >= 0) {
+        cross_terms(s, set, t2, rrv);
+        n2 = track_size(t2, s.L);
+        for (int m = 0; m < n2; ++m) {
+            const int p = t2 + kTracks * m;
+            p2s[m] = p;
+            c2[m] = s.d[p];
+            e2[m] = s.rr[p][p] + 2 * rrv[p];
+        }
+    }
+    int best1 = -1, best2 = -1;
+    Word64 bc2 = 0, be = 1;
+    for (int m1 = 0; m1 < track_size(t1, s.L); ++m1) {
         const int p1 = t1 + kTracks * m1;
         const Word64 c1 = set.c + s.d[p1];
         const Word64 e1 = set.e + s.rr[p1][p1] + 2 * rrv[p1];
+        const Word32 *row = s.rr[p1];
         for (int m2 = 0; m2 < n2; ++m2) {
-            Word64 c = c1, e = e1;
-            int p2 = -1;
-            if (t2 >= 0) {
-                p2 = t2 + kTracks * m2;
-                c += s.d[p2];
-                e += s.rr[p2][p2] + 2 * rrv[p2] + 2 * s.rr[p1][p2];
-            }
-            if (e > 0 && (!found || better(c, e, bc, be))) {
-                found = true;
-                bc = c;
+            const Word64 c = c1 + c2[m2];
+            const Word64 e = e1 + e2[m2] + (t2 >= 0 ? 2 * static_cast<Word64>(row[p2s[m2]]) : 0);
+            if (e <= 0) continue;
+            const Word64 cc = c * c;
+            if (best1 < 0 || cc * be > bc2 * e) {
+                bc2 = cc;
                 be = e;
                 best1 = p1;
-                best2 = p2;
+                best2 = p2s[m2];
             }
         }
     }
+    if (best1 < 0) best1 = t1;
     add_pulse(s, set, best1);
     if (best2 >= 0) add_pulse(s, set, best2);
 }
@@ -209,15 +242,64 @@ int strongest_on_track(const Search &s, int t) {
     return best;
 }
 
-// Depth-first search over the eight slots, once per starting track.
+// Refinement: each pulse in turn moves to the best position of its track
+// with the others held.
+void refine(const Search &s, PulseSet &set) {
+    for (int k = 0; k < set.count; ++k) {
+        const int old = set.pos[k];
+        const int t = old % kTracks;
+        Word64 cross_old = 0;
+        for (int m = 0; m < set.count; ++m) {
+            if (m != k) cross_old += s.rr[old][set.pos[m]];
+        }
+        const Word64 c_rest = set.c - s.d[old];
+        const Word64 e_rest = set.e - s.rr[old][old] - 2 * cross_old;
+        int best = old;
+        Word64 bc = set.c, be = set.e;
+        for (int i = 0; i < track_size(t, s.L); ++i) {
+            const int p = t + kTracks * i;
+            Word64 cross = 0;
+            for (int m = 0; m < set.count; ++m) {
+                if (m != k) cross += s.rr[p][set.pos[m]];
+            }
+            const Word64 c = c_rest + s.d[p];
+            const Word64 e = e_rest + s.rr[p][p] + 2 * cross;
+            if (e > 0 && better(c, e, bc, be)) {
+                bc = c;
+                be = e;
+                best = p;
+            }
+        }
+        set.pos[k] = best;
+        set.c = bc;
+        set.e = be;
+    }
+}
+
+// Depth-first search over the eight slots, from each of the two strongest
+// starting tracks; the better set is then refined.
 PulseSet search_full(const Search &s, int ts) {
     int pulses_on[kTracks];
     for (int t = 0; t < kTracks; ++t) pulses_on[t] = 2;
     pulses_on[(ts + 3) % kTracks] = 1;
     pulses_on[(ts + 4) % kTracks] = 1;
+    // Starting tracks: the two whose strongest candidate is strongest.
+    int first = 0, second = 1;
+    Word32 top[kTracks];
+    for (int t = 0; t < kTracks; ++t) top[t] = s.d[strongest_on_track(s, t)];
+    if (top[second] > top[first]) first = 1, second = 0;
+    for (int t = 2; t < kTracks; ++t) {
+        if (top[t] > top[first]) {
+            second = first;
+            first = t;
+        } else if (top[t] > top[second]) {
+            second = t;
+        }
+    }
     PulseSet best = {};
     best.e = 1;
-    for (int start = 0; start < kTracks; ++start) {
+    const int starts[2] = {first, second};
+    for (const int start : starts) {
         int slots[kFullPulses];
         int n = 0;
         for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
@@ -230,6 +312,7 @@ PulseSet search_full(const Search &s, int ts) {
         for (int k = 1; k < kFullPulses; k += 2) place(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
         if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
+    refine(s, best);
     return best;
 }
 
@@ -250,7 +333,7 @@ Word16 pair_field(int m1, bool neg1, int m2, bool neg2) {
     return static_cast<Word16>((neg ? 0x80 : 0) | (11 * a + b));
 }
 
-void encode_full(const PulseSet &set, const Word16 *sign, int ts, Word16 *indices) {
+void encode_full(const PulseSet &set, const Word32 *sign, int ts, Word16 *indices) {
     int first[kTracks], second[kTracks];
     for (int t = 0; t < kTracks; ++t) first[t] = second[t] = -1;
     for (int k = 0; k < set.count; ++k) {
@@ -352,22 +435,14 @@ EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gai
                            Word16 *indices) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
+    s.fold_signs = rate == EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
     prepare(s, target);
 
     if (rate == EVRC_RATE_FULL) {
-        Word16 sign[kMaxLen];
-        for (int n = 0; n < s.L; ++n) sign[n] = s.d[n] < 0 ? -1 : 1;
-        // Fold the signs into d and rr: every pulse then adds d[p] >= 0.
-        for (int i = 0; i < s.L; ++i) {
-            s.d[i] *= sign[i];
-            for (int j = 0; j < s.L; ++j) s.rr[i][j] *= sign[i] * sign[j];
-        }
         const int ts = choose_track_shift(s);
         const PulseSet set = search_full(s, ts);
-        encode_full(set, sign, ts, indices);
-        // Filtered vector from the raw correlations: restore the signs.
-        for (int i = 0; i < s.L; ++i) s.d[i] *= sign[i];
+        encode_full(set, s.sign, ts, indices);
     } else {
         indices[0] = search_half(s);
     }

@@ -11,7 +11,8 @@
 //      the filter is always stable;
 //   4. the spectral-transition flag compares the log-likelihood of the
 //      frame's autocorrelation under the previous frame's filter and under its
-//      own: a_prev' R a_prev / a' R a above 2 (3 dB) marks a transition;
+//      own: a_prev' R a_prev / a' R a above 4 (6 dB) marks a transition (about one
+//      frame in eight of speech);
 //   5. bandwidth expansion a_k 0.994^k.
 // LPC are a1..a10 of A(z) = 1 - sum a_k z^-k in Q27.
 #include "codec/basic/fixed_point.h"
@@ -27,6 +28,7 @@ constexpr int kLpcQ = 27;
 constexpr int kRefQ = 30;                     // reflection coefficients, Q30
 constexpr Word32 kMaxReflection = 1073634449;  // 0.9999 in Q30
 constexpr Word16 kErrorMarginShift = 10;       // error kept below r0 (1 - 2^-10)
+constexpr Word16 kTransitionShift = 2;         // residual energy ratio 4 (6 dB) marks a transition
 
 // work_lpc layout: previous frame's unexpanded LPC (Q12) and a flag saying it
 // is valid.
@@ -141,7 +143,7 @@ EVRC_API Word16 evrc_update_lpcflag(EvrcEncoderState *state) {
     if (state->work_lpc[kPrevValid] != 0) {
         const Word64 e_own = residual_energy(cur, state->autocorr);
         const Word64 e_prev = residual_energy(prev, state->autocorr);
-        flag = (e_own > 0 && e_prev > fx::L_shl64(e_own, 1)) ? 1 : 0;
+        flag = (e_own > 0 && e_prev > fx::L_shl64(e_own, kTransitionShift)) ? 1 : 0;
     }
     for (int k = 0; k < kOrder; ++k) prev[k] = cur[k];
     state->work_lpc[kPrevValid] = 1;

@@ -149,22 +149,32 @@ EVRC_API void evrc_flush_pack(Word16 acc, Word16 free_bits, UWord16 *out);
  * I in[160], O out[160]: the frame times the analysis window, scaled up by
  * 2^shift (shift >= 0) to use the 16-bit range; returns shift. */
 EVRC_API Word16 cmn1x_hamming_window(const Word16 *in, Word16 *out);
-/* I x[160], O r[17]: r[k] = sum 2 x[n] x[n+k], all lags normalised left by
- * the returned shift so that r[0] fills 32 bits. */
+/* I x[160], O r[17]: r[k] = sum 2 x[n] x[n+k] (summed in 64 bits), all lags
+ * shifted left by the returned shift (right when it is negative, for loud
+ * frames) so that r[0] fills 32 bits; all-zero input gives r = 0, shift 0. */
 EVRC_API Word16 evrc_autocorr(const Word16 *x, Word32 *r);
 /* I r[17] (lag-windowed internally on a copy), O lpc[10] a1..a10 in Q27 of
  * A(z) = 1 - sum a_k z^-k; returns the final prediction error energy in the
- * units of r[0]. */
+ * units of r[0], below r[0] by at least r[0] / 1024 (0 when r[0] is 0). An
+ * ill-conditioned or silent frame stops the recursion early (higher
+ * coefficients 0), so the filter is always stable. */
 EVRC_API Word32 cmn1x_durbins_recursion(const Word32 *r, Word32 *lpc);
-/* Spectral-transition flag of the frame (the full-rate mode bit). */
+/* Spectral-transition flag of the frame (the full-rate mode bit): 1 when the
+ * previous frame's LPC leave more than four times (6 dB) the residual energy of
+ * the frame's own LPC on its autocorrelation; reads lpc (before bandwidth
+ * expansion) and autocorr, keeps the previous LPC in work_lpc. */
 EVRC_API Word16 evrc_update_lpcflag(EvrcEncoderState *state);
 /* IO lpc[10] Q27: a_k times 0.994^k. */
 EVRC_API void evrc_bandwidth_expand_lpcs(Word32 *lpc);
-/* I lpc[10] Q27, O p[6], O q[6]: symmetric and antisymmetric polynomials. */
+/* I lpc[10] Q27, O p[6], O q[6]: coefficients 0..5 (Q22, coefficient 0 = 1)
+ * of the sum and difference polynomials A(z) +- z^-11 A(1/z) with their
+ * fixed roots at z = -1 and z = 1 divided out (both then symmetric). */
 EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q);
 /* I p[6], q[6], O lsp[10] Q15 ascending, I prev[10]: the previous frame's
- * set, copied to lsp when fewer than ten roots are found. Returns 1 when ten
- * roots were found, 0 when the previous set was used. */
+ * set, copied to lsp when fewer than ten interlaced roots are found. LSPs are
+ * fractions of the sampling rate (16384 = 4 kHz), at least 64 apart and from
+ * 0 and 16384. Returns 1 when ten roots were found, 0 when the previous set
+ * was used. */
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev);
 
 /* Eighth rate. Called after the frame's quantised subframe LPC (qlpc) are

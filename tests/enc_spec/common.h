@@ -59,7 +59,7 @@ struct Ops {
     int32_t L_shl(int32_t x, int n) {
         weight += 2;
         if (n <= 0) return x >> std::min(-n, 31);
-        const __int128 v = static_cast<__int128>(x) << std::min(n, 40);
+        const __int128 v = static_cast<__int128>(x) * (static_cast<__int128>(1) << std::min(n, 40));
         return static_cast<int32_t>(clamp32(v > kMax32 ? kMax32 + 1 : v < kMin32 ? kMin32 - 1 : static_cast<int64_t>(v)));
     }
     int32_t L_mult_32_16(int32_t L, int16_t b) {
@@ -79,6 +79,15 @@ std::pair<bool, uint32_t> effects(F f) {
     const uint32_t before = evrc_op_counter;
     f();
     return {evrc_giOverflow != 0, evrc_op_counter - before};
+}
+
+// The same for a model: the globals' effects of the exported functions it
+// calls plus those of the modelled operators.
+template <class F>
+std::pair<bool, uint32_t> model_effects(F f) {
+    Ops o;
+    const auto e = effects([&] { f(o); });
+    return {e.first || o.flag, e.second + o.weight};
 }
 
 }  // namespace enc_spec

@@ -62,6 +62,10 @@ TEST(DriverRules, SideInformationReplacesDelayFields) {
     for (const UWord32 max_rate : {3u, 4u}) {
         Stream s(3 + max_rate);
         evrc_set_enc_params(s.st.get(), max_rate, 0, 0, 0, 0, 0);
+        auto dec = std::make_unique<EvrcDecoderState>();  // reads the fields back in TTY mode
+        std::memset(dec.get(), 0, sizeof *dec);
+        evrc_init_dec(dec.get());
+        evrc_init_tty_dec(dec.get(), 1);
         for (int f = 0; f < iterations(30); ++f) {
             const UWord16 side[5] = {1, 0xFFFF, static_cast<UWord16>(f & 3), static_cast<UWord16>((5 * f) & 31),
                                      static_cast<UWord16>(f & 1)};
@@ -72,8 +76,14 @@ TEST(DriverRules, SideInformationReplacesDelayFields) {
             ASSERT_EQ(fp.delay - 20, side[2] << 5 | side[3]);
             ASSERT_EQ(fp.delta_delay, 0);
             for (int k = 0; k < 3; ++k) ASSERT_EQ(fp.acb_gain_index[k], 0);
+            EvrcPacket pk;
+            std::memcpy(&pk, packet, sizeof pk);
+            Word16 pcm[160];
+            evrc_decode(dec.get(), &pk, pcm, 0);
+            ASSERT_EQ(dec->tty_header, side[2]);
+            ASSERT_EQ(dec->tty_data, side[3]);
             if (max_rate == 4) {
-                ASSERT_EQ((packet[11] >> 5) & 1, side[4]) << "final bit";
+                ASSERT_EQ(dec->tty_bit, side[4]) << "final bit";
             }
         }
         EXPECT_EQ(s.st->sMinRate, static_cast<Word16>(max_rate)) << "the raised minimum persists";

@@ -340,6 +340,24 @@ TEST(Tool, BadEncoderInputIsNamedAndNothingIsWritten) {
     expect_no_temporary_files();
 }
 
+TEST(Tool, InfoNamesWhatIsWrongWithoutRefusing) {
+    std::string qcp = slurp(write_qcp_file("info.qcp", random_stream(13, 8)));
+    const ToolRun whole = run({"info", tmp("info.qcp")});
+    ASSERT_EQ(whole.status, 0) << whole.err;
+    EXPECT_NE(whole.out.find("duration:  0.18 s (9 packets of 20 ms)"), std::string::npos) << whole.out;
+    EXPECT_NE(whole.out.find("packets:   full 4, half 2, eighth 2, blank 1; unknown rate 0"), std::string::npos)
+        << whole.out;
+    EXPECT_NE(whole.out.find("problems:  none"), std::string::npos) << whole.out;
+
+    qcp.replace(qcp.find("vrat"), 4, "junk");          // an unknown chunk now
+    qcp[qcp.find("data") + 8] = static_cast<char>(2);  // a rate octet the rate map does not list
+    save(tmp("odd.qcp"), Bytes(qcp.begin(), qcp.end()));
+    const ToolRun odd = run({"info", tmp("odd.qcp")});
+    ASSERT_EQ(odd.status, 0) << odd.err;
+    EXPECT_NE(odd.out.find("no 'vrat' chunk"), std::string::npos) << odd.out;
+    EXPECT_NE(odd.out.find("packets of unknown rate"), std::string::npos) << odd.out;
+}
+
 // A recording cut off anywhere in its packets gives up only what was cut:
 // every whole packet before the cut decodes as in the full file.
 TEST(Tool, CutFilesDecodeTheirWholePacketsUnlessStrict) {
