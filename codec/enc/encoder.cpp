@@ -42,6 +42,7 @@ constexpr int kBlockTaps8 = 8;
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
 constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
 constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to the excitation
+constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor would bias the level)
 constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the excitation
 
 using FilterMemory = Word32[3][kOrder];
@@ -210,7 +211,7 @@ void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour
     evrc_enc::modify_subframe(st, sf.j, sf.L, contour, acb3, sf.acb8);
     std::memmove(st->mod_residual, st->mod_residual + sf.L, (EVRC_ENC_MODRES_LEN - sf.L) * sizeof(Word16));
     const Word16 *r = st->mod_residual + kHistory - sf.L;
-    for (int n = 0; n < sf.L; ++n) sf.residual[n] = fx::shr(r[n], kSpeechToExcitationShift);
+    for (int n = 0; n < sf.L; ++n) sf.residual[n] = fx::shr(fx::add(r[n], kExcitationRound), kSpeechToExcitationShift);
 }
 
 // Step 13.4.6: the weighted target, the zero-state response to the modified
