@@ -25,10 +25,10 @@ constexpr int kPolyLen = 6;
 constexpr Word32 kOneQ22 = 1 << 22;
 constexpr Word16 kLpcToPolyShift = 5;  // Q27 -> Q22
 constexpr Word16 kLspNyquist = 16384;
-constexpr Word16 kGridStep = 64;       // 15.6 Hz
+constexpr Word16 kGridStep = 128;      // 31 Hz: roots of one polynomial lie two LSP gaps apart
 constexpr Word16 kMinGap = 64;         // smallest distance between neighbours
 constexpr Word32 kOneQ30 = 1 << 30;
-constexpr Word32 kGridStepCosQ30 = 1073660973;  // cos(2 pi 64 / 32768) = cos(pi / 256)
+constexpr Word32 kGridStepCosQ30 = 1073418433;  // cos(2 pi 128 / 32768) = cos(pi / 128)
 constexpr UWord32 kEvalWeight = 3 * kHalf + 3;  // one multiply, add, subtract per Clenshaw step
 constexpr UWord32 kGridWeight = 3;              // one multiply, round, subtract per grid cosine
 
@@ -118,7 +118,7 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
 
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
     // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
-    // (within 3e-6 of the exact values: they only bracket the roots; the
+    // (within 1e-6 of the exact values: they only bracket the roots; the
     // bisection uses the conversion's own cosine).
     constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
     Word32 grid_cos[kGridPoints];
