@@ -1,8 +1,8 @@
 // The encoder's rate rules and packet rules. evrc_ratedec over the band
 // selection: first frame full, never full straight to eighth, forced eighth,
 // both full-rate limiting variants, one-shot noise reset, the clamp to the
-// caller's range (applied last), hangover after speech. Whole frames: the
-// caller's limits hold, side information replaces the delay fields, and a
+// caller's range (applied last), hangover after speech. Whole frames: side
+// information replaces the delay fields, the caller's limits hold, and a
 // large delay jump packs a zero delta.
 #include <cmath>
 
@@ -114,19 +114,6 @@ EvrcFrameParams unpack(const UWord16 *packet) {
     return fp;
 }
 
-TEST(FrameRules, RateLimitsHoldForEveryFrame) {
-    Stream capped(1), floored(2);
-    evrc_set_enc_params(capped.st.get(), 3, 0, 0, 0, 0, 0);
-    evrc_set_enc_params(floored.st.get(), 4, 4, 0, 0, 0, 0);
-    UWord16 packet[12];
-    for (int f = 0; f < iterations(120); ++f) {
-        capped.next(packet);
-        ASSERT_TRUE(packet[0] == 1 || packet[0] == 3) << f;
-        floored.next(packet);
-        ASSERT_EQ(packet[0], 4) << f;
-    }
-}
-
 TEST(FrameRules, SideInformationReplacesDelayFields) {
     for (const UWord32 max_rate : {3u, 4u}) {
         Stream s(3 + max_rate);
@@ -157,15 +144,21 @@ TEST(FrameRules, SideInformationReplacesDelayFields) {
     }
 }
 
-TEST(FrameRules, LargeDelayJumpPacksZeroDelta) {
-    Stream s(9);
+// A minimum of full rate makes every packet full, a maximum of half none;
+// a delay jump of 16 or more packs a zero delta and moves the previous delay.
+TEST(FrameRules, RateLimitsAndDeltaDelay) {
+    Stream s(9), capped(10);
     evrc_set_enc_params(s.st.get(), 4, 4, 0, 0, 0, 0);
+    evrc_set_enc_params(capped.st.get(), 3, 0, 0, 0, 0, 0);
     int jumps = 0;
     for (int f = 0; f < iterations(90); ++f) {
+        UWord16 packet[12];
+        capped.next(packet);
+        ASSERT_TRUE(packet[0] == 1 || packet[0] == 3) << f;
         const Word16 prev = static_cast<Word16>(s.rng.in(20, 120));
         s.st->sPrevDelay = prev;
-        UWord16 packet[12];
         s.next(packet);
+        ASSERT_EQ(packet[0], 4) << f;
         const EvrcFrameParams fp = unpack(packet);
         const int d = fp.delay - prev;
         ASSERT_EQ(fp.delta_delay, std::abs(d) >= 16 ? 0 : d + 16) << f;

@@ -51,40 +51,20 @@ Effects model_effects(F f) {  // a model's: its exported calls' and its operator
 
 // ---- Packing ----------------------------------------------------------------
 
-TEST(Packing, MatchesBitStringModel) {
-    Rng r(1);
-    for (int it = 0; it < iterations(20000); ++it) {
-        UWord16 out[12] = {0xA5A5, 0xA5A5}, ref[12] = {};
-        Word16 acc = 7, free_bits = 3;
-        evrc_init_pack(12, &acc, &free_bits, out);
-        UWord16 *p = out;
-        int nbits = 0;
-        for (int w = static_cast<int>(r.in(1, 15)); nbits + w <= 176; w = static_cast<int>(r.in(1, 15))) {
-            const int64_t v = r.in(0, 1) ? r.in(0, (1 << w) - 1) : r.in(-(1 << (w - 1)), -1);  // fits the field
-            for (int b = w - 1; b >= 0; --b, ++nbits)
-                if ((v >> b) & 1) ref[nbits / 16] |= static_cast<UWord16>(0x8000 >> (nbits % 16));
-            ASSERT_EQ(effects([&] { evrc_bit_pack(static_cast<Word32>(v), &acc, &free_bits, w, &p); }),
-                      Effects(false, 2 + 2 * w));
-        }
-        ASSERT_EQ(p - out, nbits / 16);
-        ASSERT_EQ(free_bits, 16 - nbits % 16);
-        evrc_flush_pack(acc, free_bits, p);
-        ASSERT_EQ(0, std::memcmp(out, ref, sizeof ref)) << "bits " << nbits;
-    }
-}
-
 // Fields packed in the frame driver's order come back from the decoder's
-// unpacking, and its dequantised LSPs are the encoder's quantised set.
+// unpacking (each field costing its alignment and per-bit shifts), and its
+// dequantised LSPs are the encoder's quantised set.
 TEST(Packing, RoundTripsThroughDecoderUnpack) {
     Rng r(2);
-    for (int it = 0; it < iterations(5000); ++it) {
-        const bool full = it % 2 == 0;
+    for (int it = 0; it < iterations(6000); ++it) {
+        const int rate = it % 3 == 0 ? 1 : it % 3 == 1 ? 3 : 4;
+        const bool full = rate == 4;
         int16_t target[10];
         for (auto &t : target) t = static_cast<int16_t>(r.in(100, 16300));  // up to half the sampling rate
         std::sort(target, target + 10);
         Word32 w[10];
         Word16 q[10], lsp_index[4];
-        evrc_quantize_lsps(w, q, lsp_index, target, full ? 4 : 3);
+        evrc_quantize_lsps(w, q, lsp_index, target, static_cast<Word16>(rate));
         UWord16 packet[12];
         Word16 acc, free_bits;
         evrc_init_pack(12, &acc, &free_bits, packet);
@@ -93,30 +73,44 @@ TEST(Packing, RoundTripsThroughDecoderUnpack) {
         std::vector<std::pair<Word16 *, int>> fields;  // where the unpacked value lands, the packed value
         auto put = [&](int width, Word16 *dest, int v = -1) {
             v = v < 0 ? static_cast<int>(r.in(0, (1 << width) - 1)) : v;
-            evrc_bit_pack(v, &acc, &free_bits, width, &p);
+            EXPECT_EQ(effects([&] { evrc_bit_pack(v, &acc, &free_bits, width, &p); }), Effects(false, 2 + 2 * width));
             if (dest) fields.emplace_back(dest, v);
         };
-        const int lsp_w[2][4] = {{7, 7, 8, 0}, {6, 6, 9, 7}};
+        const int lsp_w[3][4] = {{4, 4}, {7, 7, 8}, {6, 6, 9, 7}};
         if (full) put(1, &fp.mode_bit);
-        for (int i = 0; i < (full ? 4 : 3); ++i) put(lsp_w[full][i], nullptr, lsp_index[i]);
-        const int delay = static_cast<int>(r.in(0, 100));
-        put(7, nullptr, delay);
-        if (full) put(5, &fp.delta_delay);
-        for (int k = 0; k < 3; ++k) {
-            put(3, &fp.acb_gain_index[k]);
-            for (int j = 0; j < (full ? 4 : 1); ++j) put(full ? (j == 3 ? 11 : 8) : 10, &fp.fcb_index[k][j]);
-            put(full ? 5 : 4, &fp.fcb_gain_index[k]);
+        for (int i = 0; i < (rate == 1 ? 2 : rate); ++i) put(lsp_w[rate / 2][i], nullptr, lsp_index[i]);
+        const int delay = static_cast<int>(r.in(0, 100)), last = static_cast<int>(r.in(0, 1));
+        if (rate == 1) {
+            put(8, &fp.energy_index);
+            ASSERT_EQ(p - packet, 2);
+            ASSERT_EQ(free_bits, 16) << "16 bits fill one word exactly";
+        } else {
+            put(7, nullptr, delay);
+            if (full) put(5, &fp.delta_delay);
+            for (int k = 0; k < 3; ++k) {
+                put(3, &fp.acb_gain_index[k]);
+                for (int j = 0; j < (full ? 4 : 1); ++j) put(full ? (j == 3 ? 11 : 8) : 10, &fp.fcb_index[k][j]);
+                put(full ? 5 : 4, &fp.fcb_gain_index[k]);
+            }
+            if (full) put(1, nullptr, last);
         }
-        const int last = static_cast<int>(r.in(0, 1));
-        if (full) put(1, nullptr, last);
         evrc_flush_pack(acc, free_bits, p);
 
-        (full ? evrc_unpack_full_rate : evrc_unpack_half_rate)(reinterpret_cast<const Word16 *>(packet + 1), &fp);
+        const Word16 *bits = reinterpret_cast<const Word16 *>(packet + 1);
+        if (rate == 1) {
+            evrc_unpack_one_eigth_rate(bits, &fp);
+        } else {
+            (full ? evrc_unpack_full_rate : evrc_unpack_half_rate)(bits, &fp);
+            ASSERT_EQ(fp.delay, delay + 20);
+        }
         for (const auto &f : fields) ASSERT_EQ(*f.first, f.second);
-        ASSERT_EQ(fp.delay, delay + 20);
         ASSERT_EQ(0, std::memcmp(fp.lsp, q, sizeof q));
         ASSERT_EQ(fp.bad_frame, 0) << "quantised LSPs ascend";
-        ASSERT_EQ(full ? (packet[11] & 0x3F) : packet[6], full ? last << 5 : 0) << "bit 170, then clear bits";
+        const int used_words = rate == 1 ? 1 : rate == 3 ? 5 : 11;  // the rest stays clear
+        ASSERT_EQ(std::count(packet + used_words + 1, packet + 12, 0), 11 - used_words);
+        if (full) {
+            ASSERT_EQ(packet[11] & 0x3F, last << 5) << "bit 170, then clear bits";
+        }
     }
 }
 
