@@ -43,7 +43,7 @@ int best_gain_index(Word64 corr, Word64 energy) {
     Word64 best_err = 0;
     for (int i = 1; i < kGains; ++i) {
         const Word64 g = evrc_acsACBGainTable[i];
-        const Word64 err = g * g * e - (2 * g * c << kGainShift);
+        const Word64 err = g * g * e - 2 * g * c * (1 << kGainShift);
         if (err < best_err) {
             best_err = err;
             best = i;

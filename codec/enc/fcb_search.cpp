@@ -111,22 +111,20 @@ void prepare(Search &s, const Word16 *x) {
     for (int n = 0; n < L; ++n) hr[n] = static_cast<Word16>(s.hs[n] >> hshift);
 
     // rr[i][i + delta] = sum_{m=0}^{L-1-i-delta} h[m] h[m + delta]: for each
-    // delta a running sum from the end of the subframe.
+    // delta a running sum from the end of the subframe, scaled and with the
+    // signs folded as it is stored (rr[0][0], the energy, sets the scale).
+    Word32 energy32 = 0;
+    for (int n = 0; n < L; ++n) energy32 += static_cast<Word32>(hr[n]) * hr[n];
+    const int b = bits_of(energy32);
+    const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
     for (int delta = 0; delta < L; ++delta) {
         Word32 acc = 0;
         for (int i = L - 1 - delta; i >= 0; --i) {
             acc += static_cast<Word32>(hr[L - 1 - delta - i]) * hr[L - 1 - i];
-            s.rr[i][i + delta] = acc;
-        }
-    }
-    const int b = bits_of(s.rr[0][0]);
-    const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
-    for (int i = 0; i < L; ++i) {
-        for (int j = i; j < L; ++j) {
-            const Word32 v = (s.rr[i][j] >> rshift) * s.sign[i] * s.sign[j];
-            s.rr[i][j] = v;
-            s.rr[j][i] = v;
+            const Word32 v = (acc >> rshift) * s.sign[i] * s.sign[i + delta];
+            s.rr[i][i + delta] = v;
+            s.rr[i + delta][i] = v;
         }
     }
 }

@@ -25,15 +25,18 @@ constexpr int kPolyLen = 6;
 constexpr Word32 kOneQ22 = 1 << 22;
 constexpr Word16 kLpcToPolyShift = 5;  // Q27 -> Q22
 constexpr Word16 kLspNyquist = 16384;
-constexpr Word16 kGridStep = 64;       // 15.6 Hz
+constexpr Word16 kGridStep = 128;      // 31 Hz: roots of one polynomial lie two LSP gaps apart
 constexpr Word16 kMinGap = 64;         // smallest distance between neighbours
 constexpr Word32 kOneQ30 = 1 << 30;
-constexpr Word32 kGridStepCosQ30 = 1073660973;  // cos(2 pi 64 / 32768) = cos(pi / 256)
+constexpr Word32 kGridStepCosQ30 = 1073418433;  // cos(2 pi 128 / 32768) = cos(pi / 128)
+constexpr UWord32 kEvalWeight = 3 * kHalf + 3;  // one multiply, add, subtract per Clenshaw step
+constexpr UWord32 kGridWeight = 3;              // one multiply, round, subtract per grid cosine
 
 // Clenshaw evaluation of the Chebyshev series of a half polynomial at
 // x = cos(2 pi lsp / 32768), x in Q30 (used as Q24 here, so that the 64-bit
 // products cannot wrap). Only the sign and relative size matter.
 Word64 eval_half_poly(const Word32 *c, Word32 x_q30) {
+    fx::charge(kEvalWeight);
     const Word64 x_q24 = fx::L_shr64(x_q30, 6);
     Word64 b1 = 0;
     Word64 b2 = 0;
@@ -115,7 +118,7 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
 
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
     // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
-    // (within 3e-6 of the exact values: they only bracket the roots; the
+    // (within 1e-6 of the exact values: they only bracket the roots; the
     // bisection uses the conversion's own cosine).
     constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
     Word32 grid_cos[kGridPoints];
@@ -125,6 +128,7 @@ EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, cons
         const Word64 twice = fx::L_shr64(fx::L_add64(fx::int_mult_32_32(kGridStepCosQ30, grid_cos[g]), 1 << 28), 29);
         grid_cos[g + 1] = static_cast<Word32>(fx::L_sat32_64(fx::L_sub64(twice, grid_cos[g - 1])));
     }
+    fx::charge(kGridWeight * (kGridPoints - 2));
 
     Word16 p_roots[kHalf + 1];
     Word16 q_roots[kHalf + 1];
@@ -134,7 +138,6 @@ EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, cons
     for (int i = 0; ok && i < kHalf; ++i) {
         ok = p_roots[i] < q_roots[i] && (i + 1 == kHalf || q_roots[i] < p_roots[i + 1]);
     }
-    fx::charge(20u * 2u * 5u * 7u);  // Clenshaw steps of the grid and the bisections
     if (!ok) {
         for (int i = 0; i < kOrder; ++i) lsp[i] = prev[i];
         enforce_spacing(lsp);

@@ -89,19 +89,26 @@ struct Codec {
     }
 };
 
+// Lowest rate half, and also eighth: the encoder then rebuilds the decoder's
+// noise excitation, so the histories agree across eighth-rate frames too.
 TEST(EncoderInStep, AdaptiveCodebookHistoryEqualsDecoderExcitationEveryFrame) {
-    const std::vector<int16_t> pcm = speech_input();
-    Codec c(EVRC_RATE_FULL, EVRC_RATE_HALF);
-    int full = 0;
-    for (size_t f = 0; f + kFrame <= pcm.size(); f += kFrame) {
-        EvrcPacket p = c.encode(&pcm[f]);
-        full += p.rate == EVRC_RATE_FULL;
-        Word16 out[kFrame];
-        evrc_decode(&c.dec, &p, out, 0);
-        ASSERT_EQ(0, std::memcmp(c.enc->acb_mem, c.dec.exc_history, EVRC_HISTORY_LEN * sizeof(Word16)))
-            << "frame " << f / kFrame << " rate " << p.rate;
+    std::vector<int16_t> pcm = speech_input();
+    pcm.insert(pcm.begin() + pcm.size() / 2, 40 * kFrame, 3);  // a pause
+    for (const UWord32 min_rate : {EVRC_RATE_HALF, EVRC_RATE_EIGHTH}) {
+        Codec c(EVRC_RATE_FULL, min_rate);
+        int count[5] = {};
+        for (size_t f = 0; f + kFrame <= pcm.size(); f += kFrame) {
+            EvrcPacket p = c.encode(&pcm[f]);
+            ++count[p.rate > 4 ? 0 : p.rate];
+            Word16 out[kFrame];
+            evrc_decode(&c.dec, &p, out, 0);
+            ASSERT_EQ(0, std::memcmp(c.enc->acb_mem, c.dec.exc_history, EVRC_HISTORY_LEN * sizeof(Word16)))
+                << "frame " << f / kFrame << " rate " << p.rate << " lowest rate " << min_rate;
+        }
+        EXPECT_GT(count[EVRC_RATE_FULL], 0);
+        EXPECT_GT(count[EVRC_RATE_HALF], 0);
+        EXPECT_EQ(min_rate == EVRC_RATE_EIGHTH, count[EVRC_RATE_EIGHTH] > 0);
     }
-    EXPECT_GT(full, 0);
 }
 
 // Every packet passes the decoder's erasure detection, unpacking and
