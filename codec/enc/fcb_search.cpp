@@ -15,8 +15,10 @@
 // pulse, and a depth-first search places the pulses: one pulse fixed at the
 // strongest position of a starting track, the others in pairs of tracks
 // searched jointly with the earlier pulses held, from the two strongest
-// starting tracks; each pulse of the better set then moves once to the best
-// place on its track.
+// starting tracks; in each set every pair of pulses is then taken out and
+// placed again jointly with the other six held (kept when the score rises);
+// each pulse of the better set then moves once to the best place on its
+// track.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry nearest 1.2 times the
@@ -47,6 +49,7 @@ constexpr int kFullGains = 32;
 constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
+constexpr int kRefinePasses = 1;       // pair re-placement passes after the depth-first search
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -282,6 +285,22 @@ void refine(const Search &s, PulseSet &set) {
     }
 }
 
+// Improvement passes: each pair of pulses in turn is taken out and placed
+// again on its two tracks with the other six held, kept when the score
+// rises.
+void refine_pairs(const Search &s, PulseSet &set) {
+    for (int pass = 0; pass < kRefinePasses; ++pass) {
+        for (int k = 0; k + 1 < set.count; k += 2) {
+            PulseSet trial = {};
+            for (int i = 0; i < set.count; ++i) {
+                if (i != k && i != k + 1) add_pulse(s, trial, set.pos[i]);
+            }
+            place(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
+            if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
+        }
+    }
+}
+
 // Depth-first search over the eight slots, from each of the two strongest
 // starting tracks; the better set is then refined.
 PulseSet search_full(const Search &s, int ts) {
@@ -316,6 +335,7 @@ PulseSet search_full(const Search &s, int ts) {
         PulseSet set = {};
         add_pulse(s, set, strongest_on_track(s, slots[0]));
         for (int k = 1; k < kFullPulses; k += 2) place(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
+        refine_pairs(s, set);
         if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
     refine(s, best);
