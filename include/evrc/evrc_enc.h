@@ -87,7 +87,9 @@ typedef struct EvrcEncoderState {
     Word16 noise_gen[3];          /* local decoder: the decoder's noise generator at eighth rate
                                      (have-spare, spare, seed), mirrored */
     Word16 noise_gen_started;     /* 0 until the mirrored generator is seeded */
-    Word16 work_core[69];         /* frame driver, codebook searches, local decoder */
+    Word32 ref_mem[3][10];        /* weighting filter of the modified residual: synthesis with
+                                     the frame's LPC, weighting zeros, weighting poles */
+    Word16 work_core[9];          /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
