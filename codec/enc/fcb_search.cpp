@@ -11,12 +11,12 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d, the tracks with the weakest second candidates get one
-// pulse, and a depth-first search places the pulses: one pulse fixed at the
-// strongest position of a starting track, the others in pairs of tracks
-// searched jointly with the earlier pulses held, from the two strongest
-// starting tracks; each pulse of the better set then moves once to the best
-// place on its track.
+// preset from d. For the two track shifts whose single-pulse tracks have the
+// weakest second candidates, a depth-first search places the pulses: one
+// pulse fixed at the strongest position of a starting track, the others in
+// pairs of tracks searched jointly with the earlier pulses held, from the two
+// strongest starting tracks; each pulse of the better set then moves once to
+// the best place on its track.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry with the least weighted error.
@@ -33,6 +33,8 @@ constexpr int kMaxLen = 54;
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
+constexpr int kShifts = 4;             // track shifts of the rate-1 layout
+constexpr int kShiftsTried = 2;        // the most promising ones are searched
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -205,10 +207,10 @@ void place(const Search &s, PulseSet &set, int t1, int t2) {
     if (best2 >= 0) add_pulse(s, set, best2);
 }
 
-// Track shift: the two single-pulse tracks are those whose second strongest
-// candidate is weakest (the four shifts allow the pairs (3,4), (4,0),
-// (0,1), (1,2)).
-int choose_track_shift(const Search &s) {
+// Track shifts in order of promise: the two single-pulse tracks should be
+// those whose second strongest candidate is weakest (the four shifts allow
+// the pairs (3,4), (4,0), (0,1), (1,2)). order[0..3] receives the shifts.
+void rank_track_shifts(const Search &s, int *order) {
     Word32 second[kTracks];
     for (int t = 0; t < kTracks; ++t) {
         Word32 first = -1, sec = -1;
@@ -223,13 +225,18 @@ int choose_track_shift(const Search &s) {
         }
         second[t] = sec < 0 ? 0 : sec;
     }
-    int best = 0;
-    for (int ts = 1; ts < 4; ++ts) {
-        const Word32 a = second[(ts + 3) % kTracks] + second[(ts + 4) % kTracks];
-        const Word32 b = second[(best + 3) % kTracks] + second[(best + 4) % kTracks];
-        if (a < b) best = ts;
+    Word32 cost[kShifts];
+    for (int ts = 0; ts < kShifts; ++ts) {
+        cost[ts] = second[(ts + 3) % kTracks] + second[(ts + 4) % kTracks];
+        order[ts] = ts;
     }
-    return best;
+    for (int a = 1; a < kShifts; ++a) {
+        for (int b = a; b > 0 && cost[order[b]] < cost[order[b - 1]]; --b) {
+            const int t = order[b];
+            order[b] = order[b - 1];
+            order[b - 1] = t;
+        }
+    }
 }
 
 int strongest_on_track(const Search &s, int t) {
@@ -438,8 +445,17 @@ EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gai
     prepare(s, target);
 
     if (rate == EVRC_RATE_FULL) {
-        const int ts = choose_track_shift(s);
-        const PulseSet set = search_full(s, ts);
+        int order[kShifts];
+        rank_track_shifts(s, order);
+        int ts = order[0];
+        PulseSet set = search_full(s, ts);
+        for (int k = 1; k < kShiftsTried; ++k) {
+            const PulseSet other = search_full(s, order[k]);
+            if (better(other.c, other.e, set.c, set.e)) {
+                set = other;
+                ts = order[k];
+            }
+        }
         encode_full(set, s.sign, ts, indices);
     } else {
         indices[0] = search_half(s);
