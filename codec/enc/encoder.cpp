@@ -293,8 +293,12 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
 
     const bool full = rate == EVRC_RATE_FULL;
     const Word16 cb_rate = full ? EVRC_RATE_FULL : EVRC_RATE_HALF;
+    Word16 ltp_residual[kMaxSubframe];
+    for (int n = 0; n < sf.L; ++n) {
+        ltp_residual[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
+    }
     Word16 fcb_index[4] = {};
-    const Word16 gain_index = evrc_acelp(sf.fcb_target, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
+    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
                                          static_cast<Word16>(sf.L), fcb_index);
     if (full) {
         pk.put(fcb_index[0], 8);

@@ -11,7 +11,7 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d. For the two track shifts whose single-pulse tracks have the
+// preset from d and the excitation-domain residual. For the two track shifts whose single-pulse tracks have the
 // weakest second candidates, a depth-first search places the pulses: one
 // pulse fixed at the strongest position of a starting track, the others in
 // pairs of tracks searched jointly with the earlier pulses held, from the two
@@ -74,9 +74,39 @@ int bits_of(Word64 v) {
     return b;
 }
 
+Word64 isqrt(Word64 v) {
+    Word64 r = 0;
+    for (Word64 bit = static_cast<Word64>(1) << 62; bit > 0; bit >>= 2) {
+        if (v >= r + bit) {
+            v -= r + bit;
+            r = (r >> 1) + bit;
+        } else {
+            r >>= 1;
+        }
+    }
+    return r;
+}
+
+// Rate 1 signs: those of d[n] / |d| + r[n] / |r| (r the excitation-domain
+// residual, when given), that is of d[n] |r| + r[n] |d|. Other rates keep
+// every sign positive.
+void preset_signs(Search &s, const Word16 *residual) {
+    Word64 dd = 0, rr = 0;
+    for (int n = 0; n < s.L; ++n) {
+        dd += static_cast<Word64>(s.d[n]) * s.d[n];
+        if (residual != nullptr) rr += static_cast<Word64>(residual[n]) * residual[n];
+    }
+    const Word64 d_norm = isqrt(dd), r_norm = isqrt(rr);
+    for (int n = 0; n < s.L; ++n) {
+        const Word64 r = residual != nullptr ? residual[n] : 0;
+        const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
+        s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
+    }
+}
+
 // Backward-filtered target and correlation matrix, each scaled to a fixed
 // headroom (only ratios of them matter).
-void prepare(Search &s, const Word16 *x) {
+void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int L = s.L;
     Word64 d64[kMaxLen];
     Word64 peak = 0;
@@ -88,11 +118,9 @@ void prepare(Search &s, const Word16 *x) {
         peak = a > peak ? a : peak;
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
-    for (int n = 0; n < L; ++n) {
-        s.d[n] = static_cast<Word32>(d64[n] >> dshift);
-        s.sign[n] = (s.fold_signs && s.d[n] < 0) ? -1 : 1;
-        s.d[n] *= s.sign[n];
-    }
+    for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
+    preset_signs(s, residual);
+    for (int n = 0; n < L; ++n) s.d[n] *= s.sign[n];
 
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
@@ -436,13 +464,13 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
 
 extern "C" {
 
-EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate, Word16 L,
-                           Word16 *indices) {
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
-    prepare(s, target);
+    prepare(s, target, residual);
 
     if (rate == EVRC_RATE_FULL) {
         int order[kShifts];

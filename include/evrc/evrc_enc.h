@@ -230,14 +230,17 @@ EVRC_API void evrc_weighted_synthesis_filter(const Word16 *in, Word16 *out, cons
  * times the filtered acb. Returns the index 0..7 into evrc_acsACBGainTable. */
 EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const Word16 *h, Word16 *fcb_target,
                                 Word16 L);
-/* Fixed-codebook search. I target[L] (adaptive contribution removed), I h[L]
- * Q11, I acb_gain Q14 and I lag: the pitch sharpening the decoder applies,
+/* Fixed-codebook search. I target[L] (adaptive contribution removed), I
+ * residual[L] or NULL: the excitation-domain target less the gained adaptive
+ * vector, which with the backward-filtered target presets the pulse signs at
+ * rate 1, I h[L] Q11, I acb_gain Q14 and I lag: the pitch sharpening the
+ * decoder applies,
  * I rate (4: 35-bit codebook, four fields; 3: 10-bit codebook, one field),
  * I L, O indices[4] (rate 1) or [1] (rate 1/2) in the packet's field layout.
  * Returns the gain index (rate 1: 0..31 into evrc_acsFcbGainVQFull; rate 1/2:
  * 0..15, the decoder reading entry 2 idx + 1). */
-EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate, Word16 L,
-                           Word16 *indices);
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices);
 
 EVRC_EXTERN_C_END
 
