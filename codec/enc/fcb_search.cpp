@@ -15,8 +15,8 @@
 // weakest second candidates, a depth-first search places the pulses: one
 // pulse fixed at the strongest position of a starting track, the others in
 // pairs of tracks searched jointly with the earlier pulses held, from the two
-// strongest starting tracks; each pulse of the better set then moves once to
-// the best place on its track.
+// strongest starting tracks; each pulse of the better set then moves to the
+// best place on its track, in two passes.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry with the least weighted error.
@@ -35,6 +35,7 @@ constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
 constexpr int kShifts = 4;             // track shifts of the rate-1 layout
 constexpr int kShiftsTried = 2;        // the most promising ones are searched
+constexpr int kRefinePasses = 2;
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -345,7 +346,7 @@ PulseSet search_full(const Search &s, int ts) {
         for (int k = 1; k < kFullPulses; k += 2) place(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
         if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
-    refine(s, best);
+    for (int pass = 0; pass < kRefinePasses; ++pass) refine(s, best);
     return best;
 }
 
