@@ -5,10 +5,11 @@
 // what the decoder will hold. The packet is written field by field as the
 // stages produce their indices.
 //
-// The weighted synthesis filter memories hold the weighted error filter:
-// they are driven by (modified residual - excitation), so that the target of
-// a subframe is the zero-state response to the modified residual plus the
-// zero-input response of the past error.
+// The target of a subframe is the weighted modified speech: the modified
+// residual through the synthesis filter of the LPC set that produced the
+// residual and the subframe's perceptual weighting (memories ref_mem), less
+// the zero-input response of the weighted synthesis filter that the
+// excitation drives (memories wsf_mem).
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
@@ -132,17 +133,28 @@ void mirror_noise_excitation(EvrcEncoderState *st, Word16 energy_index) {
     }
 }
 
+// Residual samples (doubled-speech units) at the excitation's level.
+void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
+    for (int n = 0; n < L; ++n) out[n] = fx::shr(fx::add(residual[n], kExcitationRound), kSpeechToExcitationShift);
+}
+
 // Step 12: eighth-rate energy, the excitation history as the decoder will
-// rebuild it, and the decay of the weighting memories over one block of zero
-// error.
+// rebuild it, and the weighting memories brought up to date over the last
+// subframe: the excitation path with the rebuilt excitation, the residual
+// path with the coded segment's last residual samples through the filter
+// that formed them (the last subframe's unquantised LPC).
 void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     const Word16 energy_index = evrc_8th_rate(st);
     pk.put(energy_index, 8);
     mirror_noise_excitation(st, energy_index);
     Word16 num[kOrder], den[kOrder];
     weighting_coefficients(st->uqlpc[kSubframes - 1], num, den);
-    Word16 block[kEighthBlock] = {};
+    Word16 block[kEighthBlock];
+    std::memcpy(block, st->acb_mem + kHistory - kEighthBlock, sizeof(block));
     evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
+                                   kEighthBlock);
+    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, block, kEighthBlock);
+    evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0],
                                    kEighthBlock);
     save_filter_memories(st);
     st->sAccumShift = 0;
@@ -210,17 +222,18 @@ void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour, Wo
 void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour, const Word16 *acb3) {
     evrc_enc::modify_subframe(st, sf.j, sf.L, contour, acb3, sf.acb8);
     std::memmove(st->mod_residual, st->mod_residual + sf.L, (EVRC_ENC_MODRES_LEN - sf.L) * sizeof(Word16));
-    const Word16 *r = st->mod_residual + kHistory - sf.L;
-    for (int n = 0; n < sf.L; ++n) sf.residual[n] = fx::shr(fx::add(r[n], kExcitationRound), kSpeechToExcitationShift);
+    to_excitation_level(st->mod_residual + kHistory - sf.L, sf.residual, sf.L);
 }
 
-// Step 13.4.6: the weighted target, the zero-state response to the modified
-// residual plus the zero-input response of the past error.
-void weighted_target(const EvrcEncoderState *st, Subframe &sf) {
-    FilterMemory mem = {};
-    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &mem[0][0],
+// Step 13.4.6: the weighted target, the modified residual through the
+// subframe's quantised synthesis filter (the filter that formed the coded
+// residual, so that this gives back the speech) and the subframe's weighting
+// (running memories ref_mem), less the zero-input response of the
+// excitation's filter.
+void weighted_target(EvrcEncoderState *st, Subframe &sf) {
+    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
                                    static_cast<Word16>(sf.L));
-    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::add(sf.target[n], sf.zir[n]);
+    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.target[n], sf.zir[n]);
 }
 
 // Sharpening lag of the subframe: the rounded mean of the first two delay
@@ -251,14 +264,12 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fc
     }
 }
 
-// Step 13.4.9: the error (modified residual - excitation) drives the working
-// filter memories; the history moves down by L; the saved memories follow.
+// Step 13.4.9: the excitation drives the working filter memories; the
+// history moves down by L; the saved memories follow.
 void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
-    const Word16 *exc = st->acb_mem + kHistory;
-    Word16 err[kMaxSubframe];
-    for (int n = 0; n < sf.L; ++n) err[n] = fx::sub(sf.residual[n], exc[n]);
-    evrc_weighted_synthesis_filter(err, err, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
-                                   static_cast<Word16>(sf.L));
+    Word16 out[kMaxSubframe];
+    evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den,
+                                   &st->wsf_mem[0][0][0], static_cast<Word16>(sf.L));
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
     save_filter_memories(st);
 }
@@ -287,8 +298,12 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
 
     const bool full = rate == EVRC_RATE_FULL;
     const Word16 cb_rate = full ? EVRC_RATE_FULL : EVRC_RATE_HALF;
+    Word16 ltp_residual[kMaxSubframe];
+    for (int n = 0; n < sf.L; ++n) {
+        ltp_residual[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
+    }
     Word16 fcb_index[4] = {};
-    const Word16 gain_index = evrc_acelp(sf.fcb_target, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
+    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
                                          static_cast<Word16>(sf.L), fcb_index);
     if (full) {
         pk.put(fcb_index[0], 8);

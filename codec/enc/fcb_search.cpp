@@ -11,14 +11,14 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d, the tracks with the weakest second candidates get one
-// pulse, and a depth-first search places the pulses: one pulse fixed at the
-// strongest position of a starting track, the others in pairs of tracks
-// searched jointly with the earlier pulses held, from the two strongest
-// starting tracks; in each set every pair of pulses is then taken out and
-// placed again jointly with the other six held (kept when the score rises);
-// each pulse of the better set then moves once to the best place on its
-// track.
+// preset from d and the excitation-domain residual. For the two track shifts whose single-pulse tracks have the
+// weakest second candidates, a depth-first search places the pulses: one
+// pulse fixed at the strongest position of a starting track, the others in
+// pairs of tracks searched jointly with the earlier pulses held, from the two
+// strongest starting tracks; in each set every pair of pulses is then taken
+// out and placed again jointly with the other six held (kept when the score
+// rises); each pulse of the better set then moves to the best place on its
+// track, in two passes.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry nearest 1.2 times the
@@ -36,6 +36,9 @@ constexpr int kMaxLen = 54;
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
+constexpr int kShifts = 4;             // track shifts of the rate-1 layout
+constexpr int kShiftsTried = 2;        // the most promising ones are searched
+constexpr int kRefinePasses = 2;
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -49,7 +52,7 @@ constexpr int kFullGains = 32;
 constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
-constexpr int kRefinePasses = 1;       // pair re-placement passes after the depth-first search
+constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -83,9 +86,39 @@ int bits_of(Word64 v) {
     return b;
 }
 
+Word64 isqrt(Word64 v) {
+    Word64 r = 0;
+    for (Word64 bit = static_cast<Word64>(1) << 62; bit > 0; bit >>= 2) {
+        if (v >= r + bit) {
+            v -= r + bit;
+            r = (r >> 1) + bit;
+        } else {
+            r >>= 1;
+        }
+    }
+    return r;
+}
+
+// Rate 1 signs: those of d[n] / |d| + r[n] / |r| (r the excitation-domain
+// residual, when given), that is of d[n] |r| + r[n] |d|. Other rates keep
+// every sign positive.
+void preset_signs(Search &s, const Word16 *residual) {
+    Word64 dd = 0, rr = 0;
+    for (int n = 0; n < s.L; ++n) {
+        dd += static_cast<Word64>(s.d[n]) * s.d[n];
+        if (residual != nullptr) rr += static_cast<Word64>(residual[n]) * residual[n];
+    }
+    const Word64 d_norm = isqrt(dd), r_norm = isqrt(rr);
+    for (int n = 0; n < s.L; ++n) {
+        const Word64 r = residual != nullptr ? residual[n] : 0;
+        const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
+        s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
+    }
+}
+
 // Backward-filtered target and correlation matrix, each scaled to a fixed
 // headroom (only ratios of them matter).
-void prepare(Search &s, const Word16 *x) {
+void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int L = s.L;
     Word64 d64[kMaxLen];
     Word64 peak = 0;
@@ -97,11 +130,9 @@ void prepare(Search &s, const Word16 *x) {
         peak = a > peak ? a : peak;
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
-    for (int n = 0; n < L; ++n) {
-        s.d[n] = static_cast<Word32>(d64[n] >> dshift);
-        s.sign[n] = (s.fold_signs && s.d[n] < 0) ? -1 : 1;
-        s.d[n] *= s.sign[n];
-    }
+    for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
+    preset_signs(s, residual);
+    for (int n = 0; n < L; ++n) s.d[n] *= s.sign[n];
 
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
@@ -216,10 +247,10 @@ void place(const Search &s, PulseSet &set, int t1, int t2) {
     if (best2 >= 0) add_pulse(s, set, best2);
 }
 
-// Track shift: the two single-pulse tracks are those whose second strongest
-// candidate is weakest (the four shifts allow the pairs (3,4), (4,0),
-// (0,1), (1,2)).
-int choose_track_shift(const Search &s) {
+// Track shifts in order of promise: the two single-pulse tracks should be
+// those whose second strongest candidate is weakest (the four shifts allow
+// the pairs (3,4), (4,0), (0,1), (1,2)). order[0..3] receives the shifts.
+void rank_track_shifts(const Search &s, int *order) {
     Word32 second[kTracks];
     for (int t = 0; t < kTracks; ++t) {
         Word32 first = -1, sec = -1;
@@ -234,13 +265,18 @@ int choose_track_shift(const Search &s) {
         }
         second[t] = sec < 0 ? 0 : sec;
     }
-    int best = 0;
-    for (int ts = 1; ts < 4; ++ts) {
-        const Word32 a = second[(ts + 3) % kTracks] + second[(ts + 4) % kTracks];
-        const Word32 b = second[(best + 3) % kTracks] + second[(best + 4) % kTracks];
-        if (a < b) best = ts;
+    Word32 cost[kShifts];
+    for (int ts = 0; ts < kShifts; ++ts) {
+        cost[ts] = second[(ts + 3) % kTracks] + second[(ts + 4) % kTracks];
+        order[ts] = ts;
     }
-    return best;
+    for (int a = 1; a < kShifts; ++a) {
+        for (int b = a; b > 0 && cost[order[b]] < cost[order[b - 1]]; --b) {
+            const int t = order[b];
+            order[b] = order[b - 1];
+            order[b - 1] = t;
+        }
+    }
 }
 
 int strongest_on_track(const Search &s, int t) {
@@ -289,7 +325,7 @@ void refine(const Search &s, PulseSet &set) {
 // again on its two tracks with the other six held, kept when the score
 // rises.
 void refine_pairs(const Search &s, PulseSet &set) {
-    for (int pass = 0; pass < kRefinePasses; ++pass) {
+    for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             PulseSet trial = {};
             for (int i = 0; i < set.count; ++i) {
@@ -338,7 +374,7 @@ PulseSet search_full(const Search &s, int ts) {
         refine_pairs(s, set);
         if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
-    refine(s, best);
+    for (int pass = 0; pass < kRefinePasses; ++pass) refine(s, best);
     return best;
 }
 
@@ -458,17 +494,26 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
 
 extern "C" {
 
-EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate, Word16 L,
-                           Word16 *indices) {
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
-    prepare(s, target);
+    prepare(s, target, residual);
 
     if (rate == EVRC_RATE_FULL) {
-        const int ts = choose_track_shift(s);
-        const PulseSet set = search_full(s, ts);
+        int order[kShifts];
+        rank_track_shifts(s, order);
+        int ts = order[0];
+        PulseSet set = search_full(s, ts);
+        for (int k = 1; k < kShiftsTried; ++k) {
+            const PulseSet other = search_full(s, order[k]);
+            if (better(other.c, other.e, set.c, set.e)) {
+                set = other;
+                ts = order[k];
+            }
+        }
         encode_full(set, s.sign, ts, indices);
     } else {
         indices[0] = search_half(s);

@@ -94,7 +94,9 @@ typedef struct EvrcEncoderState {
     Word16 noise_gen[3];          /* local decoder: the decoder's noise generator at eighth rate
                                      (have-spare, spare, seed), mirrored */
     Word16 noise_gen_started;     /* 0 until the mirrored generator is seeded */
-    Word16 work_core[69];         /* frame driver, codebook searches, local decoder */
+    Word32 ref_mem[3][10];        /* weighting filter of the modified residual: synthesis with
+                                     the frame's LPC, weighting zeros, weighting poles */
+    Word16 work_core[9];          /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
@@ -238,14 +240,17 @@ EVRC_API void evrc_weighted_synthesis_filter(const Word16 *in, Word16 *out, cons
  * times the filtered acb. Returns the index 0..7 into evrc_acsACBGainTable. */
 EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const Word16 *h, Word16 *fcb_target,
                                 Word16 L);
-/* Fixed-codebook search. I target[L] (adaptive contribution removed), I h[L]
- * Q11, I acb_gain Q14 and I lag: the pitch sharpening the decoder applies,
+/* Fixed-codebook search. I target[L] (adaptive contribution removed), I
+ * residual[L] or NULL: the excitation-domain target less the gained adaptive
+ * vector, which with the backward-filtered target presets the pulse signs at
+ * rate 1, I h[L] Q11, I acb_gain Q14 and I lag: the pitch sharpening the
+ * decoder applies,
  * I rate (4: 35-bit codebook, four fields; 3: 10-bit codebook, one field),
  * I L, O indices[4] (rate 1) or [1] (rate 1/2) in the packet's field layout.
  * Returns the gain index (rate 1: 0..31 into evrc_acsFcbGainVQFull; rate 1/2:
  * 0..15, the decoder reading entry 2 idx + 1). */
-EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate, Word16 L,
-                           Word16 *indices);
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices);
 
 EVRC_EXTERN_C_END
 

@@ -91,10 +91,10 @@ struct Case {
 
 // ---- PINNED: update together with the encoder (see the top comment). ----
 const Case kGolden[] = {
-    {"rate decision", 4, 1, 0x0, {0x3b6e778c98ac1f9full, 13117329u}},
-    {"full rate", 4, 4, 0x0, {0x870be742faa79e11ull, 13212616u}},
-    {"half rate", 3, 3, 0x0, {0x92dd24e1a9c7c4adull, 13177516u}},
-    {"full-rate limiting, N = 2", 4, 1, 0x9, {0x7900f23bd0183b76ull, 12549346u}},
+    {"rate decision", 4, 1, 0x0, {0x4056225a3aba62f8ull, 13194285u}},
+    {"full rate", 4, 4, 0x0, {0x7a9bd4a95754cd3dull, 13284616u}},
+    {"half rate", 3, 3, 0x0, {0xcd5bf960e7ded919ull, 13249516u}},
+    {"full-rate limiting, N = 2", 4, 1, 0x9, {0xfda88a8aa46a10a2ull, 12655212u}},
 };
 
 TEST(EncoderGolden, PacketStreamAndOperationCountArePinned) {

@@ -146,7 +146,7 @@ TEST(CodebookStages, FixedCodebookRecoversItsOwnCodevectors) {
                               (rate == EVRC_RATE_FULL ? 8 : 3);
         if (pulses[54] != 0 || !distinct) continue;
         Word16 found_fields[4] = {};
-        const Word16 gain = evrc_acelp(x, h, 0, 200, rate, 54, found_fields);
+        const Word16 gain = evrc_acelp(x, nullptr, h, 0, 200, rate, 54, found_fields);
         Word16 found[55];
         evrc_dec_fixed_codebook(found, found_fields, rate);
         for (int n = 0; n < 54; ++n) ASSERT_EQ(pulses[n], found[n]) << "iteration " << it << " sample " << n;
