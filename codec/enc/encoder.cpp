@@ -274,6 +274,27 @@ void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     save_filter_memories(st);
 }
 
+// The modified residual less the gained adaptive vector (excitation level),
+// which helps preset the pulse signs.
+void residual_after_acb(const Subframe &sf, Word16 acb_gain, Word16 *out) {
+    for (int n = 0; n < sf.L; ++n) out[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
+}
+
+// Fixed-codebook fields and gain index: 8, 8, 8, 11 and 5 bits at rate 1,
+// 10 and 4 bits otherwise.
+void pack_fixed_codebook(Packer &pk, const Word16 *fcb_index, Word16 gain_index, Word16 cb_rate) {
+    if (cb_rate == EVRC_RATE_FULL) {
+        pk.put(fcb_index[0], 8);
+        pk.put(fcb_index[1], 8);
+        pk.put(fcb_index[2], 8);
+        pk.put(fcb_index[3], 11);
+        pk.put(gain_index, 5);
+    } else {
+        pk.put(fcb_index[0], 10);
+        pk.put(gain_index, 4);
+    }
+}
+
 // Step 13.4: one subframe; returns its adaptive gain index.
 Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, bool side) {
     Subframe sf;
@@ -296,25 +317,13 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     pk.put(acb_index, 3);
     const Word16 acb_gain = evrc_acsACBGainTable[acb_index];
 
-    const bool full = rate == EVRC_RATE_FULL;
-    const Word16 cb_rate = full ? EVRC_RATE_FULL : EVRC_RATE_HALF;
+    const Word16 cb_rate = rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF;
     Word16 ltp_residual[kMaxSubframe];
-    for (int n = 0; n < sf.L; ++n) {
-        ltp_residual[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
-    }
+    residual_after_acb(sf, acb_gain, ltp_residual);
     Word16 fcb_index[4] = {};
     const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
                                          static_cast<Word16>(sf.L), fcb_index);
-    if (full) {
-        pk.put(fcb_index[0], 8);
-        pk.put(fcb_index[1], 8);
-        pk.put(fcb_index[2], 8);
-        pk.put(fcb_index[3], 11);
-        pk.put(gain_index, 5);
-    } else {
-        pk.put(fcb_index[0], 10);
-        pk.put(gain_index, 4);
-    }
+    pack_fixed_codebook(pk, fcb_index, gain_index, cb_rate);
 
     build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
     update_local_decoder(st, sf);
