@@ -22,7 +22,8 @@ fi
 
 SAN="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer"
 CXXFLAGS="-std=c++17 -O1 -g $SAN -I$ROOT/include -I$ROOT"
-mkdir -p "$OUT/obj" "$OUT/seeds/decode" "$OUT/seeds/qcp" "$OUT/corpus/decode" "$OUT/corpus/qcp"
+mkdir -p "$OUT/obj" "$OUT/seeds/decode" "$OUT/seeds/qcp" "$OUT/seeds/encode" "$OUT/corpus/decode" "$OUT/corpus/qcp" \
+         "$OUT/corpus/encode"
 
 # Newest header: a change in any of them rebuilds every object.
 newest_header=$(find "$ROOT/include" "$ROOT/codec" "$ROOT/tests/support" "$ROOT/tools" -name '*.h' -o -name '*.hpp' |
@@ -47,20 +48,22 @@ for i in "${!srcs[@]}"; do
     echo "${srcs[$i]} ${objs[$i]}"
 done | xargs -P "$JOBS" -n 2 bash -c 'compile "$0" "$1"'
 
-for target in fuzz_decode fuzz_qcp; do
+for target in fuzz_decode fuzz_qcp fuzz_encode; do
     $CXX $CXXFLAGS -fsanitize=fuzzer "$ROOT/tests/fuzz/$target.cpp" "${objs[@]}" -o "$OUT/$target"
 done
 $CXX $CXXFLAGS -fsanitize=fuzzer-no-link "$ROOT/tests/fuzz/make_seeds.cpp" "${objs[@]}" -o "$OUT/make_seeds"
-"$OUT/make_seeds" "$OUT/seeds/decode" "$OUT/seeds/qcp"
+"$OUT/make_seeds" "$OUT/seeds/decode" "$OUT/seeds/qcp" "$OUT/seeds/encode"
 
 status=0
-for pair in fuzz_decode:decode fuzz_qcp:qcp; do
+for pair in fuzz_decode:decode fuzz_qcp:qcp fuzz_encode:encode; do
     target=${pair%%:*}
     name=${pair##*:}
     echo "fuzz.sh: running $target for ${TIME}s"
     # Decode inputs are capped at 20 packets so that each run stays short.
     max_len=4096
     [[ $name == decode ]] && max_len=$((2 + 24 * 20))
+    # Encode inputs: the header and at most 24 frames of control byte and PCM.
+    [[ $name == encode ]] && max_len=$((6 + 321 * 24))
     if ! "$OUT/$target" -max_total_time="$TIME" -max_len=$max_len -rss_limit_mb=2048 -timeout=20 -print_final_stats=1 \
             -artifact_prefix="$OUT/crash-$name-" "$OUT/corpus/$name" "$OUT/seeds/$name" \
             >"$OUT/$target.log" 2>&1; then

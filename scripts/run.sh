@@ -1,16 +1,26 @@
 #!/usr/bin/env bash
-# The main job: installs what is missing, makes a Release build and runs it.
-# That means every benchmark program (bench_*), whose results go to the
-# terminal and, as JSON, to build/release/bench-results/, then a speech decode
-# demo with the `evrc` tool into build/release/demo/.
+# The main job: installs what is missing, makes a Release build and does the
+# product's work on real speech: a recorded prompt (Debian's
+# asterisk-core-sounds-en-wav) is encoded with `evrc encode`, decoded with
+# `evrc decode`, through the OpenMAX IL component (`evrc decode --omx`, which
+# must give the identical file) and with FFmpeg when installed; it prints the
+# bit rate, the packets per rate and the encode and decode speed in times
+# real time. Then every benchmark program (bench_*) runs, with results on the
+# terminal and, as JSON, in build/release/bench-results/. The speech files
+# stay in build/release/demo/ for listening.
 #
 # Environment: EVRC_JOBS (default 2), EVRC_SKIP_SETUP=1 to skip package setup,
-# EVRC_BENCH_ARGS extra arguments for every benchmark program.
+# EVRC_BENCH_ARGS extra arguments for every benchmark program, EVRC_SPEECH
+# another speech file to encode (any format libsndfile reads), EVRC_BUILD_DIR
+# another build directory.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-BUILD=$ROOT/build/release
+BUILD=${EVRC_BUILD_DIR:-$ROOT/build/release}
 JOBS=${EVRC_JOBS:-2}
+
+# A path as shown to the user: relative to the source tree when inside it.
+show() { echo "${1#"$ROOT"/}"; }
 
 fail() {
     echo "run.sh: FAILED: $1"
@@ -29,7 +39,46 @@ fi
 cmake -S "$ROOT" -B "$BUILD" ${launcher[@]+"${launcher[@]}"} -DCMAKE_BUILD_TYPE=Release -DEVRC_BUILD_TESTS=OFF \
     -DEVRC_BUILD_BENCH=ON -DEVRC_BUILD_TOOLS=ON >"$BUILD.configure.log" 2>&1 ||
     { cat "$BUILD.configure.log"; fail "cmake configure failed"; }
-nice cmake --build "$BUILD" -j "$JOBS" || fail "build failed"
+echo "run.sh: building into $(show "$BUILD") (log: $(show "$BUILD.build.log"))"
+nice cmake --build "$BUILD" -j "$JOBS" >"$BUILD.build.log" 2>&1 || { tail -n 40 "$BUILD.build.log"; fail "build failed"; }
+
+# --- Speech: encode, decode three ways ------------------------------------
+evrc=$BUILD/tools/evrc
+demo=$BUILD/demo
+mkdir -p "$demo"
+speech=${EVRC_SPEECH:-}
+if [[ -z $speech ]]; then
+    speech=$(find -L /usr/share/asterisk/sounds -name demo-congrats.wav 2>/dev/null | sort | head -n 1)
+fi
+[[ -n $speech && -f $speech ]] || fail "no speech prompt found (install asterisk-core-sounds-en-wav or set EVRC_SPEECH)"
+
+now() { date +%s%N; }
+# times_real_time SECONDS_OF_SPEECH START_NS END_NS
+times_real_time() { awk -v d="$1" -v t=$(($3 - $2)) 'BEGIN { t /= 1e9; printf "%.2f s, %.0fx real time", t, d / t }'; }
+
+echo
+echo "=== speech: $speech ==="
+start=$(now)
+"$evrc" encode "$speech" "$demo/speech.qcp" 2>"$demo/encode.log" || { cat "$demo/encode.log"; fail "evrc encode"; }
+end=$(now)
+seconds=$("$evrc" info "$demo/speech.qcp" | awk '$1 == "duration:" { print $2 }')
+echo "encode  evrc encode        -> demo/speech.qcp      $(times_real_time "$seconds" "$start" "$end")"
+summary=$(cat "$demo/encode.log")
+echo "        ${summary//$demo\//demo/}"
+start=$(now)
+"$evrc" decode "$demo/speech.qcp" "$demo/speech.wav" || fail "evrc decode"
+end=$(now)
+echo "decode  evrc decode        -> demo/speech.wav      $(times_real_time "$seconds" "$start" "$end")"
+start=$(now)
+"$evrc" decode --omx "$demo/speech.qcp" "$demo/speech_omx.wav" 2>"$demo/omx.log" ||
+    { cat "$demo/omx.log"; fail "evrc decode --omx"; }
+end=$(now)
+cmp -s "$demo/speech.wav" "$demo/speech_omx.wav" || fail "codec and component decodes differ"
+echo "decode  evrc decode --omx  -> demo/speech_omx.wav  $(times_real_time "$seconds" "$start" "$end"), identical to speech.wav"
+if command -v ffmpeg >/dev/null; then
+    ffmpeg -nostdin -v error -y -i "$demo/speech.qcp" "$demo/speech_ffmpeg.wav" || fail "FFmpeg cannot decode speech.qcp"
+    echo "decode  ffmpeg             -> demo/speech_ffmpeg.wav"
+fi
 
 # --- Benchmarks ---------------------------------------------------------
 results=$BUILD/bench-results
@@ -47,26 +96,5 @@ for b in "${benches[@]}"; do
         fail "$name failed"
 done
 
-# --- Speech decode demo -------------------------------------------------
-# A synthetic 10-second conversation (there is no encoder yet) written as a
-# QCP file, decoded to WAV by the codec API and through the OpenMAX
-# component; the two WAV files must be identical. FFmpeg's decoder, when
-# installed, decodes the same file for comparison.
-demo=$BUILD/demo
-mkdir -p "$demo"
 echo
-echo "=== speech decode demo ==="
-"$BUILD/tools/evrc_demo_stream" "$demo/conversation.qcp" 10 || fail "demo stream"
-"$BUILD/tools/evrc" decode "$demo/conversation.qcp" "$demo/conversation.wav" || fail "evrc decode"
-"$BUILD/tools/evrc" decode --omx "$demo/conversation.qcp" "$demo/conversation_omx.wav" 2>/dev/null ||
-    fail "evrc decode --omx"
-cmp -s "$demo/conversation.wav" "$demo/conversation_omx.wav" ||
-    fail "codec and component decodes differ"
-echo "decoded $demo/conversation.wav (codec API) and conversation_omx.wav (component): identical"
-if command -v ffmpeg >/dev/null; then
-    ffmpeg -v quiet -y -i "$demo/conversation.qcp" "$demo/conversation_ffmpeg.wav" &&
-        echo "FFmpeg's decode of the same file: $demo/conversation_ffmpeg.wav"
-fi
-
-echo
-echo "run.sh: done (${#benches[@]} benchmark programs; results in $results)"
+echo "run.sh: done (speech in $(show "$demo"); ${#benches[@]} benchmark programs, results in $(show "$results"))"

@@ -173,9 +173,11 @@ std::array<int, 256> payload_sizes(const std::vector<QcpRateMapEntry> &map) {
     return sizes;
 }
 
-// Splits the 'data' chunk into packets; `base` is its file offset.
+// Splits the 'data' chunk into packets; `base` is its file offset. A chunk
+// that ends inside a packet is an error, or, when `forgiving`, the end of
+// the stream, described in `damage` unless something was found before.
 std::string parse_data(const std::uint8_t *p, std::size_t n, std::uint64_t base, const QcpFormat &f,
-                       std::vector<QcpPacket> &packets) {
+                       std::vector<QcpPacket> &packets, bool forgiving, std::string &damage) {
     const std::array<int, 256> sizes = payload_sizes(f.rate_map);
     std::size_t pos = 0;
     while (pos < n) {
@@ -186,9 +188,13 @@ std::string parse_data(const std::uint8_t *p, std::size_t n, std::uint64_t base,
         if (size >= 0) {
             take = static_cast<std::size_t>(size);
             if (n - pos - 1 < take) {
-                return format("'data' chunk ends inside a packet at byte offset %llu: rate %u needs %zu bytes, "
-                              "%zu present",
-                              static_cast<unsigned long long>(base + pos), pkt.rate, take + 1, n - pos);
+                std::string problem =
+                    format("'data' chunk ends inside a packet at byte offset %llu: rate %u needs %zu bytes, "
+                           "%zu present",
+                           static_cast<unsigned long long>(base + pos), pkt.rate, take + 1, n - pos);
+                if (!forgiving) return problem;
+                if (damage.empty()) damage = std::move(problem);
+                return {};
             }
         } else {
             // Unknown rate octet: the packet is lost but the file goes on; it
@@ -212,7 +218,8 @@ int evrc_payload_bytes(int rate) {
     return rate == EVRC_RATE_QUARTER ? -1 : payload_bytes(rate);
 }
 
-QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
+QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size, QcpReadMode mode) {
+    const bool forgiving = mode == QcpReadMode::kForgiving;
     static const std::uint8_t riff[4] = {'R', 'I', 'F', 'F'};
     if (size == 0) return fail("empty file");
     if (size < 4 && std::memcmp(bytes, riff, size) == 0) return fail("truncated RIFF header");
@@ -220,13 +227,20 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
     if (size < 12) return fail(format("truncated RIFF header: %zu bytes", size));
     if (!is_id(bytes + 8, "QLCM")) return fail("not a QCP file: RIFF form type is " + fourcc(bytes + 8) + ", not 'QLCM'");
     const std::uint64_t declared = static_cast<std::uint64_t>(le32(bytes + 4)) + 8;
-    if (declared > size) {
+    // A file cut short is read up to where it stops when forgiving.
+    const bool cut = declared > size;
+    if (cut && !forgiving) {
         return fail(format("truncated file: the RIFF header declares %llu bytes, %zu present",
                            static_cast<unsigned long long>(declared), size));
     }
-    const std::size_t end = static_cast<std::size_t>(declared);
+    const std::size_t end = cut ? size : static_cast<std::size_t>(declared);
 
     QcpReadResult result;
+    std::string damage;  // the first sign of damage met in a forgiving read
+    if (cut) {
+        damage = format("truncated at byte %zu", size);
+        result.truncated_at = size;
+    }
     QcpFormat &f = result.file.format;
     bool have_fmt = false;
     const std::uint8_t *data = nullptr;
@@ -234,15 +248,23 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
     std::size_t data_at = 0;
     std::size_t pos = 12;
     while (pos < end) {
-        if (end - pos < 8) return fail(format("truncated chunk header at byte offset %zu", pos));
+        if (end - pos < 8) {
+            std::string problem = format("truncated chunk header at byte offset %zu", pos);
+            if (!forgiving) return fail(problem);
+            if (damage.empty()) damage = std::move(problem);
+            break;
+        }
         const std::uint8_t *id = bytes + pos;
         const std::uint64_t csize = le32(bytes + pos + 4);
         const std::size_t body = pos + 8;
-        if (csize > end - body) {
-            return fail(format("truncated %s chunk at byte offset %zu: declares %llu bytes, %zu present",
-                               fourcc(id).c_str(), pos, static_cast<unsigned long long>(csize), end - body));
+        std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(csize, end - body));
+        const bool chunk_cut = csize > end - body;
+        if (chunk_cut) {
+            std::string problem = format("truncated %s chunk at byte offset %zu: declares %llu bytes, %zu present",
+                                         fourcc(id).c_str(), pos, static_cast<unsigned long long>(csize), end - body);
+            if (!forgiving || (is_id(id, "fmt ") && !have_fmt && n < kFmtMinSize)) return fail(problem);
+            if (damage.empty()) damage = std::move(problem);
         }
-        const std::size_t n = static_cast<std::size_t>(csize);
         if (is_id(id, "fmt ") && !have_fmt) {
             std::string err = parse_fmt(bytes + body, n, f);
             if (!err.empty()) return fail(err);
@@ -250,10 +272,12 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
             if (!err.empty()) return fail(err);
             have_fmt = true;
         } else if (is_id(id, "vrat") && !f.has_vrat) {
-            if (n < 8) return fail(format("'vrat' chunk too short: %zu bytes, 8 needed", n));
-            f.has_vrat = true;
-            f.variable_rate = le32(bytes + body);
-            f.packet_count = le32(bytes + body + 4);
+            if (n < 8 && !chunk_cut) return fail(format("'vrat' chunk too short: %zu bytes, 8 needed", n));
+            if (n >= 8) {
+                f.has_vrat = true;
+                f.variable_rate = le32(bytes + body);
+                f.packet_count = le32(bytes + body + 4);
+            }
         } else if (is_id(id, "data") && data == nullptr) {
             data = bytes + body;
             data_size = n;
@@ -262,17 +286,21 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size) {
         // A missing pad byte after the last chunk is tolerated.
         pos = body + n + (n & 1);
     }
-    if (!have_fmt) return fail("no 'fmt ' chunk");
-    if (data == nullptr) return fail("no 'data' chunk");
+    if (!have_fmt) return fail(cut ? format("truncated at byte %zu, before the 'fmt ' chunk", size) : "no 'fmt ' chunk");
+    // A damaged file that stops before its 'data' chunk holds no packets.
+    if (data == nullptr && damage.empty()) return fail("no 'data' chunk");
     std::string err = check_rate_map(f.rate_map);
     if (!err.empty()) return fail(err);
-    err = parse_data(data, data_size, data_at, f, result.file.packets);
-    if (!err.empty()) return fail(err);
+    if (data != nullptr) {
+        err = parse_data(data, data_size, data_at, f, result.file.packets, forgiving, damage);
+        if (!err.empty()) return fail(err);
+    }
+    result.damage = std::move(damage);
     result.ok = true;
     return result;
 }
 
-QcpReadResult read_qcp(const std::string &path) {
+QcpReadResult read_qcp(const std::string &path, QcpReadMode mode) {
     struct Closer {
         void operator()(std::FILE *fp) const { std::fclose(fp); }
     };
@@ -286,7 +314,7 @@ QcpReadResult read_qcp(const std::string &path) {
         if (got < sizeof buf) break;
     }
     if (std::ferror(fp.get())) return fail(std::string("cannot read: ") + std::strerror(errno));
-    return read_qcp(bytes.data(), bytes.size());
+    return read_qcp(bytes.data(), bytes.size(), mode);
 }
 
 bool write_qcp(const std::vector<QcpPacket> &packets, std::vector<std::uint8_t> &out, std::string &error) {

@@ -81,13 +81,25 @@ struct QcpReadResult {
     bool ok = false;
     std::string error;  // set when !ok
     QcpFile file;
+    // Forgiving reads of a damaged file: what is wrong with it (for example
+    // "truncated at byte 1234"), empty when the file is whole.
+    std::string damage;
+    std::uint64_t truncated_at = 0;  // file size when it stops short of its header's length
     explicit operator bool() const { return ok; }
 };
 
+// Strict reading refuses a file that stops short of the length its headers
+// declare. Forgiving reading takes every whole packet such a file holds (a
+// recording whose copy stopped early) and describes the loss in `damage`;
+// it still refuses files that are not EVRC QCP, and files cut before the
+// 'fmt ' chunk is complete.
+enum class QcpReadMode { kStrict, kForgiving };
+
 // Parses a QCP image held in memory.
-EVRC_API QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size);
+EVRC_API QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size,
+                                QcpReadMode mode = QcpReadMode::kStrict);
 // Reads and parses a QCP file; I/O failures are reported like format errors.
-EVRC_API QcpReadResult read_qcp(const std::string &path);
+EVRC_API QcpReadResult read_qcp(const std::string &path, QcpReadMode mode = QcpReadMode::kStrict);
 
 // Builds an EVRC QCP image from packets whose rate octets are 0, 1, 3 or 4
 // and whose data have the size the rate needs. Returns false with `error`

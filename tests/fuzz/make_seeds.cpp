@@ -1,6 +1,8 @@
 // Writes seed inputs for the fuzz targets: valid packet sequences in both
-// packet layouts, and valid QCP files.
-//   make_seeds DECODE_DIR QCP_DIR
+// packet layouts, valid QCP files, and encoder inputs (parameter header and
+// frames of tones, noise and silence).
+//   make_seeds DECODE_DIR QCP_DIR [ENCODE_DIR]
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -16,8 +18,8 @@ static bool save(const std::string &path, const std::vector<std::uint8_t> &bytes
 }
 
 int main(int argc, char **argv) {
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: make_seeds DECODE_DIR QCP_DIR\n");
+    if (argc != 3 && argc != 4) {
+        std::fprintf(stderr, "usage: make_seeds DECODE_DIR QCP_DIR [ENCODE_DIR]\n");
         return 2;
     }
     std::mt19937 rng(42);
@@ -43,6 +45,24 @@ int main(int argc, char **argv) {
             !save(argv[2] + name + ".qcp", qcp)) {
             return 1;
         }
+    }
+    // Encoder seeds: default parameters (full down to eighth), then forced
+    // eighth, then half rate at most; 12 frames of a tone with pauses, noise.
+    for (int n = 0; argc == 4 && n < 3; ++n) {
+        std::vector<std::uint8_t> input = {2, static_cast<std::uint8_t>(n == 2 ? 0 : 3), 0, 0,
+                                           static_cast<std::uint8_t>(n == 1 ? 1 : 0), 0};
+        std::normal_distribution<double> noise(0.0, 300.0);
+        for (int f = 0; f < 12; ++f) {
+            input.push_back(0);
+            for (int i = 0; i < 160; ++i) {
+                const double t = (f * 160 + i) / 8000.0;
+                const double tone = f % 4 == 3 ? 0.0 : 6000 * std::sin(2 * 3.14159265 * (150 + 40 * f) * t);
+                const auto v = static_cast<std::int16_t>(std::lround(tone + noise(rng)));
+                input.push_back(static_cast<std::uint8_t>(v & 0xFF));
+                input.push_back(static_cast<std::uint8_t>((v >> 8) & 0xFF));
+            }
+        }
+        if (!save(std::string(argv[3]) + "/seed" + std::to_string(n) + ".bin", input)) return 1;
     }
     return 0;
 }

@@ -2,8 +2,13 @@
 #include <sndfile.h>
 #include <sys/wait.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -92,6 +97,51 @@ Pcm read_wav(const std::string &path) {
     return pcm;
 }
 
+// Any audio file as 8 kHz mono samples, checking the rate and channels.
+Pcm read_audio(const std::string &path) {
+    SF_INFO info{};
+    SNDFILE *sf = sf_open(path.c_str(), SFM_READ, &info);
+    EXPECT_NE(sf, nullptr) << path << ": " << sf_strerror(nullptr);
+    if (sf == nullptr) return {};
+    EXPECT_EQ(info.samplerate, 8000);
+    EXPECT_EQ(info.channels, 1);
+    Pcm pcm(static_cast<std::size_t>(info.frames));
+    EXPECT_EQ(sf_read_short(sf, pcm.data(), info.frames), info.frames);
+    sf_close(sf);
+    return pcm;
+}
+
+// Writes a speech-band chirp with some noise; returns the first channel.
+Pcm write_tone(const std::string &path, int format, int rate, int channels, double seconds) {
+    std::mt19937 rng(7);
+    std::normal_distribution<double> noise(0.0, 300.0);
+    const auto frames = static_cast<std::size_t>(seconds * rate);
+    Pcm first(frames), all;
+    for (std::size_t i = 0; i < frames; ++i) {
+        const double t = static_cast<double>(i) / rate;
+        const double v = 6000.0 * std::sin(2 * M_PI * (200.0 + 400.0 * t) * t) + noise(rng);
+        first[i] = static_cast<std::int16_t>(v);
+        for (int c = 0; c < channels; ++c) all.push_back(static_cast<std::int16_t>(c == 0 ? v : v / 2));
+    }
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = channels;
+    info.format = format;
+    SNDFILE *sf = sf_open(path.c_str(), SFM_WRITE, &info);
+    EXPECT_NE(sf, nullptr) << path << ": " << sf_strerror(nullptr);
+    if (sf == nullptr) return first;
+    EXPECT_EQ(sf_writef_short(sf, all.data(), static_cast<sf_count_t>(frames)), static_cast<sf_count_t>(frames));
+    sf_close(sf);
+    return first;
+}
+
+// Outputs are written beside their destination under a dot name and renamed.
+void expect_no_temporary_files() {
+    for (const auto &entry : std::filesystem::directory_iterator(tmp())) {
+        EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
+    }
+}
+
 // A failure is one line on stderr that starts with the file's name.
 void expect_file_error(const ToolRun &r, const std::string &file, const std::string &problem) {
     EXPECT_EQ(r.status, 1) << r.err;
@@ -103,9 +153,13 @@ void expect_file_error(const ToolRun &r, const std::string &file, const std::str
 TEST(Tool, HelpAndUsageErrors) {
     const ToolRun help = run({"--help"});
     EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.out.find("usage: evrc decode"), std::string::npos) << help.out;
+    EXPECT_NE(help.out.find("usage: evrc encode"), std::string::npos) << help.out;
     EXPECT_EQ(run({}).status, 2);
-    for (const auto &args : std::vector<std::vector<std::string>>{{"encode", "a", "b"}, {"decode"},
+    for (const auto &args : std::vector<std::vector<std::string>>{{"encode", "a"}, {"encode", "--max-rate", "quarter", "a", "b"},
+                                                                  {"encode", "--limit", "-1", "a", "b"},
+                                                                  {"encode", "--limit-mode", "run", "a", "b"},
+                                                                  {"encode", "--min-rate", "full", "--max-rate", "half", "a", "b"},
+                                                                  {"info"}, {"transcode", "a", "b"}, {"decode"},
                                                                   {"decode", "in.qcp"}, {"decode", "a", "b", "c"},
                                                                   {"decode", "--bogus", "a", "b"},
                                                                   {"decode", "--omx", "--no-postfilter", "a", "b"}}) {
@@ -154,15 +208,192 @@ TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
     save(tmp("odd.bin"), Bytes(50, 4));
     const std::pair<std::string, const char *> inputs[] = {{tmp("missing.qcp"), "cannot open"},
                                                            {tmp(), "cannot"},
-                                                           {tmp("text.qcp"), "not a RIFF file"},
-                                                           {tmp("cut.qcp"), "truncated"}};
-    for (const auto &[in, problem] : inputs) expect_file_error(run({"decode", in, out}), in, problem);
-    expect_file_error(run({"decode", "--raw", tmp("odd.bin"), out}), tmp("odd.bin"), "24-byte packet slots");
+                                                           {tmp("text.qcp"), "not a RIFF file"}};
+    for (const auto &[in, problem] : inputs) {
+        expect_file_error(run({"decode", in, out}), in, problem);
+        expect_file_error(run({"info", in}), in, problem);
+    }
+    expect_file_error(run({"decode", "--strict", tmp("cut.qcp"), out}), tmp("cut.qcp"), "truncated");
+    expect_file_error(run({"decode", "--strict", "--raw", tmp("odd.bin"), out}), tmp("odd.bin"), "24-byte packet slots");
+    expect_file_error(run({"decode", good, tmp("out.xyz")}), tmp("out.xyz"), "unknown output format");
     EXPECT_EQ(slurp(out), "keep") << "a failed decode must not touch the output";
 
     expect_file_error(run({"decode", good, tmp("no/such/dir/out.wav")}), tmp("no/such/dir/out.wav"), "cannot create");
     expect_file_error(run({"decode", good, good}), good, "refusing to overwrite");
     EXPECT_EQ(slurp(good), qcp);
+    expect_no_temporary_files();
+}
+
+// Audio files of any rate and channel count are brought to 8 kHz mono and
+// encoded; every reader of QCP files reads the result.
+TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
+    struct Case {
+        const char *name;
+        int format, rate, channels;
+        double seconds;
+    };
+    const Case cases[] = {{"stereo.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44100, 2, 1.53},
+                          {"wide.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16000, 1, 0.71}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        write_tone(tmp(c.name), c.format, c.rate, c.channels, c.seconds);
+        const std::string qcp = tmp(std::string(c.name) + ".qcp");
+        const ToolRun enc = run({"encode", tmp(c.name), qcp});
+        ASSERT_EQ(enc.status, 0) << enc.err;
+        const std::size_t packets = static_cast<std::size_t>(std::ceil(c.seconds * 50));
+        EXPECT_NE(enc.err.find(std::to_string(packets) + " packets"), std::string::npos) << enc.err;
+
+        const evrc::QcpReadResult r = evrc::read_qcp(qcp);
+        ASSERT_TRUE(r) << r.error;
+        EXPECT_EQ(r.file.packets.size(), packets);
+        ASSERT_EQ(run({"decode", qcp, tmp("dec.flac")}).status, 0);
+        EXPECT_EQ(read_audio(tmp("dec.flac")).size(), packets * EVRC_FRAME_SIZE);
+        const ToolRun info = run({"info", qcp});
+        EXPECT_EQ(info.status, 0) << info.err;
+        EXPECT_NE(info.out.find("problems:  none"), std::string::npos) << info.out;
+        if (std::system("command -v ffmpeg >/dev/null 2>&1") == 0) {
+            const std::string cmd = "ffmpeg -nostdin -v error -y -i '" + qcp + "' '" + tmp("ff.wav") + "'";
+            ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+            EXPECT_EQ(read_audio(tmp("ff.wav")).size(), packets * EVRC_FRAME_SIZE);
+        }
+    }
+
+    // 8 kHz 16-bit mono reaches the encoder untouched: the same samples from
+    // standard input give the same file; raw slots decode to the same speech.
+    const Pcm tone = write_tone(tmp("narrow.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 0.5);
+    Bytes le;
+    for (std::int16_t v : tone) {
+        le.push_back(static_cast<std::uint8_t>(v & 0xFF));
+        le.push_back(static_cast<std::uint8_t>((static_cast<std::uint16_t>(v) >> 8) & 0xFF));
+    }
+    save(tmp("narrow.pcm"), le);
+    ASSERT_EQ(run({"encode", tmp("narrow.wav"), tmp("file.qcp")}).status, 0);
+    ASSERT_EQ(std::system(("'" + std::string(EVRC_TOOL_PATH) + "' encode - '" + tmp("pipe.qcp") + "' <'" +
+                           tmp("narrow.pcm") + "' 2>/dev/null")
+                              .c_str()),
+              0);
+    EXPECT_EQ(slurp(tmp("file.qcp")), slurp(tmp("pipe.qcp")));
+    ASSERT_EQ(run({"encode", "--raw", tmp("narrow.wav"), tmp("slots.bin")}).status, 0);
+    ASSERT_EQ(run({"decode", "--raw", tmp("slots.bin"), tmp("slots.wav")}).status, 0);
+    ASSERT_EQ(run({"decode", tmp("file.qcp"), tmp("file.wav")}).status, 0);
+    EXPECT_EQ(read_wav(tmp("slots.wav")), read_wav(tmp("file.wav")));
+    const ToolRun piped = run({"decode", tmp("file.qcp"), "-"});
+    ASSERT_EQ(piped.status, 0);
+    EXPECT_EQ(piped.out.size(), 2 * read_wav(tmp("file.wav")).size());
+}
+
+// The rate options reach the encoder's rate control: every packet sequence
+// keeps the bound each option sets.
+TEST(Tool, RateOptionsBoundThePackets) {
+    write_tone(tmp("rates.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 2.0);
+    auto rates = [](std::vector<std::string> options) {
+        options.insert(options.begin(), "encode");
+        options.push_back(tmp("rates.wav"));
+        options.push_back(tmp("rates.qcp"));
+        const ToolRun r = run(options);
+        EXPECT_EQ(r.status, 0) << r.err;
+        std::vector<int> out;
+        for (const evrc::QcpPacket &p : evrc::read_qcp(tmp("rates.qcp")).file.packets) out.push_back(p.rate);
+        return out;
+    };
+    auto count = [](const std::vector<int> &v, int rate) { return std::count(v.begin(), v.end(), rate); };
+    // Distance between full-rate packets, and the longest run of them.
+    auto full_gap_and_run = [](const std::vector<int> &v) {
+        std::size_t gap = v.size(), run = 0, longest = 0;
+        for (std::size_t i = 0, last = SIZE_MAX; i < v.size(); ++i) {
+            if (v[i] != EVRC_RATE_FULL) {
+                run = 0;
+                continue;
+            }
+            if (last != SIZE_MAX) gap = std::min(gap, i - last);
+            last = i;
+            longest = std::max(longest, ++run);
+        }
+        return std::make_pair(gap, longest);
+    };
+
+    const std::vector<int> free_rates = rates({});
+    ASSERT_EQ(free_rates.size(), 100u);
+    EXPECT_GT(full_gap_and_run(free_rates).second, 3u) << "the test signal needs runs of full-rate frames";
+    EXPECT_EQ(count(rates({"--max-rate", "half"}), EVRC_RATE_FULL), 0);
+    EXPECT_EQ(count(rates({"--max-rate", "eighth"}), EVRC_RATE_EIGHTH), 100);
+    EXPECT_EQ(count(rates({"--min-rate", "half"}), EVRC_RATE_EIGHTH), 0);
+    EXPECT_EQ(count(rates({"--min-rate", "full"}), EVRC_RATE_FULL), 100);
+    const std::vector<int> spaced = rates({"--limit", "3"});
+    EXPECT_GT(count(spaced, EVRC_RATE_FULL), 0);
+    EXPECT_GE(full_gap_and_run(spaced).first, 4u);
+    const std::vector<int> runs = rates({"--limit", "2", "--limit-mode", "run"});
+    EXPECT_EQ(full_gap_and_run(runs).second, 2u);
+}
+
+TEST(Tool, BadEncoderInputIsNamedAndNothingIsWritten) {
+    write_tone(tmp("ok.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 0.1);
+    save(tmp("text.wav"), Bytes{'h', 'e', 'l', 'l', 'o', '\n'});
+    save(tmp("empty.wav"), Bytes{});
+    const std::string out = tmp("enc_untouched.qcp");
+    save(out, Bytes{'k', 'e', 'e', 'p'});
+    const std::pair<std::string, const char *> inputs[] = {
+        {tmp("missing.wav"), "cannot open"}, {tmp("text.wav"), "not an audio file"}, {tmp("empty.wav"), "empty"}};
+    for (const auto &[in, problem] : inputs) expect_file_error(run({"encode", in, out}), in, problem);
+    EXPECT_EQ(slurp(out), "keep");
+    std::filesystem::create_directories(tmp("locked"));
+    std::filesystem::permissions(tmp("locked"), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    if (geteuid() != 0) {  // root writes anywhere
+        expect_file_error(run({"encode", tmp("ok.wav"), tmp("locked/out.qcp")}), tmp("locked/out.qcp"), "cannot create");
+    }
+    expect_file_error(run({"encode", tmp("ok.wav"), tmp("none/out.qcp")}), tmp("none/out.qcp"), "cannot create");
+    expect_file_error(run({"encode", tmp("ok.wav"), tmp()}), tmp(), "cannot create");
+    EXPECT_TRUE(std::filesystem::is_empty(tmp("locked")));
+    expect_no_temporary_files();
+}
+
+TEST(Tool, InfoNamesWhatIsWrongWithoutRefusing) {
+    std::string qcp = slurp(write_qcp_file("info.qcp", random_stream(13, 8)));
+    const ToolRun whole = run({"info", tmp("info.qcp")});
+    ASSERT_EQ(whole.status, 0) << whole.err;
+    EXPECT_NE(whole.out.find("duration:  0.18 s (9 packets of 20 ms)"), std::string::npos) << whole.out;
+    EXPECT_NE(whole.out.find("packets:   full 4, half 2, eighth 2, blank 1; unknown rate 0"), std::string::npos)
+        << whole.out;
+    EXPECT_NE(whole.out.find("problems:  none"), std::string::npos) << whole.out;
+
+    qcp.replace(qcp.find("vrat"), 4, "junk");          // an unknown chunk now
+    qcp[qcp.find("data") + 8] = static_cast<char>(2);  // a rate octet the rate map does not list
+    save(tmp("odd.qcp"), Bytes(qcp.begin(), qcp.end()));
+    const ToolRun odd = run({"info", tmp("odd.qcp")});
+    ASSERT_EQ(odd.status, 0) << odd.err;
+    EXPECT_NE(odd.out.find("no 'vrat' chunk"), std::string::npos) << odd.out;
+    EXPECT_NE(odd.out.find("packets of unknown rate"), std::string::npos) << odd.out;
+}
+
+// A recording cut off anywhere in its packets gives up only what was cut:
+// every whole packet before the cut decodes as in the full file.
+TEST(Tool, CutFilesDecodeTheirWholePacketsUnlessStrict) {
+    const std::vector<Bytes> stream = random_stream(11, 7);
+    const std::string full = write_qcp_file("whole.qcp", stream);
+    const std::string bytes = slurp(full);
+    const Pcm want = decode_directly(stream, 0);
+    const std::size_t data_at = bytes.find("data");
+    ASSERT_NE(data_at, std::string::npos);
+    std::vector<std::size_t> packet_end;  // file offset after each packet
+    std::size_t at = data_at + 8;
+    for (const Bytes &b : stream) packet_end.push_back(at += b.size());
+    const std::string cut = tmp("cut_sweep.qcp");
+    for (std::size_t len = data_at; len < bytes.size(); ++len) {
+        SCOPED_TRACE(len);
+        save(cut, Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(len)));
+        const std::size_t whole = static_cast<std::size_t>(
+            std::upper_bound(packet_end.begin(), packet_end.end(), len) - packet_end.begin());
+        const ToolRun r = run({"decode", cut, tmp("cut.wav")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, cut + ": truncated at byte " + std::to_string(len) + ": decoded " + std::to_string(whole) +
+                             " packets\n");
+        EXPECT_EQ(read_wav(tmp("cut.wav")), Pcm(want.begin(), want.begin() + static_cast<std::ptrdiff_t>(whole * EVRC_FRAME_SIZE)));
+        expect_file_error(run({"decode", "--strict", cut, tmp("strict.wav")}), cut, "truncated");
+        EXPECT_FALSE(std::filesystem::exists(tmp("strict.wav")));
+        const ToolRun info = run({"info", cut});
+        EXPECT_EQ(info.status, 0);
+        EXPECT_NE(info.out.find("problems:  truncated at byte " + std::to_string(len)), std::string::npos) << info.out;
+    }
 }
 
 }  // namespace

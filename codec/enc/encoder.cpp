@@ -1,0 +1,406 @@
+// Encoder frame driver: LPC analysis, open-loop pitch, rate decision, LSP
+// quantisation, then per subframe the delay contour, signal modification,
+// adaptive and fixed codebook searches in the weighted domain and the local
+// decoder that keeps the excitation history and filter memories in step with
+// what the decoder will hold. The packet is written field by field as the
+// stages produce their indices.
+//
+// The target of a subframe is the weighted modified speech: the modified
+// residual through the synthesis filter of the LPC set that produced the
+// residual and the subframe's perceptual weighting (memories ref_mem), less
+// the zero-input response of the weighted synthesis filter that the
+// excitation drives (memories wsf_mem).
+#include <cstring>
+
+#include "codec/basic/fixed_point.h"
+#include "codec/enc/encoder_internal.h"
+#include "evrc/evrc_dec.h"
+#include "evrc/evrc_enc.h"
+#include "evrc/evrc_tables.h"
+
+static_assert(sizeof(EvrcEncoderState) == 3544, "the encoder state record is 3544 bytes on every target");
+
+namespace {
+
+constexpr int kOrder = 10;
+constexpr int kFrame = EVRC_ENC_FRAME;
+constexpr int kHistory = EVRC_ENC_HISTORY;
+constexpr int kSubframes = 3;
+constexpr int kMaxSubframe = 54;
+constexpr int kAhead = 10;                 // samples the adaptive codebook builds beyond a subframe
+constexpr int kFcbVectorLen = 55;          // the decoder's fixed-codebook vector
+constexpr int kPacketWords = 12;
+constexpr Word16 kLspToLpcShift = 3;       // LSP to Q12 LPC
+constexpr Word16 kImpulse = 2048;          // unit pulse of the impulse response (Q11)
+constexpr int kEighthBlock = 54;           // filter update of an eighth-rate frame
+constexpr Word16 kDelayMin = 20;
+constexpr Word32 kFlatContourJump = 16;    // delay jumps this large are not interpolated
+constexpr Word32 kDeltaOffset = 16;
+constexpr UWord16 kDeltaClearMask = 0xF07F;  // delta-delay bits of packet word 3
+constexpr int kDeltaWord = 3;
+constexpr int kBlockTaps3 = 3;             // half-widths of the two interpolation filters
+constexpr int kBlockTaps8 = 8;
+constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
+constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
+constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to the excitation
+constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor would bias the level)
+constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the excitation
+
+using FilterMemory = Word32[3][kOrder];
+
+// Packing cursor over the packet's bit words.
+struct Packer {
+    Word16 acc;
+    Word16 free_bits;
+    UWord16 *out;
+    void put(Word32 value, Word32 width) { evrc_bit_pack(value, &acc, &free_bits, width, &out); }
+};
+
+// LSP index widths per rate: full, half, and every other code.
+void pack_lsp_indices(Packer &pk, const Word16 *index, Word16 rate) {
+    static const Word32 kFull[4] = {6, 6, 9, 7};
+    static const Word32 kHalf[3] = {7, 7, 8};
+    static const Word32 kOther[2] = {4, 4};
+    const Word32 *widths = rate == EVRC_RATE_FULL ? kFull : (rate == EVRC_RATE_HALF ? kHalf : kOther);
+    const int n = rate == EVRC_RATE_FULL ? 4 : (rate == EVRC_RATE_HALF ? 3 : 2);
+    for (int i = 0; i < n; ++i) pk.put(index[i], widths[i]);
+}
+
+// Subframe LPC sets (Q12) from LSPs interpolated between two frames.
+void subframe_lpcs(const Word16 *prev, const Word16 *cur, Word16 (*lpc)[kOrder]) {
+    for (int j = 0; j < kSubframes; ++j) {
+        Word16 lsp[kOrder];
+        cmn1x_interpolate_lsp(prev, cur, lsp, evrc_acsLSPInterpTbl[j]);
+        cmn1x_lsp2lpc(lsp, lpc[j], kLspToLpcShift);
+    }
+}
+
+// Step 3: windowing, autocorrelation, Durbin, flag, expansion, LSPs.
+void analyse_lpc(EvrcEncoderState *st) {
+    Word16 windowed[kFrame];
+    st->window_shift = cmn1x_hamming_window(st->asSpeech + kFrame, windowed);
+    st->autocorr_shift = evrc_autocorr(windowed, st->autocorr);
+    st->pred_error = cmn1x_durbins_recursion(st->autocorr, st->lpc);
+    st->sLpcFlag = evrc_update_lpcflag(st);
+    evrc_bandwidth_expand_lpcs(st->lpc);
+    cmn1x_lpc2pq(st->lpc, st->p_poly, st->q_poly);
+    cmn1x_pq2lsp(st->p_poly, st->q_poly, st->uq_lsp, st->root_lsp);
+}
+
+// Steps 4 and 5: unquantised subframe filters, then the Q12 LPC copies.
+void update_lpc_copies(EvrcEncoderState *st) {
+    subframe_lpcs(st->root_lsp, st->uq_lsp, st->uqlpc);
+    std::memcpy(st->root_lsp, st->uq_lsp, sizeof(st->root_lsp));
+    std::memcpy(st->prev_lpc, st->cur_lpc, sizeof(st->prev_lpc));
+    for (int i = 0; i < kOrder; ++i) st->cur_lpc[i] = fx::round32(fx::L_shl(st->lpc[i], 1));
+}
+
+// Perceptual weighting zeros and poles of one unquantised LPC set.
+void weighting_coefficients(const Word16 *lpc, Word16 *num, Word16 *den) {
+    for (int i = 0; i < kOrder; ++i) {
+        num[i] = fx::round32(fx::L_mult(evrc_acsGamma90Tab[i], lpc[i]));
+        den[i] = fx::round32(fx::L_mult(evrc_acsGamma50Tab[i], lpc[i]));
+    }
+}
+
+// Saved filter memories take the working ones.
+void save_filter_memories(EvrcEncoderState *st) { std::memcpy(st->wsf_mem[1], st->wsf_mem[0], sizeof(st->wsf_mem[0])); }
+
+// The decoder's eighth-rate excitation: its Gaussian generator (seeded as
+// the decoder seeds it) scaled by the energy row's three subframe gains,
+// round(2 g n / 2^22), written through the history as the decoder does.
+void mirror_noise_excitation(EvrcEncoderState *st, Word16 energy_index) {
+    EvrcGaussRecord gen = {st->noise_gen[0], st->noise_gen[1], st->noise_gen[2]};
+    if (st->noise_gen_started == 0) {
+        gen = {0, 0, kDecoderNoiseSeed};
+        st->noise_gen_started = 1;
+    }
+    Word16 noise[kFrame];
+    for (Word16 &v : noise) v = evrc_ran_gaussian(&gen);
+    st->noise_gen[0] = gen.gauss_have_spare;
+    st->noise_gen[1] = gen.gauss_spare;
+    st->noise_gen[2] = gen.noise_seed;
+
+    const Word16 *gains = evrc_acsPowQuant[energy_index & 0xFF];
+    int start = 0;
+    for (int j = 0; j < kSubframes; ++j) {
+        const int L = evrc_acsSubFrameSize[j];
+        for (int n = 0; n < L; ++n) {
+            st->acb_mem[kHistory + n] = fx::round32(fx::L_shr(fx::L_mult(gains[j], noise[start + n]), kNoiseShift));
+        }
+        std::memmove(st->acb_mem, st->acb_mem + L, kHistory * sizeof(Word16));
+        start += L;
+    }
+}
+
+// Residual samples (doubled-speech units) at the excitation's level.
+void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
+    for (int n = 0; n < L; ++n) out[n] = fx::shr(fx::add(residual[n], kExcitationRound), kSpeechToExcitationShift);
+}
+
+// Step 12: eighth-rate energy, the excitation history as the decoder will
+// rebuild it, and the weighting memories brought up to date over the last
+// subframe: the excitation path with the rebuilt excitation, the residual
+// path with the coded segment's last residual samples through the filter
+// that formed them (the last subframe's unquantised LPC).
+void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
+    const Word16 energy_index = evrc_8th_rate(st);
+    pk.put(energy_index, 8);
+    mirror_noise_excitation(st, energy_index);
+    Word16 num[kOrder], den[kOrder];
+    weighting_coefficients(st->uqlpc[kSubframes - 1], num, den);
+    Word16 block[kEighthBlock];
+    std::memcpy(block, st->acb_mem + kHistory - kEighthBlock, sizeof(block));
+    evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
+                                   kEighthBlock);
+    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, block, kEighthBlock);
+    evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0],
+                                   kEighthBlock);
+    save_filter_memories(st);
+    st->sAccumShift = 0;
+    st->sShiftCarry = 0;
+}
+
+// Step 13.3: the delta delay; a large jump moves the previous delay at once.
+Word32 delta_delay(EvrcEncoderState *st) {
+    const Word32 d = static_cast<Word32>(st->sDelay) - st->sPrevDelay;
+    if (d >= kFlatContourJump || d <= -kFlatContourJump) {
+        st->sPrevDelay = st->sDelay;
+        return 0;
+    }
+    return d + kDeltaOffset;
+}
+
+// Everything one subframe needs between its stages.
+struct Subframe {
+    int j;
+    int L;
+    Word32 points[3];
+    Word16 num[kOrder], den[kOrder];
+    Word16 zir[kMaxSubframe];
+    Word16 h[kMaxSubframe];
+    Word16 acb8[kMaxSubframe + kAhead];
+    Word16 residual[kMaxSubframe];   // modified residual at the excitation's level
+    Word16 target[kMaxSubframe];
+    Word16 fcb_target[kMaxSubframe];
+};
+
+// Steps 13.4.2-3: weighting coefficients, zero-input and impulse responses.
+void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
+    const Word16 *qlpc = st->qlpc[sf.j];
+    const Word16 len = static_cast<Word16>(sf.L);
+    weighting_coefficients(st->uqlpc[sf.j], sf.num, sf.den);
+    FilterMemory mem;
+    std::memcpy(mem, st->wsf_mem[0], sizeof(mem));
+    Word16 zeros[kMaxSubframe] = {};
+    evrc_weighted_synthesis_filter(zeros, sf.zir, qlpc, sf.num, sf.den, &mem[0][0], len);
+    std::memset(mem, 0, sizeof(mem));
+    Word16 pulse[kMaxSubframe] = {kImpulse};
+    evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
+}
+
+// Step 13.4.4: the delay contour and the two adaptive-codebook candidates,
+// each built over a copy of the excitation history.
+void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour, Word16 *acb3) {
+    evrc_interpol_delay(st->sDelay, st->sPrevDelay, static_cast<Word16>(sf.j), sf.points);
+    evrc_construct_delay_contour_enc(sf.points, contour, static_cast<Word16>(sf.L));
+    const Word16 n = static_cast<Word16>(sf.L + kAhead);
+    Word16 buf[EVRC_ENC_ACB_LEN];
+    std::memcpy(buf, st->acb_mem, sizeof(buf));
+    evrc_voc_rclp_block_interp(buf + kHistory, contour, evrc_acsBlockCoeff3, kBlockTaps3, n);
+    std::memcpy(acb3, buf + kHistory, n * sizeof(Word16));
+    std::memcpy(buf, st->acb_mem, sizeof(buf));
+    evrc_voc_rclp_block_interp(buf + kHistory, contour, &evrc_acsBlockCoeff8[0][0], kBlockTaps8, n);
+    std::memcpy(sf.acb8, buf + kHistory, n * sizeof(Word16));
+}
+
+// Step 13.4.5: signal modification, then the modified residual history moves
+// down so that the subframe stands just below kHistory. The residual is in
+// the units of the doubled speech, while the decoder doubles what it
+// synthesises from the excitation: the codebooks match a quarter of the
+// modified residual, the excitation standing at half the input's level.
+void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour, const Word16 *acb3) {
+    evrc_enc::modify_subframe(st, sf.j, sf.L, contour, acb3, sf.acb8);
+    std::memmove(st->mod_residual, st->mod_residual + sf.L, (EVRC_ENC_MODRES_LEN - sf.L) * sizeof(Word16));
+    to_excitation_level(st->mod_residual + kHistory - sf.L, sf.residual, sf.L);
+}
+
+// Step 13.4.6: the weighted target, the modified residual through the
+// subframe's quantised synthesis filter (the filter that formed the coded
+// residual, so that this gives back the speech) and the subframe's weighting
+// (running memories ref_mem), less the zero-input response of the
+// excitation's filter.
+void weighted_target(EvrcEncoderState *st, Subframe &sf) {
+    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
+                                   static_cast<Word16>(sf.L));
+    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.target[n], sf.zir[n]);
+}
+
+// Sharpening lag of the subframe: the rounded mean of the first two delay
+// points (Q16), as the decoder forms it.
+Word16 sharpening_lag(const Word32 *points) {
+    const Word64 sum = static_cast<Word64>(points[0]) + points[1] + 65536;
+    return static_cast<Word16>(sum >> 17);
+}
+
+Word16 fcb_gain_of(Word16 index, Word16 rate) {
+    return rate == EVRC_RATE_FULL ? evrc_acsFcbGainVQFull[index] : evrc_acsFcbGainVQFull[2 * index + 1];
+}
+
+// Step 13.4.8: e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
+// 64 bits, the high half saturated; fcb is the decoder's sharpened vector.
+void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate,
+                      Word16 acb_gain, Word16 fcb_gain) {
+    Word16 fcb[kFcbVectorLen];
+    evrc_dec_fixed_codebook(fcb, fcb_index, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF);
+    Word16 scratch[kMaxSubframe] = {};
+    Word16 lag;
+    evrc_combine_acb_fcb(scratch, fcb, &lag, sf.points, acb_gain, fcb_gain, static_cast<Word16>(sf.L));
+    Word16 *exc = st->acb_mem + kHistory;
+    for (int n = 0; n < sf.L; ++n) {
+        const Word64 acb_part = static_cast<Word64>(static_cast<Word32>(sf.acb8[n]) * acb_gain) * 4;
+        const Word64 sum = acb_part + 32768 + fx::L_mult(fcb[n], fcb_gain);
+        exc[n] = static_cast<Word16>(fx::L_sat32_64(sum) >> 16);
+    }
+}
+
+// Step 13.4.9: the excitation drives the working filter memories; the
+// history moves down by L; the saved memories follow.
+void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
+    Word16 out[kMaxSubframe];
+    evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den,
+                                   &st->wsf_mem[0][0][0], static_cast<Word16>(sf.L));
+    std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
+    save_filter_memories(st);
+}
+
+// The modified residual less the gained adaptive vector (excitation level),
+// which helps preset the pulse signs.
+void residual_after_acb(const Subframe &sf, Word16 acb_gain, Word16 *out) {
+    for (int n = 0; n < sf.L; ++n) out[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
+}
+
+// Fixed-codebook fields and gain index: 8, 8, 8, 11 and 5 bits at rate 1,
+// 10 and 4 bits otherwise.
+void pack_fixed_codebook(Packer &pk, const Word16 *fcb_index, Word16 gain_index, Word16 cb_rate) {
+    if (cb_rate == EVRC_RATE_FULL) {
+        pk.put(fcb_index[0], 8);
+        pk.put(fcb_index[1], 8);
+        pk.put(fcb_index[2], 8);
+        pk.put(fcb_index[3], 11);
+        pk.put(gain_index, 5);
+    } else {
+        pk.put(fcb_index[0], 10);
+        pk.put(gain_index, 4);
+    }
+}
+
+// Step 13.4: one subframe; returns its adaptive gain index.
+Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, bool side) {
+    Subframe sf;
+    sf.j = j;
+    sf.L = evrc_acsSubFrameSize[j];
+    st->shift_carry_copy = st->sShiftCarry;
+    weighted_responses(st, sf);
+
+    Word32 contour[kMaxSubframe + kAhead];
+    Word16 acb3[kMaxSubframe + kAhead];
+    adaptive_candidates(st, sf, contour, acb3);
+    modified_residual(st, sf, contour, acb3);
+    weighted_target(st, sf);
+
+    Word16 acb_index = evrc_remove_acb(sf.target, sf.acb8, sf.h, sf.fcb_target, static_cast<Word16>(sf.L));
+    if (side) {
+        acb_index = 0;
+        std::memcpy(sf.fcb_target, sf.target, sizeof(sf.target));
+    }
+    pk.put(acb_index, 3);
+    const Word16 acb_gain = evrc_acsACBGainTable[acb_index];
+
+    const Word16 cb_rate = rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF;
+    Word16 ltp_residual[kMaxSubframe];
+    residual_after_acb(sf, acb_gain, ltp_residual);
+    Word16 fcb_index[4] = {};
+    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
+                                         static_cast<Word16>(sf.L), fcb_index);
+    pack_fixed_codebook(pk, fcb_index, gain_index, cb_rate);
+
+    build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
+    update_local_decoder(st, sf);
+    return acb_index;
+}
+
+// Step 13: the half- and full-rate path (and rate code 2, whose fields after
+// the LSPs are those of half rate).
+void encode_speech(EvrcEncoderState *st, Packer &pk, Word16 rate, bool side, const UWord16 *side_info,
+                   UWord16 *packet) {
+    evrc_update_rcelp_shift(st);
+    if (side) {
+        pk.put(side_info[2], 2);
+        pk.put(side_info[3], 5);
+    } else {
+        pk.put(st->sDelay - kDelayMin, 7);
+    }
+    const Word32 delta = delta_delay(st);
+    if (rate == EVRC_RATE_FULL) pk.put(side ? 0 : delta, 5);
+
+    Word16 gain_index[kSubframes];
+    for (int j = 0; j < kSubframes; ++j) gain_index[j] = encode_subframe(st, pk, j, rate, side);
+    st->sPrevDelay = st->sDelay;
+
+    if (side && rate == EVRC_RATE_FULL) {
+        packet[kDeltaWord] &= kDeltaClearMask;
+        pk.put(side_info[4], 1);
+    }
+    evrc_flush_pack(pk.acc, pk.free_bits, pk.out);
+    const Word32 sum = static_cast<Word32>(gain_index[0]) + gain_index[1] + gain_index[2];
+    if (gain_index[kSubframes - 1] != 1 && sum < 2) {
+        st->sAccumShift = 0;
+        st->sShiftCarry = 0;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+EVRC_API int evrc_encoder(EvrcEncoderState *st, const Word16 *input, UWord16 *packet, UWord32 side_enable,
+                          const UWord16 *side_info) {
+    fx::CallScope scope;
+    const bool side = side_enable != 0 && side_info[0] == 1;
+    for (int i = 0; i < kFrame; ++i) st->asSpeech[kFrame + i] = fx::shl(input[i], 1);
+
+    analyse_lpc(st);
+    update_lpc_copies(st);
+    evrc_compute_residual(st->asSpeech, st->prev_lpc, st->cur_lpc, st->uqlpc, st->residual);
+    evrc_calc_frame_delay_and_beta(st);
+
+    if (side) st->sMinRate = st->sMaxRate < kMaxRateCode ? st->sMaxRate : kMaxRateCode;
+    evrc_ratedec(st);
+    evrc_update_rate_info(st->band_noise, st->band_energy, st->band_signal, st->snr_index, &st->low_beta_count,
+                          &st->high_beta_count, st->sBeta);
+    if (st->sSkipNoiseUpdate == 0) evrc_background_noise_estimation(st, st->asSpeech + kFrame);
+    st->sSkipNoiseUpdate = 0;
+
+    const Word16 rate = st->sRate;
+    Packer pk;
+    evrc_init_pack(kPacketWords, &pk.acc, &pk.free_bits, packet);
+    pk.out = packet + 1;
+    packet[0] = static_cast<UWord16>(rate);
+    if (rate == EVRC_RATE_FULL) pk.put(st->sLpcFlag, 1);
+
+    std::memcpy(st->prev_qlsp, st->qlsp, sizeof(st->prev_qlsp));
+    evrc_quantize_lsps(st->lsp_weights, st->qlsp, st->lsp_index, st->uq_lsp, rate);
+    pack_lsp_indices(pk, st->lsp_index, rate);
+    subframe_lpcs(st->prev_qlsp, st->qlsp, st->qlpc);
+
+    if (rate == EVRC_RATE_EIGHTH) {
+        encode_eighth_rate(st, pk);
+    } else {
+        encode_speech(st, pk, rate, side, side_info, packet);
+    }
+    std::memcpy(st->asSpeech, st->asSpeech + kFrame, kFrame * sizeof(Word16));
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,527 @@
+// Algebraic fixed-codebook search in the weighted domain.
+//
+// The decoder sharpens the pulse vector with the comb 1/(1 - b z^-T)
+// (b the adaptive gain clamped to 0.2 .. 0.9, T the subframe's lag); the
+// search folds that comb into the weighted impulse response h, so a pulse
+// at p contributes hs[n - p] to the filtered vector. With
+//   d[n]     = sum_k x[k] hs[k - n]              (backward-filtered target)
+//   rr[i][j] = sum_k hs[k - i] hs[k - j]         (correlation of hs)
+// a pulse set with signs s_p scores C^2 / E, C = sum s_p d[p],
+// E = sum_p sum_q s_p s_q rr[p][q]; the best set maximises it.
+//
+// Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
+// carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
+// preset from d and the excitation-domain residual. For the two track shifts whose single-pulse tracks have the
+// weakest second candidates, a depth-first search places the pulses: one
+// pulse fixed at the strongest position of a starting track, the others in
+// pairs of tracks searched jointly with the earlier pulses held, from the two
+// strongest starting tracks; in each set every pair of pulses is then taken
+// out and placed again jointly with the other six held (kept when the score
+// rises); each pulse of the better set then moves to the best place on its
+// track, in two passes.
+// Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
+// 2 x 8^3 combinations scored.
+// The gain index is then the table entry nearest 1.2 times the
+// least-squares gain (see kGainLiftNum).
+#include <cstring>
+
+#include "codec/basic/fixed_point.h"
+#include "evrc/evrc_dec.h"
+#include "evrc/evrc_enc.h"
+#include "evrc/evrc_tables.h"
+
+namespace {
+
+constexpr int kMaxLen = 54;
+constexpr int kTracks = 5;
+constexpr int kTrackPositions = 11;
+constexpr int kFullPulses = 8;
+constexpr int kShifts = 4;             // track shifts of the rate-1 layout
+constexpr int kShiftsTried = 2;        // the most promising ones are searched
+constexpr int kRefinePasses = 2;
+constexpr int kHalfPulses = 3;
+constexpr int kHalfPositions = 8;
+constexpr int kHalfStep = 7;
+constexpr int kHalfTrackStep = 2;
+constexpr Word16 kSharpenMin = 3277;   // 0.2 in Q14
+constexpr Word16 kSharpenMax = 14746;  // 0.9 in Q14
+constexpr int kCorrBits = 14;          // d scaled below 2^14
+constexpr int kMatrixBits = 20;        // rr[0][0] scaled below 2^20: C^2 E stays in 64 bits
+constexpr int kAccBits = 30;           // the correlation sums in 32 bits
+constexpr int kFullGains = 32;
+constexpr int kHalfGains = 16;
+constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
+constexpr int kEnergyBits = 31;
+constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
+// The gain chosen is the table entry nearest 1.2 times the least-squares
+// gain: the least-squares gain shrinks with the (low) correlation of the
+// pulse vector and the target, which leaves the decoded spectrum too weak
+// away from the strongest harmonics; measured on speech, 1.2 gives the
+// least log-spectral distance (1.1 to 1.3 within 0.03 dB).
+constexpr Word64 kGainLiftNum = 6;
+constexpr Word64 kGainLiftDen = 5;
+
+struct Search {
+    int L;
+    Word16 hs[kMaxLen];
+    Word32 d[kMaxLen];
+    Word32 rr[kMaxLen][kMaxLen];
+    bool fold_signs;       // rate 1: signs preset from d and folded into d, rr
+    Word32 sign[kMaxLen];  // +1 / -1
+};
+
+// hs = h through the decoder's sharpening comb, in place with rounding.
+void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
+    std::memcpy(hs, h, L * sizeof(Word16));
+    const Word16 clamped = acb_gain < kSharpenMin ? kSharpenMin : (acb_gain > kSharpenMax ? kSharpenMax : acb_gain);
+    const Word16 beta = fx::shl(clamped, 1);
+    if (lag <= 0) return;
+    for (int n = lag; n < L; ++n) hs[n] = fx::mac_r(fx::L_deposit_h(hs[n]), beta, hs[n - lag]);
+}
+
+int bits_of(Word64 v) {
+    if (v < 0) v = -v;
+    int b = 0;
+    while (v >> b) ++b;
+    return b;
+}
+
+Word64 isqrt(Word64 v) {
+    Word64 r = 0;
+    for (Word64 bit = static_cast<Word64>(1) << 62; bit > 0; bit >>= 2) {
+        if (v >= r + bit) {
+            v -= r + bit;
+            r = (r >> 1) + bit;
+        } else {
+            r >>= 1;
+        }
+    }
+    return r;
+}
+
+// Rate 1 signs: those of d[n] / |d| + r[n] / |r| (r the excitation-domain
+// residual, when given), that is of d[n] |r| + r[n] |d|. Other rates keep
+// every sign positive.
+void preset_signs(Search &s, const Word16 *residual) {
+    Word64 dd = 0, rr = 0;
+    for (int n = 0; n < s.L; ++n) {
+        dd += static_cast<Word64>(s.d[n]) * s.d[n];
+        if (residual != nullptr) rr += static_cast<Word64>(residual[n]) * residual[n];
+    }
+    const Word64 d_norm = isqrt(dd), r_norm = isqrt(rr);
+    for (int n = 0; n < s.L; ++n) {
+        const Word64 r = residual != nullptr ? residual[n] : 0;
+        const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
+        s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
+    }
+}
+
+// Backward-filtered target and correlation matrix, each scaled to a fixed
+// headroom (only ratios of them matter).
+void prepare(Search &s, const Word16 *x, const Word16 *residual) {
+    const int L = s.L;
+    Word64 d64[kMaxLen];
+    Word64 peak = 0;
+    for (int n = 0; n < L; ++n) {
+        Word64 acc = 0;
+        for (int k = n; k < L; ++k) acc = fx::int_mac_16_16(acc, x[k], s.hs[k - n]);
+        d64[n] = acc;
+        const Word64 a = acc < 0 ? -acc : acc;
+        peak = a > peak ? a : peak;
+    }
+    const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
+    for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
+    preset_signs(s, residual);
+    for (int n = 0; n < L; ++n) s.d[n] *= s.sign[n];
+
+    // The response is scaled down so that rr[0][0], the largest entry and
+    // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
+    // entries are then brought below 2^kMatrixBits.
+    Word64 energy = 0;
+    for (int n = 0; n < L; ++n) energy = fx::int_mac_16_16(energy, s.hs[n], s.hs[n]);
+    int hshift = 0;
+    while ((energy >> (2 * hshift)) >= (static_cast<Word64>(1) << kAccBits)) ++hshift;
+    Word16 hr[kMaxLen];
+    for (int n = 0; n < L; ++n) hr[n] = static_cast<Word16>(s.hs[n] >> hshift);
+
+    // rr[i][i + delta] = sum_{m=0}^{L-1-i-delta} h[m] h[m + delta]: for each
+    // delta a running sum from the end of the subframe, scaled and with the
+    // signs folded as it is stored (rr[0][0], the energy, sets the scale).
+    Word32 energy32 = 0;
+    for (int n = 0; n < L; ++n) energy32 += static_cast<Word32>(hr[n]) * hr[n];
+    const int b = bits_of(energy32);
+    const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
+    fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
+    for (int delta = 0; delta < L; ++delta) {
+        Word32 acc = 0;
+        for (int i = L - 1 - delta; i >= 0; --i) {
+            acc += static_cast<Word32>(hr[L - 1 - delta - i]) * hr[L - 1 - i];
+            const Word32 v = (acc >> rshift) * s.sign[i] * s.sign[i + delta];
+            s.rr[i][i + delta] = v;
+            s.rr[i + delta][i] = v;
+        }
+    }
+}
+
+// C'^2 / E' > C^2 / E, with E, E' > 0.
+bool better(Word64 c_new, Word64 e_new, Word64 c_best, Word64 e_best) {
+    return c_new * c_new * e_best > c_best * c_best * e_new;
+}
+
+// ---- Rate 1 -------------------------------------------------------------
+
+struct PulseSet {
+    int pos[kFullPulses];
+    int count;
+    Word64 c;
+    Word64 e;
+};
+
+// Positions t + 5m of track t inside the subframe.
+int track_size(int t, int L) {
+    const int n = (L - 1 - t) / kTracks + 1;
+    return n < kTrackPositions ? n : kTrackPositions;
+}
+
+// rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded), for the
+// positions p of track t.
+void cross_terms(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
+    for (int m = 0; m < track_size(t, s.L); ++m) {
+        const int p = t + kTracks * m;
+        Word64 acc = 0;
+        for (int k = 0; k < set.count; ++k) acc += s.rr[p][set.pos[k]];
+        rrv[p] = acc;
+    }
+}
+
+void add_pulse(const Search &s, PulseSet &set, int p) {
+    Word64 cross = 0;
+    for (int k = 0; k < set.count; ++k) cross += s.rr[p][set.pos[k]];
+    set.c += s.d[p];
+    set.e += s.rr[p][p] + 2 * cross;
+    set.pos[set.count++] = p;
+}
+
+// Best pair of pulses on tracks t1, t2 added to set (t2 < 0: one pulse).
+// The second track's terms are gathered first so that the inner loop reads
+// one matrix entry per candidate; C^2 of the best so far is kept.
+void place(const Search &s, PulseSet &set, int t1, int t2) {
+    Word64 rrv[kMaxLen];
+    cross_terms(s, set, t1, rrv);
+    int n2 = 1;
+    Word64 c2[kTrackPositions] = {};
+    Word64 e2[kTrackPositions] = {};
+    int p2s[kTrackPositions] = {-1};
+    if (t2 >= 0) {
+        cross_terms(s, set, t2, rrv);
+        n2 = track_size(t2, s.L);
+        for (int m = 0; m < n2; ++m) {
+            const int p = t2 + kTracks * m;
+            p2s[m] = p;
+            c2[m] = s.d[p];
+            e2[m] = s.rr[p][p] + 2 * rrv[p];
+        }
+    }
+    int best1 = -1, best2 = -1;
+    Word64 bc2 = 0, be = 1;
+    for (int m1 = 0; m1 < track_size(t1, s.L); ++m1) {
+        const int p1 = t1 + kTracks * m1;
+        const Word64 c1 = set.c + s.d[p1];
+        const Word64 e1 = set.e + s.rr[p1][p1] + 2 * rrv[p1];
+        const Word32 *row = s.rr[p1];
+        for (int m2 = 0; m2 < n2; ++m2) {
+            const Word64 c = c1 + c2[m2];
+            const Word64 e = e1 + e2[m2] + (t2 >= 0 ? 2 * static_cast<Word64>(row[p2s[m2]]) : 0);
+            if (e <= 0) continue;
+            const Word64 cc = c * c;
+            if (best1 < 0 || cc * be > bc2 * e) {
+                bc2 = cc;
+                be = e;
+                best1 = p1;
+                best2 = p2s[m2];
+            }
+        }
+    }
+    if (best1 < 0) best1 = t1;
+    add_pulse(s, set, best1);
+    if (best2 >= 0) add_pulse(s, set, best2);
+}
+
+// Track shifts in order of promise: the two single-pulse tracks should be
+// those whose second strongest candidate is weakest (the four shifts allow
+// the pairs (3,4), (4,0), (0,1), (1,2)). order[0..3] receives the shifts.
+void rank_track_shifts(const Search &s, int *order) {
+    Word32 second[kTracks];
+    for (int t = 0; t < kTracks; ++t) {
+        Word32 first = -1, sec = -1;
+        for (int m = 0; m < track_size(t, s.L); ++m) {
+            const Word32 v = s.d[t + kTracks * m];
+            if (v > first) {
+                sec = first;
+                first = v;
+            } else if (v > sec) {
+                sec = v;
+            }
+        }
+        second[t] = sec < 0 ? 0 : sec;
+    }
+    Word32 cost[kShifts];
+    for (int ts = 0; ts < kShifts; ++ts) {
+        cost[ts] = second[(ts + 3) % kTracks] + second[(ts + 4) % kTracks];
+        order[ts] = ts;
+    }
+    for (int a = 1; a < kShifts; ++a) {
+        for (int b = a; b > 0 && cost[order[b]] < cost[order[b - 1]]; --b) {
+            const int t = order[b];
+            order[b] = order[b - 1];
+            order[b - 1] = t;
+        }
+    }
+}
+
+int strongest_on_track(const Search &s, int t) {
+    int best = t;
+    for (int m = 1; m < track_size(t, s.L); ++m) {
+        if (s.d[t + kTracks * m] > s.d[best]) best = t + kTracks * m;
+    }
+    return best;
+}
+
+// Refinement: each pulse in turn moves to the best position of its track
+// with the others held.
+void refine(const Search &s, PulseSet &set) {
+    for (int k = 0; k < set.count; ++k) {
+        const int old = set.pos[k];
+        const int t = old % kTracks;
+        Word64 cross_old = 0;
+        for (int m = 0; m < set.count; ++m) {
+            if (m != k) cross_old += s.rr[old][set.pos[m]];
+        }
+        const Word64 c_rest = set.c - s.d[old];
+        const Word64 e_rest = set.e - s.rr[old][old] - 2 * cross_old;
+        int best = old;
+        Word64 bc = set.c, be = set.e;
+        for (int i = 0; i < track_size(t, s.L); ++i) {
+            const int p = t + kTracks * i;
+            Word64 cross = 0;
+            for (int m = 0; m < set.count; ++m) {
+                if (m != k) cross += s.rr[p][set.pos[m]];
+            }
+            const Word64 c = c_rest + s.d[p];
+            const Word64 e = e_rest + s.rr[p][p] + 2 * cross;
+            if (e > 0 && better(c, e, bc, be)) {
+                bc = c;
+                be = e;
+                best = p;
+            }
+        }
+        set.pos[k] = best;
+        set.c = bc;
+        set.e = be;
+    }
+}
+
+// Improvement passes: each pair of pulses in turn is taken out and placed
+// again on its two tracks with the other six held, kept when the score
+// rises.
+void refine_pairs(const Search &s, PulseSet &set) {
+    for (int pass = 0; pass < kPairPasses; ++pass) {
+        for (int k = 0; k + 1 < set.count; k += 2) {
+            PulseSet trial = {};
+            for (int i = 0; i < set.count; ++i) {
+                if (i != k && i != k + 1) add_pulse(s, trial, set.pos[i]);
+            }
+            place(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
+            if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
+        }
+    }
+}
+
+// Depth-first search over the eight slots, from each of the two strongest
+// starting tracks; the better set is then refined.
+PulseSet search_full(const Search &s, int ts) {
+    int pulses_on[kTracks];
+    for (int t = 0; t < kTracks; ++t) pulses_on[t] = 2;
+    pulses_on[(ts + 3) % kTracks] = 1;
+    pulses_on[(ts + 4) % kTracks] = 1;
+    // Starting tracks: the two whose strongest candidate is strongest.
+    int first = 0, second = 1;
+    Word32 top[kTracks];
+    for (int t = 0; t < kTracks; ++t) top[t] = s.d[strongest_on_track(s, t)];
+    if (top[second] > top[first]) first = 1, second = 0;
+    for (int t = 2; t < kTracks; ++t) {
+        if (top[t] > top[first]) {
+            second = first;
+            first = t;
+        } else if (top[t] > top[second]) {
+            second = t;
+        }
+    }
+    PulseSet best = {};
+    best.e = 1;
+    const int starts[2] = {first, second};
+    for (const int start : starts) {
+        int slots[kFullPulses];
+        int n = 0;
+        for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
+        for (int k = 0; k < kTracks; ++k) {
+            const int t = (start + k) % kTracks;
+            if (pulses_on[t] == 2) slots[n++] = t;
+        }
+        PulseSet set = {};
+        add_pulse(s, set, strongest_on_track(s, slots[0]));
+        for (int k = 1; k < kFullPulses; k += 2) place(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
+        refine_pairs(s, set);
+        if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
+    }
+    for (int pass = 0; pass < kRefinePasses; ++pass) refine(s, best);
+    return best;
+}
+
+// Two pulses of one track (indices m1, m2, signs neg1, neg2) as the 8-bit
+// field: sign of the pulse at a, pair 11a + b, b < a for opposite signs.
+Word16 pair_field(int m1, bool neg1, int m2, bool neg2) {
+    int a, b;
+    bool neg;
+    if (neg1 == neg2) {
+        a = m1 < m2 ? m1 : m2;
+        b = m1 < m2 ? m2 : m1;
+        neg = neg1;
+    } else {
+        a = m1 > m2 ? m1 : m2;
+        b = m1 > m2 ? m2 : m1;
+        neg = m1 > m2 ? neg1 : neg2;
+    }
+    return static_cast<Word16>((neg ? 0x80 : 0) | (11 * a + b));
+}
+
+void encode_full(const PulseSet &set, const Word32 *sign, int ts, Word16 *indices) {
+    int first[kTracks], second[kTracks];
+    for (int t = 0; t < kTracks; ++t) first[t] = second[t] = -1;
+    for (int k = 0; k < set.count; ++k) {
+        const int p = set.pos[k];
+        const int t = p % kTracks;
+        (first[t] < 0 ? first[t] : second[t]) = p;
+    }
+    for (int i = 0; i < 3; ++i) {
+        const int t = (ts + i) % kTracks;
+        const int p1 = first[t] < 0 ? t : first[t];
+        const int p2 = second[t] < 0 ? p1 : second[t];
+        indices[i] = pair_field(p1 / kTracks, sign[p1] < 0, p2 / kTracks, sign[p2] < 0);
+    }
+    const int ta = (ts + 3) % kTracks, tb = (ts + 4) % kTracks;
+    const int pa = first[ta] < 0 ? ta : first[ta];
+    const int pb = first[tb] < 0 ? tb : first[tb];
+    indices[3] = static_cast<Word16>((ts << 9) | (sign[pa] < 0 ? 0x100 : 0) | (sign[pb] < 0 ? 0x80 : 0) |
+                                     (11 * (pa / kTracks) + pb / kTracks));
+}
+
+// ---- Rate 1/2 ---------------------------------------------------------------
+
+Word16 search_half(const Search &s) {
+    int best_field = 0;
+    Word64 bc = 0, be = 1;
+    bool found = false;
+    for (int p0 = 0; p0 < kHalfPositions; ++p0) {
+        const int q0 = kHalfStep * p0;
+        if (q0 >= s.L) continue;
+        for (int p1 = 0; p1 < kHalfPositions; ++p1) {
+            const int q1 = kHalfStep * p1 + kHalfTrackStep;
+            if (q1 >= s.L) continue;
+            const Word64 c01 = static_cast<Word64>(s.d[q0]) - s.d[q1];
+            const Word64 e01 = static_cast<Word64>(s.rr[q0][q0]) + s.rr[q1][q1] - 2 * static_cast<Word64>(s.rr[q0][q1]);
+            for (int p2 = 0; p2 < kHalfPositions; ++p2) {
+                const int q2 = kHalfStep * p2 + 2 * kHalfTrackStep;
+                if (q2 >= s.L) continue;
+                const Word64 c = c01 + s.d[q2];
+                const Word64 e = e01 + s.rr[q2][q2] + 2 * (static_cast<Word64>(s.rr[q0][q2]) - s.rr[q1][q2]);
+                if (e > 0 && (!found || better(c, e, bc, be))) {
+                    found = true;
+                    bc = c;
+                    be = e;
+                    best_field = (c < 0 ? 0x200 : 0) | (p0 << 6) | (p1 << 3) | p2;
+                }
+            }
+        }
+    }
+    return static_cast<Word16>(best_field);
+}
+
+// ---- Gain -------------------------------------------------------------------
+
+// z = hs * (decoded pulse vector), unit pulses counted as 1 (double pulses 2).
+void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z) {
+    Word16 fcb[55];
+    evrc_dec_fixed_codebook(fcb, indices, rate);
+    for (int n = 0; n < s.L; ++n) z[n] = 0;
+    for (int p = 0; p < s.L; ++p) {
+        if (fcb[p] == 0) continue;
+        const Word32 amp = fcb[p] / 2048;
+        for (int n = p; n < s.L; ++n) z[n] += amp * s.hs[n - p];
+    }
+}
+
+// Gain index of the least error g^2 |z|^2 / 2^30 - 2 g c / 2^15, c = 1.2 <x,z>.
+Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
+    Word64 c = 0, e = 0;
+    for (int n = 0; n < L; ++n) {
+        c += static_cast<Word64>(x[n]) * z[n];
+        e += static_cast<Word64>(z[n]) * z[n];
+    }
+    c = c * kGainLiftNum / kGainLiftDen;
+    int shift = 0;
+    const Word64 limit = static_cast<Word64>(1) << kEnergyBits;
+    while ((e >> shift) >= limit || (c >> shift) >= limit || (c >> shift) < -limit) ++shift;
+    e >>= shift;
+    c >>= shift;
+    const bool full = rate == EVRC_RATE_FULL;
+    const int n = full ? kFullGains : kHalfGains;
+    int best = 0;
+    Word64 best_err = 0;
+    for (int i = 0; i < n; ++i) {
+        const Word64 g = evrc_acsFcbGainVQFull[full ? i : 2 * i + 1];
+        // g^2 e / 2^15 - 2 g c, both sides scaled by 2^15.
+        const Word64 err = ((g * g * e) >> kGainQ) - 2 * g * c;
+        if (i == 0 || err < best_err) {
+            best_err = err;
+            best = i;
+        }
+    }
+    return static_cast<Word16>(best);
+}
+
+}  // namespace
+
+extern "C" {
+
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices) {
+    fx::CallScope scope;
+    Search s;
+    s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
+    s.fold_signs = rate == EVRC_RATE_FULL;
+    sharpen(h, s.hs, s.L, acb_gain, lag);
+    prepare(s, target, residual);
+
+    if (rate == EVRC_RATE_FULL) {
+        int order[kShifts];
+        rank_track_shifts(s, order);
+        int ts = order[0];
+        PulseSet set = search_full(s, ts);
+        for (int k = 1; k < kShiftsTried; ++k) {
+            const PulseSet other = search_full(s, order[k]);
+            if (better(other.c, other.e, set.c, set.e)) {
+                set = other;
+                ts = order[k];
+            }
+        }
+        encode_full(set, s.sign, ts, indices);
+    } else {
+        indices[0] = search_half(s);
+    }
+    Word32 z[kMaxLen];
+    filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z);
+    return gain_index(target, z, s.L, rate);
+}
+
+}  // extern "C"

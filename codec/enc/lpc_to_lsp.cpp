@@ -1,0 +1,156 @@
+// LPC to LSP conversion.
+//
+// With A(z) = 1 - sum a_k z^-k, the sum and difference polynomials
+//   P(z) = A(z) + z^-11 A(1/z),  Q(z) = A(z) - z^-11 A(1/z)
+// have their roots on the unit circle, interlaced, with a fixed root of P at
+// z = -1 and of Q at z = 1. Dividing those out, P'(z) = P(z) / (1 + z^-1) and
+// Q'(z) = Q(z) / (1 - z^-1) are symmetric of degree 10, so coefficients
+// 0..5 (Q22, coefficient 0 = 1) describe each. On the unit circle
+//   P'(w) e^{5jw} / 2 = p5/2 + p4 T1(x) + p3 T2(x) + p2 T3(x) + p1 T4(x) + p0 T5(x),
+// x = cos w, a Chebyshev series evaluated by Clenshaw's recurrence. The
+// roots are bracketed on a grid of LSP values (Q15 fractions of the sampling
+// frequency: 16384 is 4000 Hz, x = cos(2 pi lsp / 32768) from the same cosine
+// as the LSP-to-LPC conversion), refined by bisection to one LSP step, and
+// interlaced: the roots of P' are LSPs 1, 3, .., 9, those of Q' LSPs 2, .., 10.
+// A minimum spacing keeps the set strictly ordered.
+#include "codec/basic/fixed_point.h"
+#include "evrc/evrc_dec.h"
+#include "evrc/evrc_enc.h"
+
+namespace {
+
+constexpr int kOrder = 10;
+constexpr int kHalf = 5;
+constexpr int kPolyLen = 6;
+constexpr Word32 kOneQ22 = 1 << 22;
+constexpr Word16 kLpcToPolyShift = 5;  // Q27 -> Q22
+constexpr Word16 kLspNyquist = 16384;
+constexpr Word16 kGridStep = 128;      // 31 Hz: roots of one polynomial lie two LSP gaps apart
+constexpr Word16 kMinGap = 64;         // smallest distance between neighbours
+constexpr Word32 kOneQ30 = 1 << 30;
+constexpr Word32 kGridStepCosQ30 = 1073418433;  // cos(2 pi 128 / 32768) = cos(pi / 128)
+constexpr UWord32 kEvalWeight = 3 * kHalf + 3;  // one multiply, add, subtract per Clenshaw step
+constexpr UWord32 kGridWeight = 3;              // one multiply, round, subtract per grid cosine
+
+// Clenshaw evaluation of the Chebyshev series of a half polynomial at
+// x = cos(2 pi lsp / 32768), x in Q30 (used as Q24 here, so that the 64-bit
+// products cannot wrap). Only the sign and relative size matter.
+Word64 eval_half_poly(const Word32 *c, Word32 x_q30) {
+    fx::charge(kEvalWeight);
+    const Word64 x_q24 = fx::L_shr64(x_q30, 6);
+    Word64 b1 = 0;
+    Word64 b2 = 0;
+    // c[0] multiplies T5, c[5] / 2 is the constant term.
+    for (int k = 0; k < kHalf; ++k) {
+        const Word64 b0 = fx::L_sub64(fx::L_add64(c[k], fx::L_shr64(x_q24 * b1, 23)), b2);
+        b2 = b1;
+        b1 = b0;
+    }
+    return fx::L_sub64(fx::L_add64(fx::L_shr64(c[kHalf], 1), fx::L_shr64(x_q24 * b1, 24)), b2);
+}
+
+Word32 cos_of_lsp(Word16 lsp) { return fx::L_negate(evrc_voc_poscos(lsp)); }
+
+// Roots of one half polynomial in LSP units, ascending; returns their number
+// (at most kHalf are stored).
+int find_roots(const Word32 *c, const Word32 *grid_cos, Word16 *roots) {
+    int found = 0;
+    Word64 f_lo = eval_half_poly(c, grid_cos[0]);
+    for (int g = 1; g * kGridStep <= kLspNyquist; ++g) {
+        const Word64 f_hi = eval_half_poly(c, grid_cos[g]);
+        if ((f_lo < 0) != (f_hi < 0)) {
+            if (found == kHalf) return found + 1;
+            Word16 lo = static_cast<Word16>((g - 1) * kGridStep);
+            Word16 hi = static_cast<Word16>(g * kGridStep);
+            Word64 fl = f_lo;
+            Word64 fh = f_hi;
+            while (hi - lo > 1) {
+                const Word16 mid = static_cast<Word16>((lo + hi) >> 1);
+                const Word64 fm = eval_half_poly(c, cos_of_lsp(mid));
+                if ((fm < 0) == (fl < 0)) {
+                    lo = mid;
+                    fl = fm;
+                } else {
+                    hi = mid;
+                    fh = fm;
+                }
+            }
+            const Word64 al = fl < 0 ? -fl : fl;
+            const Word64 ah = fh < 0 ? -fh : fh;
+            roots[found++] = al <= ah ? lo : hi;
+        }
+        f_lo = f_hi;
+    }
+    return found;
+}
+
+// Pushes neighbours apart to at least kMinGap, inside (0, 16384).
+void enforce_spacing(Word16 *lsp) {
+    Word16 floor_v = kMinGap;
+    for (int i = 0; i < kOrder; ++i) {
+        if (lsp[i] < floor_v) lsp[i] = floor_v;
+        floor_v = fx::add(lsp[i], kMinGap);
+    }
+    Word16 ceil_v = static_cast<Word16>(kLspNyquist - kMinGap);
+    for (int i = kOrder - 1; i >= 0; --i) {
+        if (lsp[i] > ceil_v) lsp[i] = ceil_v;
+        ceil_v = fx::sub(lsp[i], kMinGap);
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
+    fx::CallScope scope;
+    // A_k = -a_k in Q22; P_k = A_k + A_(11-k), Q_k = A_k - A_(11-k), k = 1..5.
+    p[0] = kOneQ22;
+    q[0] = kOneQ22;
+    for (int k = 1; k < kPolyLen; ++k) {
+        const Word32 ak = fx::L_shr(fx::L_add(lpc[k - 1], 1 << (kLpcToPolyShift - 1)), kLpcToPolyShift);
+        const Word32 am = fx::L_shr(fx::L_add(lpc[kOrder - k], 1 << (kLpcToPolyShift - 1)), kLpcToPolyShift);
+        const Word32 pk = fx::L_negate(fx::L_add(ak, am));
+        const Word32 qk = fx::L_sub(am, ak);
+        p[k] = fx::L_sub(pk, p[k - 1]);  // divide by (1 + z^-1)
+        q[k] = fx::L_add(qk, q[k - 1]);  // divide by (1 - z^-1)
+    }
+}
+
+EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
+    fx::CallScope scope;
+    // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
+    // (within 1e-6 of the exact values: they only bracket the roots; the
+    // bisection uses the conversion's own cosine).
+    constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
+    Word32 grid_cos[kGridPoints];
+    grid_cos[0] = kOneQ30;
+    grid_cos[1] = kGridStepCosQ30;
+    for (int g = 1; g + 1 < kGridPoints; ++g) {
+        const Word64 twice = fx::L_shr64(fx::L_add64(fx::int_mult_32_32(kGridStepCosQ30, grid_cos[g]), 1 << 28), 29);
+        grid_cos[g + 1] = static_cast<Word32>(fx::L_sat32_64(fx::L_sub64(twice, grid_cos[g - 1])));
+    }
+    fx::charge(kGridWeight * (kGridPoints - 2));
+
+    Word16 p_roots[kHalf + 1];
+    Word16 q_roots[kHalf + 1];
+    const int np = find_roots(p, grid_cos, p_roots);
+    const int nq = find_roots(q, grid_cos, q_roots);
+    bool ok = np == kHalf && nq == kHalf;
+    for (int i = 0; ok && i < kHalf; ++i) {
+        ok = p_roots[i] < q_roots[i] && (i + 1 == kHalf || q_roots[i] < p_roots[i + 1]);
+    }
+    if (!ok) {
+        for (int i = 0; i < kOrder; ++i) lsp[i] = prev[i];
+        enforce_spacing(lsp);
+        return 0;
+    }
+    for (int i = 0; i < kHalf; ++i) {
+        lsp[2 * i] = p_roots[i];
+        lsp[2 * i + 1] = q_roots[i];
+    }
+    enforce_spacing(lsp);
+    return 1;
+}
+
+}  // extern "C"

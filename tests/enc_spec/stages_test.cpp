@@ -1,0 +1,351 @@
+// The encoder's exactly defined stages (packing, band-energy rate decision,
+// noise estimation, LSP weights and split VQ) against models written from
+// their definitions in plain 64-bit integers, over random inputs: results,
+// overflow flag and operation counter must agree.
+#include "common.h"
+
+namespace {
+
+using namespace enc_spec;
+
+int64_t sat(int64_t v, int64_t hi) { return v > hi ? hi : (v < -hi - 1 ? -hi - 1 : v); }
+int16_t hi16(int32_t x) { return static_cast<int16_t>(x >> 16); }
+int32_t lo16u(int32_t x) { return x & 0xFFFF; }
+
+// Counted operators as defined (result, flag, weight); the out-of-line
+// arithmetic functions are called in their exported form.
+struct Ops {
+    bool flag = false;
+    uint32_t weight = 0;
+    int32_t clamp(int64_t v) { return flag |= v != sat(v, kMax32), static_cast<int32_t>(sat(v, kMax32)); }
+    int32_t L_mult(int32_t a, int32_t b) { return weight += 1, clamp(2 * int64_t{a} * b); }
+    int32_t L_mac(int32_t acc, int32_t a, int32_t b) { return weight += 1, clamp(acc + 2 * int64_t{a} * b); }
+    int32_t L_shl(int32_t x, int n) {
+        const __int128 v = static_cast<__int128>(x) * (static_cast<__int128>(1) << std::min(n, 40));
+        return weight += 2, clamp(static_cast<int64_t>(v > kMax32 ? kMax32 + 1 : v < kMin32 ? kMin32 - 1 : v));
+    }
+    int32_t L_mult_32_16(int32_t L, int16_t b) {
+        const int32_t high = clamp(2 * int64_t{hi16(L)} * b);
+        return weight += 5, clamp(int64_t{high} + ((lo16u(L) * b) >> 15));
+    }
+    int64_t L_mult64_32_32(int32_t a, int32_t b) {
+        const int64_t cross = int64_t{lo16u(a)} * hi16(b) + int64_t{lo16u(b)} * hi16(a);
+        return weight += 5, clamp(2 * int64_t{hi16(a)} * hi16(b)) + (cross >> 15);
+    }
+};
+
+using Effects = std::pair<bool, uint32_t>;
+template <class F>
+Effects effects(F f) {  // flag and weight of a call, the flag cleared before
+    evrc_giOverflow = 0;
+    const uint32_t before = evrc_op_counter;
+    f();
+    return {evrc_giOverflow != 0, evrc_op_counter - before};
+}
+template <class F>
+Effects model_effects(F f) {  // a model's: its exported calls' and its operators'
+    Ops o;
+    const Effects e = effects([&] { f(o); });
+    return {e.first || o.flag, e.second + o.weight};
+}
+
+// ---- Packing ----------------------------------------------------------------
+
+// Fields packed in the frame driver's order come back from the decoder's
+// unpacking (each field costing its alignment and per-bit shifts), and its
+// dequantised LSPs are the encoder's quantised set.
+TEST(Packing, RoundTripsThroughDecoderUnpack) {
+    Rng r(2);
+    for (int it = 0; it < iterations(6000); ++it) {
+        const int rate = it % 3 == 0 ? 1 : it % 3 == 1 ? 3 : 4;
+        const bool full = rate == 4;
+        int16_t target[10];
+        for (auto &t : target) t = static_cast<int16_t>(r.in(100, 16300));  // up to half the sampling rate
+        std::sort(target, target + 10);
+        Word32 w[10];
+        Word16 q[10], lsp_index[4];
+        evrc_quantize_lsps(w, q, lsp_index, target, static_cast<Word16>(rate));
+        UWord16 packet[12];
+        Word16 acc, free_bits;
+        evrc_init_pack(12, &acc, &free_bits, packet);
+        UWord16 *p = packet + 1;
+        EvrcFrameParams fp{};
+        std::vector<std::pair<Word16 *, int>> fields;  // where the unpacked value lands, the packed value
+        auto put = [&](int width, Word16 *dest, int v = -1) {
+            v = v < 0 ? static_cast<int>(r.in(0, (1 << width) - 1)) : v;
+            EXPECT_EQ(effects([&] { evrc_bit_pack(v, &acc, &free_bits, width, &p); }), Effects(false, 2 + 2 * width));
+            if (dest) fields.emplace_back(dest, v);
+        };
+        const int lsp_w[3][4] = {{4, 4}, {7, 7, 8}, {6, 6, 9, 7}};
+        if (full) put(1, &fp.mode_bit);
+        for (int i = 0; i < (rate == 1 ? 2 : rate); ++i) put(lsp_w[rate / 2][i], nullptr, lsp_index[i]);
+        const int delay = static_cast<int>(r.in(0, 100)), last = static_cast<int>(r.in(0, 1));
+        if (rate == 1) {
+            put(8, &fp.energy_index);
+            ASSERT_EQ(p - packet, 2);
+            ASSERT_EQ(free_bits, 16) << "16 bits fill one word exactly";
+        } else {
+            put(7, nullptr, delay);
+            if (full) put(5, &fp.delta_delay);
+            for (int k = 0; k < 3; ++k) {
+                put(3, &fp.acb_gain_index[k]);
+                for (int j = 0; j < (full ? 4 : 1); ++j) put(full ? (j == 3 ? 11 : 8) : 10, &fp.fcb_index[k][j]);
+                put(full ? 5 : 4, &fp.fcb_gain_index[k]);
+            }
+            if (full) put(1, nullptr, last);
+        }
+        evrc_flush_pack(acc, free_bits, p);
+
+        const Word16 *bits = reinterpret_cast<const Word16 *>(packet + 1);
+        if (rate == 1) {
+            evrc_unpack_one_eigth_rate(bits, &fp);
+        } else {
+            (full ? evrc_unpack_full_rate : evrc_unpack_half_rate)(bits, &fp);
+            ASSERT_EQ(fp.delay, delay + 20);
+        }
+        for (const auto &f : fields) ASSERT_EQ(*f.first, f.second);
+        ASSERT_EQ(0, std::memcmp(fp.lsp, q, sizeof q));
+        ASSERT_EQ(fp.bad_frame, 0) << "quantised LSPs ascend";
+        const int used_words = rate == 1 ? 1 : rate == 3 ? 5 : 11;  // the rest stays clear
+        ASSERT_EQ(std::count(packet + used_words + 1, packet + 12, 0), 11 - used_words);
+        if (full) {
+            ASSERT_EQ(packet[11] & 0x3F, last << 5) << "bit 170, then clear bits";
+        }
+    }
+}
+
+// ---- Rate decision ----------------------------------------------------------
+
+struct Bands {
+    int32_t noise[2], signal[2], energy[2];
+    int16_t snr[2], hangover, first, low_beta, high_beta;
+};
+
+Bands random_bands(Rng &r) {
+    Bands b{};
+    for (int k = 0; k < 2; ++k) {
+        b.noise[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(5, 5059644)) : r.w32();
+        b.signal[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(0, 1 << r.in(1, 30))) : r.w32();
+        b.energy[k] = r.in(0, 3) ? static_cast<int32_t>(r.in(0, 1 << r.in(1, 30))) : r.w32();
+        b.snr[k] = static_cast<int16_t>(r.in(0, 7));
+    }
+    b.hangover = static_cast<int16_t>(r.in(0, 9));
+    b.first = static_cast<int16_t>(r.in(0, 2));
+    b.low_beta = static_cast<int16_t>(r.in(0, 1) ? r.in(0, 10) : 32767);
+    b.high_beta = static_cast<int16_t>(r.in(0, 1) ? r.in(0, 8) : 32767);
+    return b;
+}
+
+int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, int ws, int as, Ops &o) {
+    const int s = static_cast<int>(sat(std::min<int64_t>(sat(sat(2 * ws, 32767) + as, 32767), 30) + 1, 32767));
+    int16_t rate = 1;
+    for (int k = 0; k < 2; ++k) {
+        int64_t acc = 0;
+        for (int i = 0; i < 17; ++i) acc += int64_t{hi16(r[i])} * evrc_acsBandFiltAuto[k][i];
+        acc = s >= 0 ? acc >> std::min(s, 63) : (-s >= 64 ? 0 : static_cast<int64_t>(static_cast<uint64_t>(acc) << -s));
+        const int32_t e = static_cast<int32_t>(sat(acc, kMax32)), old = b.energy[k];
+        b.energy[k] = static_cast<int32_t>(sat(int64_t{o.L_mult(hi16(old), 19661)} + ((lo16u(old) * 19661) >> 15) +
+                                                   o.L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
+                                               kMax32));
+        const int32_t t = o.L_shl(b.noise[k], 7), f = evrc_acnRateThreshScaleFact[b.snr[k]];
+        const int32_t upper = o.L_mult_32_16(t, hi16(f)), lower = o.L_mult_32_16(t, static_cast<int16_t>(f));
+        rate = std::max<int16_t>(rate, e > upper ? 4 : lower >= e ? 1 : 3);
+    }
+    if (rate == 4) return b.hangover = 0, 4;
+    if (prev != 4 || last != 4) return rate;
+    if (b.first == 1) return b.first = 2, rate;
+    if (b.snr[0] >= 4 || b.hangover > (b.snr[0] == 3 ? 2 : 6)) return rate;
+    b.hangover = static_cast<int16_t>(std::min(b.hangover + 1, 32767));
+    return 4;
+}
+
+TEST(RateDecision, SelectionMatchesModel) {
+    Rng r(3);
+    for (int it = 0; it < iterations(100000); ++it) {
+        int32_t ac[17];
+        for (auto &v : ac) v = r.w32();
+        if (r.in(0, 1)) ac[0] = static_cast<int32_t>(r.in(0x40000000, kMax32));  // normalised energy
+        Bands b = random_bands(r), m = b;
+        const int16_t prev = static_cast<int16_t>(r.in(0, 4)), last = static_cast<int16_t>(r.in(0, 4));
+        const int16_t ws = r.in(0, 7) ? static_cast<int16_t>(r.in(0, 15)) : r.w16();
+        const int16_t as = r.in(0, 7) ? static_cast<int16_t>(r.in(0, 31)) : r.w16();
+        int16_t got = 0, want = 0;
+        const Effects e = effects([&] {
+            got = evrc_rate_selection(ac, b.snr, b.noise, b.energy, &b.hangover, &b.first, prev, last, ws, as);
+        });
+        ASSERT_EQ(e, model_effects([&](Ops &o) { want = model_rate_selection(ac, m, prev, last, ws, as, o); }));
+        ASSERT_EQ(got, want);
+        ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b));
+    }
+}
+
+void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
+    const bool fast = beta < 9831 && b.low_beta > 7;
+    b.low_beta = static_cast<int16_t>(beta >= 9831 ? 0 : fast ? b.low_beta : std::min(b.low_beta + 1, 32767));
+    const int g = beta >= 16384 && b.high_beta >= 5 ? 31785 : 32768;
+    b.high_beta = static_cast<int16_t>(beta >= 16384 ? std::min(b.high_beta + 1, 32767) : 0);
+    for (int k = 0; k < 2; ++k) {
+        const int16_t f = fast ? 1 : b.snr[k] > 3, m = fast ? 16876 : b.snr[k] < 4 ? 16384 : 16474;
+        const int32_t n = b.noise[k], s = b.signal[k];
+        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{o.L_mult(hi16(n), m)}, kMax32);
+        const int64_t raised = sat(int64_t{n} + (o.L_mult(f, f) >> 1), kMax32);
+        b.noise[k] = static_cast<int32_t>(std::max<int64_t>(
+            std::min(std::max(raised, scaled), std::min<int64_t>(b.energy[k], 5059644)), k == 0 ? 10 : 5));
+        b.signal[k] = static_cast<int32_t>(
+            std::max<int64_t>(b.energy[k], sat(int64_t{hi16(s)} * g * 2 + ((int64_t{lo16u(s)} * g) >> 15), kMax32)));
+    }
+    for (int k = 0; k < 2; ++k) {
+        const int16_t d = static_cast<int16_t>(evrc_log2(b.signal[k]) - evrc_log2(b.noise[k]));
+        b.snr[k] = static_cast<int16_t>(std::clamp<int>(((o.L_mult(19728, d) >> 10) + 32768 - 262144) >> 16, 0, 7));
+    }
+}
+
+TEST(RateDecision, BandEstimatesMatchModel) {
+    Rng r(4);
+    for (int it = 0; it < iterations(100000); ++it) {
+        Bands b = random_bands(r), m = b;
+        const int16_t beta = r.in(0, 3) ? static_cast<int16_t>(r.in(0, 32767)) : r.w16();
+        const Effects e = effects(
+            [&] { evrc_update_rate_info(b.noise, b.energy, b.signal, b.snr, &b.low_beta, &b.high_beta, beta); });
+        ASSERT_EQ(e, model_effects([&](Ops &o) { model_update_rate_info(m, beta, o); }));
+        ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b)) << it;
+    }
+}
+
+TEST(RateDecision, NoiseLevelMatchesModel) {
+    Rng r(5);
+    for (int it = 0; it < iterations(20000); ++it) {
+        auto st = new_encoder();
+        const int amp = static_cast<int>(r.in(0, 32767) >> r.in(0, 14));
+        for (auto &x : st->asSpeech) x = static_cast<Word16>(r.in(-amp - 1, amp));
+        st->autocorr[0] = r.in(0, 3) ? static_cast<int32_t>(r.in(1, kMax32)) : r.w32();
+        st->pred_error = r.in(0, 3) ? static_cast<int32_t>(r.in(0, std::max(st->autocorr[0], 1))) : r.w32();
+        for (auto &a : st->lpc) a = r.w32();
+        st->noise_level = r.in(0, 3) ? static_cast<Word16>(r.in(0, 32767)) : r.w16();
+        st->noise_pending = static_cast<Word16>(r.in(0, 3) == 0);
+        st->sRate = static_cast<Word16>(r.in(0, 1) ? 1 : r.in(2, 4));
+        EvrcEncoderState m = *st;
+        const Effects e = effects([&] { evrc_background_noise_estimation(st.get(), st->asSpeech + 160); });
+        ASSERT_EQ(e, model_effects([&](Ops &o) {
+                      const int32_t ratio = evrc_divide_dp(m.pred_error, m.autocorr[0], 2);
+                      m.pred_gain = hi16(ratio);
+                      int64_t energy = 0;
+                      for (int n = 160; n < 320; ++n) energy += int64_t{m.asSpeech[n]} * m.asSpeech[n];
+                      const int64_t prod = o.L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio);
+                      const int16_t level = hi16(o.L_mult(8974, evrc_square_root(static_cast<int32_t>(prod))) >> 1);
+                      if (m.noise_level > 2 * level) m.noise_level = level;
+                      if (m.noise_pending == 0 && m.sRate != 1) return;
+                      m.noise_level = hi16(o.L_mac(o.L_mac(32768, level, 10923), m.noise_level, 21845));
+                      m.noise_pending = 0;
+                      for (int i = 0; i < 10; ++i) m.noise_lpc[i] = hi16(m.lpc[i]);
+                  }));
+        ASSERT_EQ(0, std::memcmp(st.get(), &m, sizeof m));
+    }
+}
+
+// ---- LSP quantisation -------------------------------------------------------
+
+void model_weights(const int16_t lsp[10], int32_t w[10]) {
+    bool seen = false;
+    for (int i = 0; i < 10; ++i) {
+        const int64_t below = i > 0 ? sat(int64_t{lsp[i]} - lsp[i - 1], 32767) : 32767;
+        const int64_t above = i < 9 ? sat(int64_t{lsp[i + 1]} - lsp[i], 32767) : 32767;
+        const int16_t d = static_cast<int16_t>(std::min(below, above));
+        Word16 e = 0;
+        const int32_t rcp = d ? evrc_invert_dp(d, 4, &e) : 0;
+        w[i] = d == 0 ? (seen ? 411775 : 3688575) : static_cast<int32_t>(sat((int64_t{rcp} >> (31 - e)) + 411775, kMax32));
+        seen |= d != 0;
+    }
+}
+
+void model_norm(const int32_t *w, int n, uint16_t *out) {
+    int64_t m = 0;
+    for (int i = 0; i < n; ++i) m = std::max<int64_t>(m, std::abs(int64_t{w[i]}));
+    const int shift = evrc_norm_l(static_cast<int32_t>(sat(m, kMax32))) + 1;
+    for (int i = 0; i < n; ++i) out[i] = static_cast<uint16_t>((static_cast<uint64_t>(int64_t{w[i]}) << shift) >> 16);
+}
+
+void model_quantize(const int16_t target[10], int16_t rate, int32_t w[10], int16_t q[10], int16_t idx[4]) {
+    struct Split { int first, dim, param; const Word16 *book; };
+    const Split full[4] = {{0, 2, 0, evrc_acsLspVQFull1[0]}, {2, 2, 1, evrc_acsLspVQFull2[0]},
+                           {4, 3, 2, evrc_acsLspVQFull3[0]}, {7, 3, 3, evrc_acsLspVQFull4[0]}};
+    const Split half[3] = {{0, 3, 4, evrc_acsLspVQHalf1[0]}, {3, 3, 5, evrc_acsLspVQHalf2[0]},
+                           {6, 4, 6, evrc_acsLspVQHalf3[0]}};
+    const Split eighth[2] = {{0, 5, 7, evrc_acsLspVQEighth1[0]}, {5, 5, 8, evrc_acsLspVQEighth2[0]}};
+    const Split *splits = rate == 4 ? full : rate == 3 ? half : eighth;
+    model_weights(target, w);
+    int16_t floor = 0;
+    for (int s = 0; s < (rate == 4 ? 4 : rate == 3 ? 3 : 2); ++s) {
+        const Split &sp = splits[s];
+        uint16_t nw[5];
+        model_norm(w + sp.first, sp.dim, nw);
+        if (rate == 4 && sp.dim == 2 && nw[0] == nw[1]) nw[0] = nw[1] = 32768;
+        int64_t best = kMax32;
+        int row = 0;
+        for (int j = 0; j < static_cast<int>(evrc_acsLspSearchParams[sp.param] & 0xFFFF); j += sp.dim) {
+            if (sp.book[j] <= floor) continue;
+            int64_t sum = 0;
+            for (int k = 0; k < sp.dim; ++k) {
+                const int64_t t = target[sp.first + k], c = sp.book[j + k];
+                const int64_t d = sat(sp.dim == 2 ? t - c : c - t, 32767);
+                sum += d * (sat(2 * d * nw[k], kMax32) >> 16);
+            }
+            if (sat(2 * sum, kMax32) < best) best = sat(2 * sum, kMax32), row = j / sp.dim;
+        }
+        std::copy(sp.book + row * sp.dim, sp.book + (row + 1) * sp.dim, q + sp.first);
+        idx[s] = static_cast<int16_t>(row);
+        floor = static_cast<int16_t>(sp.book[row * sp.dim + sp.dim - 1] + 261);
+    }
+}
+
+TEST(LspQuantisation, MatchesModel) {
+    Rng r(6);
+    for (int it = 0; it < iterations(20000); ++it) {
+        int16_t target[10];
+        const int kind = static_cast<int>(r.in(0, 3));  // ascending, coincident neighbours, anything
+        for (int i = 0; i < 10; ++i) {
+            target[i] = kind == 3 ? r.w16() : static_cast<int16_t>(r.in(1, 32000));
+            if (kind == 2 && i > 0 && r.in(0, 2) == 0) target[i] = target[i - 1];
+        }
+        if (kind < 2) std::sort(target, target + 10);
+        const int16_t rate = static_cast<int16_t>(it % 5);
+        int32_t w[10], mw[10];
+        int16_t q[10] = {}, mq[10] = {}, idx[4] = {}, midx[4] = {};
+        const Effects e = effects([&] { evrc_quantize_lsps(w, q, idx, target, rate); });
+        ASSERT_EQ(e, effects([&] { model_quantize(target, rate, mw, mq, midx); }));
+        ASSERT_EQ(0, std::memcmp(w, mw, sizeof w)) << "raw weights stay in the weight array";
+        ASSERT_EQ(0, std::memcmp(q, mq, sizeof q));
+        ASSERT_EQ(0, std::memcmp(idx, midx, sizeof idx));
+        Word16 norm[5];
+        uint16_t mnorm[5];
+        const Word16 n = static_cast<Word16>(r.in(1, 5));
+        const int first = static_cast<int>(r.in(0, 10 - n));
+        ASSERT_EQ(effects([&] { evrc_norm_lsp_weights(w + first, norm, n); }),
+                  effects([&] { model_norm(w + first, n, mnorm); }));
+        ASSERT_EQ(0, std::memcmp(norm, mnorm, n * sizeof(Word16)));
+    }
+}
+
+TEST(LspQuantisation, SearchTiesFloorAndFallback) {
+    const Word16 target[3] = {1000, 2000, 3000}, w[3] = {-32768, 20000, 20000};  // weights read unsigned
+    // Row 0 is at the floor, rows 1 and 2 tie: the lower index wins.
+    const Word16 book[9] = {500, 2000, 3000, 1010, 2000, 3000, 1010, 2000, 3000};
+    Word16 floor = 500, out[3], index = -1;
+    evrc_search_lsps(w, target, &floor, book, (3u << 16) | 7, out, &index);
+    EXPECT_EQ(index, 1);
+    EXPECT_EQ(floor, 3000 + 261);
+    // No row above the floor: row 0 is taken; the margin wraps at 16 bits.
+    const Word16 high[3] = {100, 200, 32700};
+    floor = 32000;
+    evrc_search_lsps(w, target, &floor, high, (3u << 16) | 1, out, &index);
+    EXPECT_EQ(index, 0);
+    EXPECT_EQ(floor, static_cast<Word16>(32700 + 261 - 65536));
+    // Coincident LSPs: fixed weights, large only before any distance was weighted.
+    const Word16 lsp[10] = {100, 100, 900, 1200, 1200, 1200, 4000, 5000, 6000, 7000};
+    Word32 weights[10];
+    evrc_compute_lsp_weights(lsp, weights);
+    EXPECT_EQ(std::vector<Word32>(weights, weights + 4), (std::vector<Word32>{3688575, 3688575, weights[2], 411775}));
+    EXPECT_GT(weights[2], 411775);
+}
+
+}  // namespace
