@@ -4,7 +4,8 @@
 #
 #   native  warnings as errors, all tests
 #   asan    AddressSanitizer + UndefinedBehaviorSanitizer, all tests
-#   tsan    ThreadSanitizer, the component tests (ctest label "omx")
+#   tsan    ThreadSanitizer, the component and multi-thread codec tests
+#           (ctest labels "omx" and "threads")
 #   arm     32-bit ARM cross build, all tests under qemu-arm
 #   fuzz    scripts/fuzz.sh, when present
 #
@@ -97,8 +98,8 @@ stage_tsan() {
     cmake -S "$ROOT" -B "$dir" ${CMAKE_COMMON[@]+"${CMAKE_COMMON[@]}"} -DEVRC_WERROR=ON -DEVRC_SANITIZE=thread -DEVRC_BUILD_BENCH=OFF \
         -DEVRC_BUILD_TOOLS=OFF >"$dir.configure.log" 2>&1 ||
         { cat "$dir.configure.log"; fail tsan "cmake configure failed"; }
-    # Build only the programs of the component tests: the executables that
-    # tests labelled "omx" run and that are targets of this build.
+    # Build only the programs of the threaded tests: the executables that
+    # tests labelled "omx" or "threads" run and that are targets of this build.
     local targets
     targets=$(python3 - "$dir" <<'PY'
 import os, re, subprocess, sys
@@ -112,7 +113,7 @@ for root, _, files in os.walk(build):
     for name, exe in re.findall(r'^add_test\((\S+) "([^"]+)"', text, re.M):
         commands[name] = os.path.basename(exe)
     for name, labels in re.findall(r'^set_tests_properties\((\S+) PROPERTIES .*?LABELS "([^"]*)"', text, re.M):
-        if "omx" in labels.split(";"):
+        if {"omx", "threads"} & set(labels.split(";")):
             labelled.add(name)
 help_text = subprocess.run(["cmake", "--build", build, "--target", "help"],
                            capture_output=True, text=True).stdout
@@ -132,7 +133,7 @@ PY
     "${CTEST_PREFIX[@]}" true 2>/dev/null || CTEST_PREFIX=()
     TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     EVRC_TEST_ITERATIONS=$SLOW_ITERATIONS \
-        run_ctest tsan "$dir" -L omx --no-tests=error
+        run_ctest tsan "$dir" -L "omx|threads" --no-tests=error
     CTEST_PREFIX=()
 }
 
