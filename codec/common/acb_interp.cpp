@@ -73,6 +73,27 @@ Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, Word32 co
     return static_cast<Word16>(sum >> 16);
 }
 
+// The plain sum, for callers that have already bounded the samples: with
+// 32768 + 2 * peak * sum |c| <= 2^31 - 1 every partial sum of x c fits 31
+// bits, so 32-bit accumulation equals the clamped chain.
+template <int Taps>
+Word16 interp_sample_plain(const Word16 *x, const Word16 *coeff, int taps) {
+    const int count = Taps > 0 ? Taps : taps;
+    Word32 sum = 0;
+    for (int j = 0; j < count; ++j) sum += static_cast<Word32>(x[j]) * coeff[j];
+    return static_cast<Word16>((32768 + 2 * static_cast<Word64>(sum)) >> 16);
+}
+
+// Largest |sample| of buf[0 .. len), 0 for an empty buffer.
+Word32 peak_magnitude(const Word16 *buf, int len) {
+    Word16 hi = 0, lo = 0;
+    for (int j = 0; j < len; ++j) {
+        hi = buf[j] > hi ? buf[j] : hi;
+        lo = buf[j] < lo ? buf[j] : lo;
+    }
+    return -static_cast<Word32>(lo) > hi ? -static_cast<Word32>(lo) : hi;
+}
+
 // The decoder's filter has 17 taps; a fixed count lets the compiler unroll
 // and vectorise the sums.
 inline Word16 interp_sample(const Word16 *x, const Word16 *coeff, int taps, Word32 coeff_abs_sum, bool &clamped) {
@@ -104,6 +125,12 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     fx::charge(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
     Word32 abs_sums[kPhases];
     for (int ph = 0; ph < kPhases; ++ph) abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
+    // peak bounds |x| of every sample any tap can read: the buffer's samples
+    // at the start, raised by each output as it is stored (taps outside the
+    // buffer read 0). Under the bound of interp_sample_plain for the phase
+    // the sample is summed plainly; otherwise interp_sample bounds the taps'
+    // own samples.
+    Word32 peak = peak_magnitude(buf, buf_len);
     bool clamped = false;
     Word16 window[64];  // the taps' samples near the buffer's ends
     for (int n = 0; n < n_samples; ++n) {
@@ -121,8 +148,13 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
+        const bool plain = 32768 + 2 * static_cast<Word64>(peak) * abs_sums[phase] <= fx::kMax32;
         if (first >= 0 && first + taps <= buf_len) {
-            out = interp_sample(buf + first, coeff, taps, abs_sums[phase], clamped);
+            if (plain && taps == 17) {
+                out = interp_sample_plain<17>(buf + first, coeff, taps);
+            } else {
+                out = interp_sample(buf + first, coeff, taps, abs_sums[phase], clamped);
+            }
         } else if (taps <= 64) {
             for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
             out = interp_sample(window, coeff, taps, abs_sums[phase], clamped);
@@ -138,6 +170,8 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word64 out_index = static_cast<Word64>(pos) + n;
         if (out_index >= 0 && out_index < buf_len) {
             buf[out_index] = out;
+            const Word32 magnitude = out < 0 ? -static_cast<Word32>(out) : out;
+            peak = magnitude > peak ? magnitude : peak;
         }
     }
     if (clamped) fx::raise_overflow();

@@ -45,12 +45,19 @@ inline Word64 synthesis_feedback(const Word16 *a, const Word32 *past, bool &clam
     return hi + (lo >> 15);
 }
 
-// With sum |a_k| < 2^15 every partial high-half sum is below
-// 2 * 2^15 * 32768 = 2^31 in magnitude, so none of the clamps can fire.
-inline bool feedback_may_clamp(const Word16 *a) {
-    Word32 sum = 0;
-    for (int k = 0; k < kOrder; ++k) sum += a[k] < 0 ? -a[k] : a[k];
-    return sum > 32767;
+// Bound on the magnitude of a memory word's high half: for any 32-bit m,
+// |m >> 16| <= (magnitude_bits(m) >> 16) + 1, where magnitude_bits(m) is m for
+// m >= 0 and ~m = -m - 1 for m < 0 (then -(m >> 16) = ceil((~m + 1) / 2^16)
+// <= (~m >> 16) + 1). OR-ing the words' magnitude bits bounds their maximum.
+inline Word32 magnitude_bits(Word32 m) { return m ^ (m >> 31); }
+
+// Every partial high-half sum of the feedback is a sum of some of the terms
+// 2 a_k h_k, so with H >= |h_k| for all ten memory words it is at most
+// 2 * sum |a_k| * H in magnitude. sum |a_k| * H <= 2^30 - 1 keeps that at
+// 2^31 - 2, inside the 32-bit range: no clamp can fire.
+constexpr Word64 kMaxAbsSumTimesHigh = (Word64{1} << 30) - 1;
+inline bool high_halves_fit(Word32 abs_sum, Word32 magnitude_or) {
+    return static_cast<Word64>(abs_sum) * ((magnitude_or >> 16) + 1) <= kMaxAbsSumTimesHigh;
 }
 
 // synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
@@ -59,7 +66,7 @@ inline bool feedback_may_clamp(const Word16 *a) {
 // 2 * sum a_k h_k passes through the floor shift unchanged. The newest word
 // comes in separately (held in a register by the caller): it is the only
 // term on the sample-to-sample dependency chain.
-inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word32 newest) {
+inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word64 newest) {
     Word64 older = 0;
     for (int k = 1; k < kOrder; ++k) older += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
     return (older + static_cast<Word64>(a[0]) * newest) >> 15;
@@ -115,27 +122,62 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     // the caller's memory, which would keep the compiler from holding either
     // in registers. y[10 + n] is output n in Q16, y[0..10) the memory, oldest
     // first; blocks of kBlock samples keep y on the stack small.
-    constexpr int kBlock = 64;
+    //
+    // Each block first runs the plain 64-bit form, tracking a bound on every
+    // memory word it reads (the block's starting memory and its own outputs).
+    // If afterwards sum |a_k| times that bound passes high_halves_fit, no
+    // feedback of the block could have clamped, so the plain outputs are the
+    // operator chain's; otherwise the block is run again from its starting
+    // memory with the clamped chain. Outputs go to y only until the block is
+    // settled, so in == out is safe, and the flag is raised only for clamps
+    // of the settled run (in the plain run none can fire).
+    constexpr int kBlock = 40;
     Word16 a[kOrder];
     Word32 y[kOrder + kBlock];
+    Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) {
         a[k] = lpc[k];
+        abs_sum += a[k] < 0 ? -a[k] : a[k];
         y[k] = mem[kOrder - 1 - k];
     }
     bool clamped = false;
-    const bool may_clamp = feedback_may_clamp(a);
-    Word32 newest = y[kOrder - 1];
     for (int done = 0; done < L;) {
         const int len = L - done < kBlock ? L - done : kBlock;
+        Word32 magnitude_or = 0;
+        for (int k = 0; k < kOrder; ++k) magnitude_or |= magnitude_bits(y[k]);
+        bool settled = false;
+        if (high_halves_fit(abs_sum, magnitude_or)) {
+            // Saturation of the new word is checked once per block, off the
+            // sample-to-sample chain: a block where it would have fired is
+            // run again through the saturating form.
+            Word64 newest = y[kOrder - 1];
+            Word64 out_of_range = 0;
+            for (int n = 0; n < len; ++n) {
+                const Word64 acc = synthesis_feedback_exact(a, y + n, newest) * 8 +
+                                   static_cast<Word64>(in[done + n]) * 65536;
+                out_of_range |= static_cast<Word64>(static_cast<UWord64>(acc) + 0x80000000u) >> 32;
+                newest = acc;
+                y[kOrder + n] = static_cast<Word32>(acc);
+                magnitude_or |= magnitude_bits(static_cast<Word32>(acc));
+            }
+            settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
+        }
+        if (!settled) {
+            // Any memory word is bounded by magnitude bits 0x7FFFFFFF.
+            const bool exact = high_halves_fit(abs_sum, fx::kMax32);
+            for (int n = 0; n < len; ++n) {
+                const Word64 feedback = exact ? synthesis_feedback_exact(a, y + n, y[kOrder - 1 + n])
+                                              : synthesis_feedback(a, y + n, clamped);
+                const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
+                // The new word saturates silently.
+                y[kOrder + n] = static_cast<Word32>(fx::L_sat32_64(acc));
+            }
+        }
         for (int n = 0; n < len; ++n) {
-            const Word64 feedback = may_clamp ? synthesis_feedback(a, y + n, clamped)
-                                              : synthesis_feedback_exact(a, y + n, newest);
-            const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
-            newest = static_cast<Word32>(fx::L_sat32_64(acc));
-            y[kOrder + n] = newest;
+            const Word32 v = y[kOrder + n];
             // Rounding to 16 bits saturates at the top only.
-            clamped |= newest >= 0x7FFF8000;
-            out[done + n] = newest >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((newest + 0x8000) >> 16);
+            clamped |= v >= 0x7FFF8000;
+            out[done + n] = v >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((v + 0x8000) >> 16);
         }
         for (int k = 0; k < kOrder; ++k) y[k] = y[len + k];
         done += len;
