@@ -12,6 +12,11 @@ namespace evrc_dec {
 Word16 decoder_agc_reference(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out, Word16 mode,
                              Word16 L);
 
+// The output doubling of evrc_decoder_gain_adjust on L samples in place, and
+// its operator-by-operator form.
+void double_samples(Word16 *x, int L);
+void double_samples_reference(Word16 *x, int L);
+
 }  // namespace evrc_dec
 
 #endif  // EVRC_CODEC_DEC_REFERENCE_FORMS_H

@@ -77,7 +77,7 @@ TEST(FilterModels, BlockInterpolationMatchesPlainForm) {
     }
 }
 
-TEST(FilterModels, AgcMatchesPlainForm) {
+TEST(FilterModels, AgcAndOutputDoublingMatchPlainForms) {
     std::mt19937 rng(8);
     for (int trial = 0; trial < 3000; ++trial) {
         const int L = 1 + static_cast<int>(rng() % 54);
@@ -101,6 +101,15 @@ TEST(FilterModels, AgcMatchesPlainForm) {
         ASSERT_EQ(0, std::memcmp(out, want_out, L * sizeof(Word16))) << "trial " << trial;
         EXPECT_EQ(st.agc_prev_gain, want_st.agc_prev_gain);
         EXPECT_EQ(got, want);
+
+        // The final output doubling, on the reference samples.
+        Word16 twice[54], want_twice[54];
+        std::memcpy(twice, ref, sizeof twice);
+        std::memcpy(want_twice, ref, sizeof want_twice);
+        const auto doubled = measure([&] { evrc_dec::double_samples(twice, L); });
+        const auto want_doubled = measure([&] { evrc_dec::double_samples_reference(want_twice, L); });
+        ASSERT_EQ(0, std::memcmp(twice, want_twice, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(doubled, want_doubled);
     }
 }
 
