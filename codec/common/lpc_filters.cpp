@@ -197,19 +197,33 @@ EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Wo
     Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) abs_sum += lpc[k] < 0 ? -lpc[k] : lpc[k];
     const bool narrow = abs_sum <= 61440;
-    for (int n = 0; n < L; ++n) {
-        const Word16 *x = in + kOrder + n;
-        Word64 s;
+    // Blocks of kBlock samples, tap by tap over the block so that the sums
+    // vectorise across samples. Block b's outputs are stored after all its
+    // sums, and only later blocks read past it (sample n reads in[n ..
+    // n + 10]), so out may equal in.
+    constexpr int kBlock = 64;
+    Word32 s32[kBlock];
+    for (int done = 0; done < L; done += kBlock) {
+        const int len = L - done < kBlock ? L - done : kBlock;
+        const Word16 *x = in + kOrder + done;
         if (narrow) {
-            Word32 s32 = -4096 * static_cast<Word32>(x[0]);
-            for (int k = 1; k <= kOrder; ++k) s32 += static_cast<Word32>(lpc[k - 1]) * x[-k];
-            s = s32;
+            for (int n = 0; n < len; ++n) s32[n] = -4096 * static_cast<Word32>(x[n]);
+            for (int k = 1; k <= kOrder; ++k) {
+                const Word32 a = lpc[k - 1];
+                for (int n = 0; n < len; ++n) s32[n] += a * x[n - k];
+            }
+            for (int n = 0; n < len; ++n) {
+                const Word64 v = fx::L_sub64(32768, fx::L_shl64(s32[n], shift));
+                out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+            }
         } else {
-            s = -4096 * static_cast<Word64>(x[0]);
-            for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[-k];
+            for (int n = 0; n < len; ++n) {
+                Word64 s = -4096 * static_cast<Word64>(x[n]);
+                for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[n - k];
+                const Word64 v = fx::L_sub64(32768, fx::L_shl64(s, shift));
+                out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+            }
         }
-        const Word64 v = fx::L_sub64(32768, fx::L_shl64(s, shift));
-        out[n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
     }
 }
 
