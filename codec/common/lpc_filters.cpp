@@ -133,10 +133,12 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     // of the settled run (in the plain run none can fire).
     constexpr int kBlock = 40;
     Word16 a[kOrder];
+    Word64 a64[kOrder];
     Word32 y[kOrder + kBlock];
     Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) {
         a[k] = lpc[k];
+        a64[k] = lpc[k];
         abs_sum += a[k] < 0 ? -a[k] : a[k];
         y[k] = mem[kOrder - 1 - k];
     }
@@ -150,15 +152,23 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
             // Saturation of the new word is checked once per block, off the
             // sample-to-sample chain: a block where it would have fired is
             // run again through the saturating form.
+            // The plain run keeps its words in 64 bits (no narrowing on the
+            // chain); the range and the bound are checked afterwards.
+            Word64 y64[kOrder + kBlock];
+            for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
             Word64 newest = y[kOrder - 1];
+            for (int n = 0; n < len; ++n) {
+                Word64 older = 0;
+                for (int k = 1; k < kOrder; ++k) older += a64[k] * y64[n + kOrder - 1 - k];
+                newest = ((older + a64[0] * newest) >> 15) * 8 + static_cast<Word64>(in[done + n]) * 65536;
+                y64[kOrder + n] = newest;
+            }
             Word64 out_of_range = 0;
             for (int n = 0; n < len; ++n) {
-                const Word64 acc = synthesis_feedback_exact(a, y + n, newest) * 8 +
-                                   static_cast<Word64>(in[done + n]) * 65536;
-                out_of_range |= static_cast<Word64>(static_cast<UWord64>(acc) + 0x80000000u) >> 32;
-                newest = acc;
-                y[kOrder + n] = static_cast<Word32>(acc);
-                magnitude_or |= magnitude_bits(static_cast<Word32>(acc));
+                const Word64 v = y64[kOrder + n];
+                out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
+                y[kOrder + n] = static_cast<Word32>(v);
+                magnitude_or |= magnitude_bits(static_cast<Word32>(v));
             }
             settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
         }
