@@ -99,11 +99,14 @@ public:
         self->cond_.notify_all();
         return OMX_ErrorNone;
     }
+    // A returned input buffer is only collected: its output buffer follows
+    // it (the component answers every input buffer with one), and that wakes
+    // the client, once per buffer pair rather than twice.
     static OMX_ERRORTYPE on_empty_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->inputs_, hdr);
+        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->inputs_, hdr, false);
     }
     static OMX_ERRORTYPE on_fill_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->outputs_, hdr);
+        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->outputs_, hdr, true);
     }
 
     bool wait_state(OMX_STATETYPE s, std::string& error) {
@@ -123,13 +126,13 @@ public:
         return false;
     }
 
-    // Waits for any returned buffer (or an error event); false on timeout or
-    // error, with `error` set.
+    // Waits for a returned output buffer (or an error event) and takes it
+    // with every buffer returned so far; false on timeout or error, with
+    // `error` set. Only to be called with an output buffer in the component.
     bool wait_buffers(std::deque<OMX_BUFFERHEADERTYPE*>& inputs, std::deque<OMX_BUFFERHEADERTYPE*>& outputs,
                       std::string& error) {
         std::unique_lock<std::mutex> lock(mutex_);
-        const bool ok = cond_.wait_for(
-            lock, kStepTimeout, [&] { return !inputs_.empty() || !outputs_.empty() || error_ != 0; });
+        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] { return !outputs_.empty() || error_ != 0; });
         inputs.insert(inputs.end(), inputs_.begin(), inputs_.end());
         outputs.insert(outputs.end(), outputs_.begin(), outputs_.end());
         inputs_.clear();
@@ -142,10 +145,10 @@ public:
     }
 
 private:
-    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE*>& q, OMX_BUFFERHEADERTYPE* hdr) {
+    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE*>& q, OMX_BUFFERHEADERTYPE* hdr, bool wake) {
         std::lock_guard<std::mutex> lock(mutex_);
         q.push_back(hdr);
-        cond_.notify_all();
+        if (wake) cond_.notify_all();
         return OMX_ErrorNone;
     }
 
@@ -235,6 +238,8 @@ public:
         std::deque<OMX_BUFFERHEADERTYPE*> free_out(outputs_.begin(), outputs_.end());
         std::size_t sent = 0;
         std::size_t received = 0;
+        // While buffers are missing at least one output buffer is in the
+        // component (all free ones are sent first), so a wait for one ends.
         while (received < buffers.size()) {
             while (!free_out.empty() && received + (outputs_.size() - free_out.size()) < buffers.size()) {
                 if (!check(handle_.FillThisBuffer(&handle_, free_out.front()), "fill_this_buffer", error)) return false;
