@@ -84,6 +84,9 @@ Word16 interp_sample_plain(const Word16 *x, const Word16 *coeff, int taps) {
     return static_cast<Word16>((32768 + 2 * static_cast<Word64>(sum)) >> 16);
 }
 
+// (2^31 - 1 - 32768) / 2, rounded down.
+constexpr Word32 kMaxPeakTimesAbsSum = 1073725439;
+
 // Largest |sample| of buf[0 .. len), 0 for an empty buffer.
 Word32 peak_magnitude(const Word16 *buf, int len) {
     Word16 hi = 0, lo = 0;
@@ -124,7 +127,14 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     // Each tap is one weighted multiply-accumulate of 4 operations.
     fx::charge(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
     Word32 abs_sums[kPhases];
-    for (int ph = 0; ph < kPhases; ++ph) abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
+    // Largest peak under the bound of interp_sample_plain for each phase:
+    // 32768 + 2 peak A <= 2^31 - 1 holds exactly when peak A <= 1073725439,
+    // that is peak <= 1073725439 / A (rounded down).
+    Word32 peak_limits[kPhases];
+    for (int ph = 0; ph < kPhases; ++ph) {
+        abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
+        peak_limits[ph] = abs_sums[ph] == 0 ? fx::kMax32 : kMaxPeakTimesAbsSum / abs_sums[ph];
+    }
     // peak bounds |x| of every sample any tap can read: the buffer's samples
     // at the start, raised by each output as it is stored (taps outside the
     // buffer read 0). Under the bound of interp_sample_plain for the phase
@@ -148,7 +158,7 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
-        const bool plain = 32768 + 2 * static_cast<Word64>(peak) * abs_sums[phase] <= fx::kMax32;
+        const bool plain = peak <= peak_limits[phase];
         if (first >= 0 && first + taps <= buf_len) {
             if (plain && taps == 17) {
                 out = interp_sample_plain<17>(buf + first, coeff, taps);
