@@ -131,7 +131,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     // memory with the clamped chain. Outputs go to y only until the block is
     // settled, so in == out is safe, and the flag is raised only for clamps
     // of the settled run (in the plain run none can fire).
-    constexpr int kBlock = 40;
+    constexpr int kBlock = 64;
     Word16 a[kOrder];
     Word64 a64[kOrder];
     Word32 y[kOrder + kBlock];

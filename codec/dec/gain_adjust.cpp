@@ -30,18 +30,18 @@ Word16 double_sample(Word16 x) {
 // y << 17 <= 0x7FFE0000, which round32 turns into 2y without saturating.
 // So the chain is 2y clamped to 16 bits, flagging where 2y left the range.
 void evrc_dec::double_samples(Word16 *x, int L) {
-    UWord32 positives = 0;
-    bool clamped = false;
+    Word32 positives = 0;
+    Word32 clamped = 0;
     for (int i = 0; i < L; ++i) {
         const Word32 positive = x[i] > 0;
-        positives += static_cast<UWord32>(positive);
+        positives += positive;
         Word32 r = 2 * (x[i] - positive);
         clamped |= (r > fx::kMax16) | (r < fx::kMin16);
         r = r > fx::kMax16 ? fx::kMax16 : r;
         r = r < fx::kMin16 ? fx::kMin16 : r;
         x[i] = static_cast<Word16>(r);
     }
-    fx::charge(kDoubleWeight * static_cast<UWord32>(L) + positives);
+    fx::charge(kDoubleWeight * static_cast<UWord32>(L) + static_cast<UWord32>(positives));
     if (clamped) fx::raise_overflow();
 }
 
