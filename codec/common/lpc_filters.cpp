@@ -202,11 +202,13 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
 // in, but must not overlap in[10 ..) otherwise.
 EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
                                          Word16 shift) {
-    // With sum |a_k| <= 61440 the sum is below 4096 * 32768 + 61440 * 32768
-    // = 2^31 in magnitude at every step, so 32-bit accumulation is exact.
+    // With sum |a_k| < 61440 the sum is at most 4096 * 32768 + 61439 * 32768
+    // = 2^31 - 32768 in magnitude at every step, so 32-bit accumulation is
+    // exact. (At 61440 it can reach 2^31: every a_k negative, every sample
+    // -32768.)
     Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) abs_sum += lpc[k] < 0 ? -lpc[k] : lpc[k];
-    const bool narrow = abs_sum <= 61440;
+    const bool narrow = abs_sum < 61440;
     // Blocks of kBlock samples, tap by tap over the block so that the sums
     // vectorise across samples. Block b's outputs are stored after all its
     // sums, and only later blocks read past it (sample n reads in[n ..

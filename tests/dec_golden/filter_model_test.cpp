@@ -57,6 +57,19 @@ TEST(FilterModels, SynthesisAndPredictionFiltersMatchPlainForms) {
     }
 }
 
+// The prediction filter's largest sum: every coefficient negative with
+// sum |a_k| = 61440 and every sample -32768 make 2^31.
+TEST(FilterModels, PredictionFilterAtItsLargestSum) {
+    Word16 a[10], in[20], out[10], want_out[10];
+    for (auto &c : a) c = -6144;
+    for (auto &x : in) x = -32768;
+    for (Word16 shift = 0; shift < 8; ++shift) {
+        evrc::prediction_filter_reference(in, a, want_out, 10, shift);
+        evrc_voc_prediction_filter(in, a, out, 10, shift);
+        ASSERT_EQ(0, std::memcmp(out, want_out, sizeof out)) << "shift " << shift;
+    }
+}
+
 TEST(FilterModels, BlockInterpolationMatchesPlainForm) {
     std::mt19937 rng(7);
     for (int trial = 0; trial < 3000; ++trial) {
