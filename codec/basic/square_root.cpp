@@ -12,6 +12,14 @@ Word32 remainder_after(Word32 L, Word16 t) {
     return fx::L_sub(L, fx::L_shr(fx::L_mult(t, t), 1));
 }
 
+// Number of bits set in a 16-bit value, without a library call.
+inline UWord32 bits_set16(UWord32 v) {
+    v = v - ((v >> 1) & 0x5555u);
+    v = (v & 0x3333u) + ((v >> 2) & 0x3333u);
+    v = (v + (v >> 4)) & 0x0F0Fu;
+    return (v + (v >> 8)) & 0x1Fu;
+}
+
 Word32 wrap_sub32(Word32 a, Word32 b) {
     return static_cast<Word32>(static_cast<UWord32>(a) - static_cast<UWord32>(b));
 }
@@ -56,7 +64,7 @@ EVRC_API Word16 evrc_square_root(Word32 L) {
     while (static_cast<Word64>(r) * r > L) --r;
     while (static_cast<Word64>(r + 1) * (r + 1) <= L) ++r;
     if (r > fx::kMax16) r = fx::kMax16;
-    fx::charge(kRootWeightAllZero - static_cast<UWord32>(__builtin_popcount(static_cast<unsigned>(r))));
+    fx::charge(kRootWeightAllZero - bits_set16(static_cast<UWord32>(r)));
     return static_cast<Word16>(r);
 }
 
