@@ -127,14 +127,15 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     // Each tap is one weighted multiply-accumulate of 4 operations.
     fx::charge(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
     Word32 abs_sums[kPhases];
-    // Largest peak under the bound of interp_sample_plain for each phase:
+    // Largest peak under the bound of interp_sample_plain for every phase:
     // 32768 + 2 peak A <= 2^31 - 1 holds exactly when peak A <= 1073725439,
-    // that is peak <= 1073725439 / A (rounded down).
-    Word32 peak_limits[kPhases];
+    // so for all phases when peak <= 1073725439 / max A (rounded down).
+    Word32 max_abs_sum = 0;
     for (int ph = 0; ph < kPhases; ++ph) {
         abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
-        peak_limits[ph] = abs_sums[ph] == 0 ? fx::kMax32 : kMaxPeakTimesAbsSum / abs_sums[ph];
+        max_abs_sum = abs_sums[ph] > max_abs_sum ? abs_sums[ph] : max_abs_sum;
     }
+    const Word32 peak_limit = max_abs_sum == 0 ? fx::kMax32 : kMaxPeakTimesAbsSum / max_abs_sum;
     // peak bounds |x| of every sample any tap can read: the buffer's samples
     // at the start, raised by each output as it is stored (taps outside the
     // buffer read 0). Under the bound of interp_sample_plain for the phase
@@ -158,7 +159,7 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
-        const bool plain = peak <= peak_limits[phase];
+        const bool plain = peak <= peak_limit;
         if (first >= 0 && first + taps <= buf_len) {
             if (plain && taps == 17) {
                 out = interp_sample_plain<17>(buf + first, coeff, taps);

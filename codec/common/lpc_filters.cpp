@@ -60,6 +60,13 @@ inline bool high_halves_fit(Word32 abs_sum, Word32 magnitude_or) {
     return static_cast<Word64>(abs_sum) * ((magnitude_or >> 16) + 1) <= kMaxAbsSumTimesHigh;
 }
 
+// Rounding a memory word to 16 bits saturates at the top only, from
+// kRoundLimit on.
+constexpr Word32 kRoundLimit = 0x7FFF8000;
+inline Word16 round_to_16(Word32 w) {
+    return w >= kRoundLimit ? fx::kMax16 : static_cast<Word16>((w + 0x8000) >> 16);
+}
+
 // synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
 // with h_k, l_k the high and low halves of the memory word m_k equals
 // (sum a_k m_k) >> 15, because 2^16 h_k + l_k = m_k and the even part
@@ -149,11 +156,10 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
         for (int k = 0; k < kOrder; ++k) magnitude_or |= magnitude_bits(y[k]);
         bool settled = false;
         if (high_halves_fit(abs_sum, magnitude_or)) {
-            // Saturation of the new word is checked once per block, off the
-            // sample-to-sample chain: a block where it would have fired is
-            // run again through the saturating form.
-            // The plain run keeps its words in 64 bits (no narrowing on the
-            // chain); the range and the bound are checked afterwards.
+            // The plain run keeps its words in 64 bits, off any narrowing or
+            // saturation on the sample-to-sample chain; the range, the bound
+            // and the rounded outputs follow in one pass. A block where the
+            // saturation or a clamp could have fired is run again below.
             Word64 y64[kOrder + kBlock];
             for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
             Word64 newest = y[kOrder - 1];
@@ -164,13 +170,22 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
                 y64[kOrder + n] = newest;
             }
             Word64 out_of_range = 0;
+            Word32 top = 0;
+            Word16 rounded[kBlock];
             for (int n = 0; n < len; ++n) {
                 const Word64 v = y64[kOrder + n];
                 out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
-                y[kOrder + n] = static_cast<Word32>(v);
-                magnitude_or |= magnitude_bits(static_cast<Word32>(v));
+                const Word32 w = static_cast<Word32>(v);
+                y[kOrder + n] = w;
+                magnitude_or |= magnitude_bits(w);
+                top |= w >= kRoundLimit;
+                rounded[n] = round_to_16(w);
             }
             settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
+            if (settled) {
+                clamped |= top != 0;
+                for (int n = 0; n < len; ++n) out[done + n] = rounded[n];
+            }
         }
         if (!settled) {
             // Any memory word is bounded by magnitude bits 0x7FFFFFFF.
@@ -182,12 +197,11 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
                 // The new word saturates silently.
                 y[kOrder + n] = static_cast<Word32>(fx::L_sat32_64(acc));
             }
-        }
-        for (int n = 0; n < len; ++n) {
-            const Word32 v = y[kOrder + n];
-            // Rounding to 16 bits saturates at the top only.
-            clamped |= v >= 0x7FFF8000;
-            out[done + n] = v >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((v + 0x8000) >> 16);
+            for (int n = 0; n < len; ++n) {
+                const Word32 w = y[kOrder + n];
+                clamped |= w >= kRoundLimit;
+                out[done + n] = round_to_16(w);
+            }
         }
         for (int k = 0; k < kOrder; ++k) y[k] = y[len + k];
         done += len;
