@@ -111,6 +111,28 @@ Word32 coeff_abs_sum(const Word16 *coeff, int taps) {
     return s > fx::kMax32 ? fx::kMax32 : static_cast<Word32>(s);
 }
 
+// One output sample of block_interp_bounded outside its common case (the
+// decoder's 17 taps, all inside the buffer, under the peak bound); kept out
+// of line so that the common case's loop stays small.
+[[gnu::noinline]] Word16 general_sample(const Word16 *buf, int buf_len, Word64 first, const Word16 *coeff, int taps,
+                                        Word32 abs_sum, bool plain, bool &clamped) {
+    if (first >= 0 && first + taps <= buf_len) {
+        if (plain && taps == 17) return interp_sample_plain<17>(buf + first, coeff, taps);
+        return interp_sample(buf + first, coeff, taps, abs_sum, clamped);
+    }
+    if (taps <= 64) {
+        Word16 window[64];  // the taps' samples near the buffer's ends
+        for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
+        return interp_sample(window, coeff, taps, abs_sum, clamped);
+    }
+    // Longer filters than the decoder uses: tap by tap.
+    Word64 acc = 32768;
+    for (int j = 0; j < taps; ++j) {
+        acc = clamped_mac(acc, static_cast<Word32>(sample_or_zero(buf, buf_len, first + j)) * coeff[j], clamped);
+    }
+    return static_cast<Word16>(acc >> 16);
+}
+
 }  // namespace
 
 void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
@@ -143,7 +165,6 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     // own samples.
     Word32 peak = peak_magnitude(buf, buf_len);
     bool clamped = false;
-    Word16 window[64];  // the taps' samples near the buffer's ends
     for (int n = 0; n < n_samples; ++n) {
         // Delay in Q16, rounded up to the next Q16 step, and its nearest
         // whole sample.
@@ -159,24 +180,10 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
-        const bool plain = peak <= peak_limit;
-        if (first >= 0 && first + taps <= buf_len) {
-            if (plain && taps == 17) {
-                out = interp_sample_plain<17>(buf + first, coeff, taps);
-            } else {
-                out = interp_sample(buf + first, coeff, taps, abs_sums[phase], clamped);
-            }
-        } else if (taps <= 64) {
-            for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
-            out = interp_sample(window, coeff, taps, abs_sums[phase], clamped);
+        if (taps == 17 && peak <= peak_limit && first >= 0 && first + taps <= buf_len) {
+            out = interp_sample_plain<17>(buf + first, coeff, taps);
         } else {
-            // Longer filters than the decoder uses: tap by tap.
-            Word64 acc = 32768;
-            for (int j = 0; j < taps; ++j) {
-                acc = clamped_mac(acc, static_cast<Word32>(sample_or_zero(buf, buf_len, first + j)) * coeff[j],
-                                  clamped);
-            }
-            out = static_cast<Word16>(acc >> 16);
+            out = general_sample(buf, buf_len, first, coeff, taps, abs_sums[phase], peak <= peak_limit, clamped);
         }
         const Word64 out_index = static_cast<Word64>(pos) + n;
         if (out_index >= 0 && out_index < buf_len) {
