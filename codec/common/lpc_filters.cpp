@@ -228,6 +228,7 @@ EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Wo
     // sums, and only later blocks read past it (sample n reads in[n ..
     // n + 10]), so out may equal in.
     constexpr int kBlock = 64;
+    constexpr int kMaxNarrowShift = 15;
     Word32 s32[kBlock];
     for (int done = 0; done < L; done += kBlock) {
         const int len = L - done < kBlock ? L - done : kBlock;
@@ -238,9 +239,24 @@ EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Wo
                 const Word32 a = lpc[k - 1];
                 for (int n = 0; n < len; ++n) s32[n] += a * x[n - k];
             }
-            for (int n = 0; n < len; ++n) {
-                const Word64 v = fx::L_sub64(32768, fx::L_shl64(s32[n], shift));
-                out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+            if (shift >= 0 && shift <= kMaxNarrowShift) {
+                // high half of 32768 - s 2^shift, clamped to 32 bits, is
+                // floor((2^(m-1) - s) / 2^m) clamped to 16 bits, m = 16 -
+                // shift, which equals -((s + 2^(m-1) - 1) >> m); here
+                // |s| <= 2^31 - 32768 keeps s + 2^(m-1) - 1 in 32 bits.
+                const int m = 16 - shift;
+                const Word32 bias = (1 << (m - 1)) - 1;
+                for (int n = 0; n < len; ++n) {
+                    Word32 r = -((s32[n] + bias) >> m);
+                    r = r > fx::kMax16 ? fx::kMax16 : r;
+                    r = r < fx::kMin16 ? fx::kMin16 : r;
+                    out[done + n] = static_cast<Word16>(r);
+                }
+            } else {
+                for (int n = 0; n < len; ++n) {
+                    const Word64 v = fx::L_sub64(32768, fx::L_shl64(s32[n], shift));
+                    out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+                }
             }
         } else {
             for (int n = 0; n < len; ++n) {

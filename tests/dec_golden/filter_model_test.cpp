@@ -48,7 +48,7 @@ TEST(FilterModels, SynthesisAndPredictionFiltersMatchPlainForms) {
 
         // Longer than one block of the fast form, and in place (out == in).
         const int P = L;
-        const Word16 shift = static_cast<Word16>(rng() % 8);
+        const Word16 shift = static_cast<Word16>(static_cast<int>(rng() % 24) - 4);  // -4 .. 19
         evrc::prediction_filter_reference(in, a, want_out, P, shift);
         evrc_voc_prediction_filter(in, a, out, static_cast<Word16>(P), shift);
         ASSERT_EQ(0, std::memcmp(out, want_out, P * sizeof(Word16))) << "trial " << trial;
@@ -63,7 +63,7 @@ TEST(FilterModels, PredictionFilterAtItsLargestSum) {
     Word16 a[10], in[20], out[10], want_out[10];
     for (auto &c : a) c = -6144;
     for (auto &x : in) x = -32768;
-    for (Word16 shift = 0; shift < 8; ++shift) {
+    for (Word16 shift = 0; shift < 17; ++shift) {
         evrc::prediction_filter_reference(in, a, want_out, 10, shift);
         evrc_voc_prediction_filter(in, a, out, 10, shift);
         ASSERT_EQ(0, std::memcmp(out, want_out, sizeof out)) << "shift " << shift;
