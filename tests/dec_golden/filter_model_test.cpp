@@ -117,6 +117,22 @@ TEST(FilterModels, AgcAndOutputDoublingMatchPlainForms) {
         EXPECT_EQ(st.agc_prev_gain, want_st.agc_prev_gain);
         EXPECT_EQ(got, want);
 
+        // The postfilter's tilt compensation of in, with the gain as its mu.
+        Word16 tilted[54], want_tilted[54];
+        st.tilt_last = want_st.tilt_last = ref[0];
+        const auto tilt = measure([&] { evrc_dec::tilt_compensate(&st, in, tilted, L, ref[L - 1]); });
+        const auto want_tilt =
+            measure([&] { evrc_dec::tilt_compensate_reference(&want_st, in, want_tilted, L, ref[L - 1]); });
+        ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(st.tilt_last, want_st.tilt_last);
+        EXPECT_EQ(tilt, want_tilt);
+        std::memcpy(tilted, in, sizeof tilted);  // and in place
+        std::memcpy(want_tilted, in, sizeof want_tilted);
+        evrc_dec::tilt_compensate(&st, tilted, tilted, L, ref[0]);
+        evrc_dec::tilt_compensate_reference(&want_st, want_tilted, want_tilted, L, ref[0]);
+        ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(st.tilt_last, want_st.tilt_last);
+
         // The final output doubling, on the reference samples.
         Word16 twice[54], want_twice[54];
         std::memcpy(twice, ref, sizeof twice);
