@@ -11,16 +11,12 @@ namespace {
 // A gain ratio of 2^30 in Q28 (gain 2.0) or more saturates the gain.
 constexpr Word32 kRatioLimit = 1073741824;
 
-// Exact sum of squares, scaled down by 64. Squares are at most 2^30, so a
-// pair of them fits an unsigned 32-bit word (which lets the pairs be formed
-// by 16-bit multiply-adds) before the 64-bit sum.
+// Exact sum of squares, scaled down by 64. Each square is at most 2^30 and
+// non-negative, so it is summed as an unsigned word widened to 64 bits (which
+// vectorises without sign extension).
 Word32 energy(const Word16 *x, int L) {
-    Word64 e = 0;
-    int n = 0;
-    for (; n + 2 <= L; n += 2) {
-        e += static_cast<UWord32>(x[n] * x[n]) + static_cast<UWord32>(x[n + 1] * x[n + 1]);
-    }
-    if (n < L) e += static_cast<UWord32>(x[n] * x[n]);
+    UWord64 e = 0;
+    for (int n = 0; n < L; ++n) e += static_cast<UWord32>(x[n] * x[n]);
     return static_cast<Word32>(e >> 6);
 }
 
