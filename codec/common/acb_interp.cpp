@@ -160,9 +160,8 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     const Word32 peak_limit = max_abs_sum == 0 ? fx::kMax32 : kMaxPeakTimesAbsSum / max_abs_sum;
     // peak bounds |x| of every sample any tap can read: the buffer's samples
     // at the start, raised by each output as it is stored (taps outside the
-    // buffer read 0). Under the bound of interp_sample_plain for the phase
-    // the sample is summed plainly; otherwise interp_sample bounds the taps'
-    // own samples.
+    // buffer read 0). Up to peak_limit a sample is summed plainly; above it
+    // general_sample bounds the taps' own samples.
     Word32 peak = peak_magnitude(buf, buf_len);
     bool clamped = false;
     for (int n = 0; n < n_samples; ++n) {
