@@ -284,8 +284,9 @@ void omx_evrc_adec::process_ftb(void* /*hComp*/, OMX_BUFFERHEADERTYPE* out, shor
         len = static_cast<unsigned int>(out->nAllocLen);
     }
     if (out->pBuffer) {
-        std::memset(out->pBuffer, 0, out->nAllocLen);
+        // The PCM, then zeros over the rest of the buffer.
         std::memcpy(out->pBuffer, pcm, len);
+        std::memset(out->pBuffer + len, 0, out->nAllocLen - len);
         out->nFilledLen = len;
     } else {
         out->nFilledLen = 0;

@@ -28,6 +28,8 @@ using Bytes = std::vector<std::uint8_t>;
 constexpr std::chrono::seconds kStepTimeout{30};
 
 constexpr unsigned kSamplesPerPacket = 160;
+// Buffers the client allocates on each port.
+constexpr OMX_U32 kBuffersPerPort = 8;
 // OpenMAX IL 1.1, the version of every structure passed in.
 constexpr OMX_U32 kOmxVersion = 0x00000101;
 constexpr char kComponentName[] = "OMX.vemo.audio.decoder.evrc";
@@ -99,11 +101,14 @@ public:
         self->cond_.notify_all();
         return OMX_ErrorNone;
     }
+    // A returned input buffer is only collected: its output buffer follows
+    // it (the component answers every input buffer with one). Returned output
+    // buffers wake the client once as many as it waits for are back.
     static OMX_ERRORTYPE on_empty_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->inputs_, hdr);
+        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->inputs_, hdr, false);
     }
     static OMX_ERRORTYPE on_fill_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->outputs_, hdr);
+        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->outputs_, hdr, true);
     }
 
     bool wait_state(OMX_STATETYPE s, std::string& error) {
@@ -123,13 +128,17 @@ public:
         return false;
     }
 
-    // Waits for any returned buffer (or an error event); false on timeout or
-    // error, with `error` set.
-    bool wait_buffers(std::deque<OMX_BUFFERHEADERTYPE*>& inputs, std::deque<OMX_BUFFERHEADERTYPE*>& outputs,
-                      std::string& error) {
+    // Waits for `wanted` (at least one) returned output buffers, or an error
+    // event, and takes every buffer returned so far; false on timeout or
+    // error, with `error` set. Only to be called with at least `wanted`
+    // output buffers in the component.
+    bool wait_buffers(std::size_t wanted, std::deque<OMX_BUFFERHEADERTYPE*>& inputs,
+                      std::deque<OMX_BUFFERHEADERTYPE*>& outputs, std::string& error) {
         std::unique_lock<std::mutex> lock(mutex_);
-        const bool ok = cond_.wait_for(
-            lock, kStepTimeout, [&] { return !inputs_.empty() || !outputs_.empty() || error_ != 0; });
+        wanted_ = wanted > 0 ? wanted : 1;
+        const bool ok =
+            cond_.wait_for(lock, kStepTimeout, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
+        wanted_ = 1;
         inputs.insert(inputs.end(), inputs_.begin(), inputs_.end());
         outputs.insert(outputs.end(), outputs_.begin(), outputs_.end());
         inputs_.clear();
@@ -142,10 +151,10 @@ public:
     }
 
 private:
-    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE*>& q, OMX_BUFFERHEADERTYPE* hdr) {
+    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE*>& q, OMX_BUFFERHEADERTYPE* hdr, bool wake) {
         std::lock_guard<std::mutex> lock(mutex_);
         q.push_back(hdr);
-        cond_.notify_all();
+        if (wake && q.size() >= wanted_) cond_.notify_all();
         return OMX_ErrorNone;
     }
 
@@ -154,6 +163,7 @@ private:
     std::deque<OMX_STATETYPE> states_;
     std::deque<OMX_BUFFERHEADERTYPE*> inputs_;
     std::deque<OMX_BUFFERHEADERTYPE*> outputs_;
+    std::size_t wanted_ = 1;  // returned output buffers that wake the client
     unsigned error_ = 0;
 };
 
@@ -189,6 +199,14 @@ public:
         if (!check(record.constructor(&handle_, name), "component_init", error)) return false;
         OMX_CALLBACKTYPE cb{&Returns::on_event, &Returns::on_empty_done, &Returns::on_fill_done};
         return check(handle_.SetCallbacks(&handle_, &cb, &returns_), "set_callbacks", error);
+    }
+
+    // Sets the number of buffers of a port (its size stays).
+    bool set_buffer_count(unsigned port, OMX_U32 count, std::string& error) {
+        OMX_PARAM_PORTDEFINITIONTYPE def;
+        if (!port_definition(port, def, error)) return false;
+        def.nBufferCountActual = count;
+        return check(handle_.SetParameter(&handle_, OMX_IndexParamPortDefinition, &def), "set_parameter", error);
     }
 
     // Buffer size of a port.
@@ -235,6 +253,8 @@ public:
         std::deque<OMX_BUFFERHEADERTYPE*> free_out(outputs_.begin(), outputs_.end());
         std::size_t sent = 0;
         std::size_t received = 0;
+        // While buffers are missing at least one output buffer is in the
+        // component (all free ones are sent first), so a wait for one ends.
         while (received < buffers.size()) {
             while (!free_out.empty() && received + (outputs_.size() - free_out.size()) < buffers.size()) {
                 if (!check(handle_.FillThisBuffer(&handle_, free_out.front()), "fill_this_buffer", error)) return false;
@@ -250,8 +270,17 @@ public:
                 free_in.pop_front();
                 ++sent;
             }
+            // Half the output buffers back before this thread runs again
+            // (fewer if fewer can come back: each returns with one input
+            // buffer sent and not yet answered), so the component keeps the
+            // other half to work on meanwhile and both threads wake less often.
+            const std::size_t in_flight = outputs_.size() - free_out.size();
+            const std::size_t unanswered = sent - received;
+            std::size_t wanted = (outputs_.size() + 1) / 2;
+            if (wanted > in_flight) wanted = in_flight;
+            if (wanted > unanswered) wanted = unanswered;
             std::deque<OMX_BUFFERHEADERTYPE*> done_out;
-            if (!returns_.wait_buffers(free_in, done_out, error)) return false;
+            if (!returns_.wait_buffers(wanted, free_in, done_out, error)) return false;
             for (OMX_BUFFERHEADERTYPE* hdr : done_out) {
                 const std::size_t expected = counts[received] * kSamplesPerPacket * sizeof(std::int16_t);
                 if (hdr->nFilledLen != expected) {
@@ -320,6 +349,11 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>>& packets
                            std::string& error) {
     auto session = std::make_unique<Session>();
     if (!session->open(error)) return false;
+    // More buffers in flight than the component's default two keep its input
+    // thread supplied while this thread waits to be scheduled, so fewer
+    // hand-overs have to wake a sleeping thread.
+    if (!session->set_buffer_count(0, kBuffersPerPort, error) || !session->set_buffer_count(1, kBuffersPerPort, error))
+        return false;
     // An output buffer holds the PCM of at most this many packets.
     std::size_t in_size = 0, out_size = 0;
     if (!session->buffer_size(0, in_size, error) || !session->buffer_size(1, out_size, error)) return false;

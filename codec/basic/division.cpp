@@ -6,6 +6,14 @@ namespace {
 
 using fx::detail::low32;
 
+// Number of bits set in a 16-bit value, without a library call.
+inline UWord32 bits_set16(UWord32 v) {
+    v = v - ((v >> 1) & 0x5555u);
+    v = (v & 0x3333u) + ((v >> 2) & 0x3333u);
+    v = (v + (v >> 4)) & 0x0F0Fu;
+    return (v + (v >> 8)) & 0x1Fu;
+}
+
 Word64 abs64(Word32 v) { return v < 0 ? -static_cast<Word64>(v) : static_cast<Word64>(v); }
 
 // Double-precision product of two 32-bit values, approximately a*b / 2^32:
@@ -66,7 +74,7 @@ EVRC_API Word16 evrc_signed_32_div_16(Word32 num, Word16 den) {
     const Word64 dabs = abs64(d);
     if (rem >= dabs) return fx::signed_32_div_16_reference(num, den);
     const UWord32 bits = static_cast<UWord32>(rem) / (2u * static_cast<UWord32>(dabs >> 16));
-    fx::charge(17u + static_cast<UWord32>(__builtin_popcount(bits)));
+    fx::charge(17u + bits_set16(bits));
     const Word16 q = static_cast<Word16>(bits);
     return (num ^ d) < 0 ? static_cast<Word16>(-q) : q;
 }

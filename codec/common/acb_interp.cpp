@@ -73,6 +73,30 @@ Word16 interp_sample_n(const Word16 *x, const Word16 *coeff, int taps, Word32 co
     return static_cast<Word16>(sum >> 16);
 }
 
+// The plain sum, for callers that have already bounded the samples: with
+// 32768 + 2 * peak * sum |c| <= 2^31 - 1 every partial sum of x c fits 31
+// bits, so 32-bit accumulation equals the clamped chain.
+template <int Taps>
+Word16 interp_sample_plain(const Word16 *x, const Word16 *coeff, int taps) {
+    const int count = Taps > 0 ? Taps : taps;
+    Word32 sum = 0;
+    for (int j = 0; j < count; ++j) sum += static_cast<Word32>(x[j]) * coeff[j];
+    return static_cast<Word16>((32768 + 2 * static_cast<Word64>(sum)) >> 16);
+}
+
+// (2^31 - 1 - 32768) / 2, rounded down.
+constexpr Word32 kMaxPeakTimesAbsSum = 1073725439;
+
+// Largest |sample| of buf[0 .. len), 0 for an empty buffer.
+Word32 peak_magnitude(const Word16 *buf, int len) {
+    Word16 hi = 0, lo = 0;
+    for (int j = 0; j < len; ++j) {
+        hi = buf[j] > hi ? buf[j] : hi;
+        lo = buf[j] < lo ? buf[j] : lo;
+    }
+    return -static_cast<Word32>(lo) > hi ? -static_cast<Word32>(lo) : hi;
+}
+
 // The decoder's filter has 17 taps; a fixed count lets the compiler unroll
 // and vectorise the sums.
 inline Word16 interp_sample(const Word16 *x, const Word16 *coeff, int taps, Word32 coeff_abs_sum, bool &clamped) {
@@ -85,6 +109,28 @@ Word32 coeff_abs_sum(const Word16 *coeff, int taps) {
     Word64 s = 0;
     for (int j = 0; j < taps; ++j) s += coeff[j] < 0 ? -static_cast<Word64>(coeff[j]) : coeff[j];
     return s > fx::kMax32 ? fx::kMax32 : static_cast<Word32>(s);
+}
+
+// One output sample of block_interp_bounded outside its common case (the
+// decoder's 17 taps, all inside the buffer, under the peak bound); kept out
+// of line so that the common case's loop stays small.
+[[gnu::noinline]] Word16 general_sample(const Word16 *buf, int buf_len, Word64 first, const Word16 *coeff, int taps,
+                                        Word32 abs_sum, bool plain, bool &clamped) {
+    if (first >= 0 && first + taps <= buf_len) {
+        if (plain && taps == 17) return interp_sample_plain<17>(buf + first, coeff, taps);
+        return interp_sample(buf + first, coeff, taps, abs_sum, clamped);
+    }
+    if (taps <= 64) {
+        Word16 window[64];  // the taps' samples near the buffer's ends
+        for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
+        return interp_sample(window, coeff, taps, abs_sum, clamped);
+    }
+    // Longer filters than the decoder uses: tap by tap.
+    Word64 acc = 32768;
+    for (int j = 0; j < taps; ++j) {
+        acc = clamped_mac(acc, static_cast<Word32>(sample_or_zero(buf, buf_len, first + j)) * coeff[j], clamped);
+    }
+    return static_cast<Word16>(acc >> 16);
 }
 
 }  // namespace
@@ -103,9 +149,21 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
     // Each tap is one weighted multiply-accumulate of 4 operations.
     fx::charge(4u * static_cast<UWord32>(taps) * static_cast<UWord32>(n_samples));
     Word32 abs_sums[kPhases];
-    for (int ph = 0; ph < kPhases; ++ph) abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
+    // Largest peak under the bound of interp_sample_plain for every phase:
+    // 32768 + 2 peak A <= 2^31 - 1 holds exactly when peak A <= 1073725439,
+    // so for all phases when peak <= 1073725439 / max A (rounded down).
+    Word32 max_abs_sum = 0;
+    for (int ph = 0; ph < kPhases; ++ph) {
+        abs_sums[ph] = coeff_abs_sum(filter + taps * ph, taps);
+        max_abs_sum = abs_sums[ph] > max_abs_sum ? abs_sums[ph] : max_abs_sum;
+    }
+    const Word32 peak_limit = max_abs_sum == 0 ? fx::kMax32 : kMaxPeakTimesAbsSum / max_abs_sum;
+    // peak bounds |x| of every sample any tap can read: the buffer's samples
+    // at the start, raised by each output as it is stored (taps outside the
+    // buffer read 0). Up to peak_limit a sample is summed plainly; above it
+    // general_sample bounds the taps' own samples.
+    Word32 peak = peak_magnitude(buf, buf_len);
     bool clamped = false;
-    Word16 window[64];  // the taps' samples near the buffer's ends
     for (int n = 0; n < n_samples; ++n) {
         // Delay in Q16, rounded up to the next Q16 step, and its nearest
         // whole sample.
@@ -121,23 +179,16 @@ void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *conto
         const Word16 *coeff = filter + taps * phase;
         const Word64 first = static_cast<Word64>(pos) + n + start;
         Word16 out;
-        if (first >= 0 && first + taps <= buf_len) {
-            out = interp_sample(buf + first, coeff, taps, abs_sums[phase], clamped);
-        } else if (taps <= 64) {
-            for (int j = 0; j < taps; ++j) window[j] = sample_or_zero(buf, buf_len, first + j);
-            out = interp_sample(window, coeff, taps, abs_sums[phase], clamped);
+        if (taps == 17 && peak <= peak_limit && first >= 0 && first + taps <= buf_len) {
+            out = interp_sample_plain<17>(buf + first, coeff, taps);
         } else {
-            // Longer filters than the decoder uses: tap by tap.
-            Word64 acc = 32768;
-            for (int j = 0; j < taps; ++j) {
-                acc = clamped_mac(acc, static_cast<Word32>(sample_or_zero(buf, buf_len, first + j)) * coeff[j],
-                                  clamped);
-            }
-            out = static_cast<Word16>(acc >> 16);
+            out = general_sample(buf, buf_len, first, coeff, taps, abs_sums[phase], peak <= peak_limit, clamped);
         }
         const Word64 out_index = static_cast<Word64>(pos) + n;
         if (out_index >= 0 && out_index < buf_len) {
             buf[out_index] = out;
+            const Word32 magnitude = out < 0 ? -static_cast<Word32>(out) : out;
+            peak = magnitude > peak ? magnitude : peak;
         }
     }
     if (clamped) fx::raise_overflow();

@@ -24,10 +24,11 @@ Word32 contour_slope(Word32 from, Word32 to, Word16 L) {
     return static_cast<Word32>(static_cast<uint64_t>(prod));
 }
 
-// base << 8 plus n steps of slope, exact, then clamped to 32 bits.
-Word32 contour_value(Word32 base, Word32 slope, int n) {
-    const Word64 v = static_cast<Word64>(base) * 256 + static_cast<Word64>(slope) * n;
-    return static_cast<Word32>(fx::L_sat32_64(v));
+// out[n] = base << 8 plus n steps of slope, exact (stepped in 64 bits), then
+// clamped to 32 bits, for n < count.
+void contour_run(Word32 base, Word32 slope, Word32 *out, int count) {
+    Word64 v = static_cast<Word64>(base) * 256;
+    for (int n = 0; n < count; ++n, v += slope) out[n] = static_cast<Word32>(fx::L_sat32_64(v));
 }
 
 }  // namespace
@@ -53,13 +54,9 @@ EVRC_API void evrc_interpol_delay(Word16 cur_delay, Word16 prev_delay, Word16 su
 EVRC_API void evrc_construct_delay_contour(const Word32 *points, Word32 *contour, Word16 L) {
     fx::CallScope scope;
     const Word32 s1 = contour_slope(points[0], points[1], L);
-    for (int n = 0; n < L; ++n) {
-        contour[n] = contour_value(points[0], s1, n);
-    }
+    contour_run(points[0], s1, contour, L);
     const Word32 s2 = contour_slope(points[1], points[2], L);
-    for (int n = 0; n < evrc::kLookAhead; ++n) {
-        contour[L + n] = contour_value(points[1], s2, n);
-    }
+    contour_run(points[1], s2, contour + L, evrc::kLookAhead);
 }
 
 }  // extern "C"

@@ -112,6 +112,23 @@ EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, 
 
     const Word64 ga = static_cast<UWord16>(acb_gain);
     const Word64 gf = static_cast<UWord16>(fcb_gain);
+    if (ga <= fx::kMax16 && gf <= fx::kMax16 && L <= kLastIndex + 1) {
+        // Both gains below 2^15: with A = exc ga and B = fcb gf (|A|, |B| <=
+        // 2^30) the high half of 4A + 2B + 2^15 is floor((2A + B + 2^14) /
+        // 2^15) = (A >> 14) + ((2 (A & 0x3FFF) + B + 2^14) >> 15), all in 32
+        // bits; the 32-bit clamp of the sum is the 16-bit clamp of that.
+        const Word32 ga16 = static_cast<Word32>(ga);
+        const Word32 gf16 = static_cast<Word32>(gf);
+        for (int n = 0; n < L; ++n) {
+            const Word32 A = exc[n] * ga16;
+            const Word32 B = fcb[n] * gf16;
+            Word32 r = (A >> 14) + ((2 * (A & 0x3FFF) + B + 16384) >> 15);
+            r = r > fx::kMax16 ? fx::kMax16 : r;
+            r = r < fx::kMin16 ? fx::kMin16 : r;
+            exc[n] = static_cast<Word16>(r);
+        }
+        return;
+    }
     for (int n = 0; n < L; ++n) {
         const Word64 sum = exc[n] * ga * 4 + 32768 + fcb[clamp_index(n)] * gf * 2;
         exc[n] = high_half_sat(sum);

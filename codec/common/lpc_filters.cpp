@@ -45,12 +45,26 @@ inline Word64 synthesis_feedback(const Word16 *a, const Word32 *past, bool &clam
     return hi + (lo >> 15);
 }
 
-// With sum |a_k| < 2^15 every partial high-half sum is below
-// 2 * 2^15 * 32768 = 2^31 in magnitude, so none of the clamps can fire.
-inline bool feedback_may_clamp(const Word16 *a) {
-    Word32 sum = 0;
-    for (int k = 0; k < kOrder; ++k) sum += a[k] < 0 ? -a[k] : a[k];
-    return sum > 32767;
+// Bound on the magnitude of a memory word's high half: for any 32-bit m,
+// |m >> 16| <= (magnitude_bits(m) >> 16) + 1, where magnitude_bits(m) is m for
+// m >= 0 and ~m = -m - 1 for m < 0 (then -(m >> 16) = ceil((~m + 1) / 2^16)
+// <= (~m >> 16) + 1). OR-ing the words' magnitude bits bounds their maximum.
+inline Word32 magnitude_bits(Word32 m) { return m ^ (m >> 31); }
+
+// Every partial high-half sum of the feedback is a sum of some of the terms
+// 2 a_k h_k, so with H >= |h_k| for all ten memory words it is at most
+// 2 * sum |a_k| * H in magnitude. sum |a_k| * H <= 2^30 - 1 keeps that at
+// 2^31 - 2, inside the 32-bit range: no clamp can fire.
+constexpr Word64 kMaxAbsSumTimesHigh = (Word64{1} << 30) - 1;
+inline bool high_halves_fit(Word32 abs_sum, Word32 magnitude_or) {
+    return static_cast<Word64>(abs_sum) * ((magnitude_or >> 16) + 1) <= kMaxAbsSumTimesHigh;
+}
+
+// Rounding a memory word to 16 bits saturates at the top only, from
+// kRoundLimit on.
+constexpr Word32 kRoundLimit = 0x7FFF8000;
+inline Word16 round_to_16(Word32 w) {
+    return w >= kRoundLimit ? fx::kMax16 : static_cast<Word16>((w + 0x8000) >> 16);
 }
 
 // synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
@@ -59,7 +73,7 @@ inline bool feedback_may_clamp(const Word16 *a) {
 // 2 * sum a_k h_k passes through the floor shift unchanged. The newest word
 // comes in separately (held in a register by the caller): it is the only
 // term on the sample-to-sample dependency chain.
-inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word32 newest) {
+inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word64 newest) {
     Word64 older = 0;
     for (int k = 1; k < kOrder; ++k) older += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
     return (older + static_cast<Word64>(a[0]) * newest) >> 15;
@@ -116,27 +130,79 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     // the caller's memory, which would keep the compiler from holding either
     // in registers. y[10 + n] is output n in Q16, y[0..10) the memory, oldest
     // first; blocks of kBlock samples keep y on the stack small.
+    //
+    // Each block first runs the plain 64-bit form, tracking a bound on every
+    // memory word it reads (the block's starting memory and its own outputs).
+    // If afterwards sum |a_k| times that bound passes high_halves_fit, no
+    // feedback of the block could have clamped, so the plain outputs are the
+    // operator chain's; otherwise the block is run again from its starting
+    // memory with the clamped chain. Outputs go to y only until the block is
+    // settled, so in == out is safe, and the flag is raised only for clamps
+    // of the settled run (in the plain run none can fire).
     constexpr int kBlock = 64;
     Word16 a[kOrder];
+    Word64 a64[kOrder];
     Word32 y[kOrder + kBlock];
+    Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) {
         a[k] = lpc[k];
+        a64[k] = lpc[k];
+        abs_sum += a[k] < 0 ? -a[k] : a[k];
         y[k] = mem[kOrder - 1 - k];
     }
     bool clamped = false;
-    const bool may_clamp = feedback_may_clamp(a);
-    Word32 newest = y[kOrder - 1];
     for (int done = 0; done < L;) {
         const int len = L - done < kBlock ? L - done : kBlock;
-        for (int n = 0; n < len; ++n) {
-            const Word64 feedback = may_clamp ? synthesis_feedback(a, y + n, clamped)
-                                              : synthesis_feedback_exact(a, y + n, newest);
-            const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
-            newest = static_cast<Word32>(fx::L_sat32_64(acc));
-            y[kOrder + n] = newest;
-            // Rounding to 16 bits saturates at the top only.
-            clamped |= newest >= 0x7FFF8000;
-            out[done + n] = newest >= 0x7FFF8000 ? fx::kMax16 : static_cast<Word16>((newest + 0x8000) >> 16);
+        Word32 magnitude_or = 0;
+        for (int k = 0; k < kOrder; ++k) magnitude_or |= magnitude_bits(y[k]);
+        bool settled = false;
+        if (high_halves_fit(abs_sum, magnitude_or)) {
+            // The plain run keeps its words in 64 bits, off any narrowing or
+            // saturation on the sample-to-sample chain; the range, the bound
+            // and the rounded outputs follow in one pass. A block where the
+            // saturation or a clamp could have fired is run again below.
+            Word64 y64[kOrder + kBlock];
+            for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
+            Word64 newest = y[kOrder - 1];
+            for (int n = 0; n < len; ++n) {
+                Word64 older = 0;
+                for (int k = 1; k < kOrder; ++k) older += a64[k] * y64[n + kOrder - 1 - k];
+                newest = ((older + a64[0] * newest) >> 15) * 8 + static_cast<Word64>(in[done + n]) * 65536;
+                y64[kOrder + n] = newest;
+            }
+            Word64 out_of_range = 0;
+            Word32 top = 0;
+            Word16 rounded[kBlock];
+            for (int n = 0; n < len; ++n) {
+                const Word64 v = y64[kOrder + n];
+                out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
+                const Word32 w = static_cast<Word32>(v);
+                y[kOrder + n] = w;
+                magnitude_or |= magnitude_bits(w);
+                top |= w >= kRoundLimit;
+                rounded[n] = round_to_16(w);
+            }
+            settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
+            if (settled) {
+                clamped |= top != 0;
+                for (int n = 0; n < len; ++n) out[done + n] = rounded[n];
+            }
+        }
+        if (!settled) {
+            // Any memory word is bounded by magnitude bits 0x7FFFFFFF.
+            const bool exact = high_halves_fit(abs_sum, fx::kMax32);
+            for (int n = 0; n < len; ++n) {
+                const Word64 feedback = exact ? synthesis_feedback_exact(a, y + n, y[kOrder - 1 + n])
+                                              : synthesis_feedback(a, y + n, clamped);
+                const Word64 acc = feedback * 8 + static_cast<Word64>(in[done + n]) * 65536;
+                // The new word saturates silently.
+                y[kOrder + n] = static_cast<Word32>(fx::L_sat32_64(acc));
+            }
+            for (int n = 0; n < len; ++n) {
+                const Word32 w = y[kOrder + n];
+                clamped |= w >= kRoundLimit;
+                out[done + n] = round_to_16(w);
+            }
         }
         for (int k = 0; k < kOrder; ++k) y[k] = y[len + k];
         done += len;
@@ -152,24 +218,56 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
 EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
                                          Word16 shift) {
     fx::CallScope scope;
-    // With sum |a_k| <= 61440 the sum is below 4096 * 32768 + 61440 * 32768
-    // = 2^31 in magnitude at every step, so 32-bit accumulation is exact.
+    // With sum |a_k| < 61440 the sum is at most 4096 * 32768 + 61439 * 32768
+    // = 2^31 - 32768 in magnitude at every step, so 32-bit accumulation is
+    // exact. (At 61440 it can reach 2^31: every a_k negative, every sample
+    // -32768.)
     Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) abs_sum += lpc[k] < 0 ? -lpc[k] : lpc[k];
-    const bool narrow = abs_sum <= 61440;
-    for (int n = 0; n < L; ++n) {
-        const Word16 *x = in + kOrder + n;
-        Word64 s;
+    const bool narrow = abs_sum < 61440;
+    // Blocks of kBlock samples, tap by tap over the block so that the sums
+    // vectorise across samples. Block b's outputs are stored after all its
+    // sums, and only later blocks read past it (sample n reads in[n ..
+    // n + 10]), so out may equal in.
+    constexpr int kBlock = 64;
+    constexpr int kMaxNarrowShift = 15;
+    Word32 s32[kBlock];
+    for (int done = 0; done < L; done += kBlock) {
+        const int len = L - done < kBlock ? L - done : kBlock;
+        const Word16 *x = in + kOrder + done;
         if (narrow) {
-            Word32 s32 = -4096 * static_cast<Word32>(x[0]);
-            for (int k = 1; k <= kOrder; ++k) s32 += static_cast<Word32>(lpc[k - 1]) * x[-k];
-            s = s32;
+            for (int n = 0; n < len; ++n) s32[n] = -4096 * static_cast<Word32>(x[n]);
+            for (int k = 1; k <= kOrder; ++k) {
+                const Word32 a = lpc[k - 1];
+                for (int n = 0; n < len; ++n) s32[n] += a * x[n - k];
+            }
+            if (shift >= 0 && shift <= kMaxNarrowShift) {
+                // high half of 32768 - s 2^shift, clamped to 32 bits, is
+                // floor((2^(m-1) - s) / 2^m) clamped to 16 bits, m = 16 -
+                // shift, which equals -((s + 2^(m-1) - 1) >> m); here
+                // |s| <= 2^31 - 32768 keeps s + 2^(m-1) - 1 in 32 bits.
+                const int m = 16 - shift;
+                const Word32 bias = (1 << (m - 1)) - 1;
+                for (int n = 0; n < len; ++n) {
+                    Word32 r = -((s32[n] + bias) >> m);
+                    r = r > fx::kMax16 ? fx::kMax16 : r;
+                    r = r < fx::kMin16 ? fx::kMin16 : r;
+                    out[done + n] = static_cast<Word16>(r);
+                }
+            } else {
+                for (int n = 0; n < len; ++n) {
+                    const Word64 v = fx::L_sub64(32768, fx::L_shl64(s32[n], shift));
+                    out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+                }
+            }
         } else {
-            s = -4096 * static_cast<Word64>(x[0]);
-            for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[-k];
+            for (int n = 0; n < len; ++n) {
+                Word64 s = -4096 * static_cast<Word64>(x[n]);
+                for (int k = 1; k <= kOrder; ++k) s += static_cast<Word64>(lpc[k - 1]) * x[n - k];
+                const Word64 v = fx::L_sub64(32768, fx::L_shl64(s, shift));
+                out[done + n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+            }
         }
-        const Word64 v = fx::L_sub64(32768, fx::L_shl64(s, shift));
-        out[n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
     }
 }
 

@@ -9,6 +9,9 @@
 
 namespace evrc {
 
+// evrc_square_root, bit by bit.
+Word16 square_root_reference(Word32 L);
+
 // evrc_voc_synthesis_filter.
 void synthesis_filter_reference(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, int L);
 

@@ -41,6 +41,7 @@ inline Outcome clamp(int64_t v, int64_t hi, uint32_t w) {
 template <class F>
 Outcome observe(F f, Word32 initial = 0) {
     evrc_giOverflow = initial;
+    { fx::CallScope settle; }  // counts left by unscoped calls before this one
     const UWord32 before = evrc_op_counter;
     int64_t v;
     {

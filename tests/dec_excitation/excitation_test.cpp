@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "codec/common/reference_forms.h"
+#include "codec/dec/excitation_internal.h"
+#include "codec/dec/reference_forms.h"
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_tables.h"
@@ -114,6 +116,21 @@ TEST(PitchPreFilter, MatchesModelAndReadsOnlyTheHistory) {
             ASSERT_EQ(out[n], high_half_sat(int64_t(b[kHist + n]) * 65536 + 32768 + 2 * g * xp))
                 << "T=" << T << " n=" << n;
         }
+        // Weight and flag as the counted multiply-accumulates leave them.
+        std::vector<Word16> want(L);
+        evrc_giOverflow = 0;
+        UWord32 before = evrc_op_counter;
+        evrc_dec::pitch_pre_filter_reference(b.data(), kBufLen, kHist, static_cast<Word16>(T), want.data(),
+                                             static_cast<Word16>(gain), L);
+        const UWord32 want_weight = evrc_op_counter - before;
+        const Word32 want_flag = evrc_giOverflow;
+        evrc_giOverflow = 0;
+        before = evrc_op_counter;
+        evrc_dec::pitch_pre_filter_bounded(b.data(), kBufLen, kHist, static_cast<Word16>(T), out.data(),
+                                           static_cast<Word16>(gain), L);
+        ASSERT_EQ(out, want);
+        ASSERT_EQ(evrc_op_counter - before, want_weight);
+        ASSERT_EQ(evrc_giOverflow, want_flag);
     }
 }
 

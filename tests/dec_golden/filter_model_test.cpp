@@ -2,7 +2,6 @@
 // in codec/: output, memory, overflow flag and operation count must agree on
 // random inputs, quiet and loud, including coefficient sets that make the
 // clamps fire.
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -22,6 +21,7 @@ namespace {
 template <typename F>
 std::pair<UWord32, Word32> measure(F f) {
     evrc_giOverflow = 0;
+    { fx::CallScope settle; }  // counts left by unscoped calls before this one
     const UWord32 before = evrc_op_counter;
     {
         fx::CallScope scope;
@@ -51,11 +51,27 @@ TEST(FilterModels, SynthesisAndPredictionFiltersMatchPlainForms) {
         ASSERT_EQ(0, std::memcmp(mem, want_mem, sizeof mem)) << "trial " << trial;
         EXPECT_EQ(got, want);
 
-        const int P = std::min(L, 54);
-        const Word16 shift = static_cast<Word16>(rng() % 8);
+        // Longer than one block of the fast form, and in place (out == in).
+        const int P = L;
+        const Word16 shift = static_cast<Word16>(static_cast<int>(rng() % 24) - 4);  // -4 .. 19
         evrc::prediction_filter_reference(in, a, want_out, P, shift);
         evrc_voc_prediction_filter(in, a, out, static_cast<Word16>(P), shift);
         ASSERT_EQ(0, std::memcmp(out, want_out, P * sizeof(Word16))) << "trial " << trial;
+        evrc_voc_prediction_filter(in, a, in, static_cast<Word16>(P), shift);
+        ASSERT_EQ(0, std::memcmp(in, want_out, P * sizeof(Word16))) << "trial " << trial;
+    }
+}
+
+// The prediction filter's largest sum: every coefficient negative with
+// sum |a_k| = 61440 and every sample -32768 make 2^31.
+TEST(FilterModels, PredictionFilterAtItsLargestSum) {
+    Word16 a[10], in[20], out[10], want_out[10];
+    for (auto &c : a) c = -6144;
+    for (auto &x : in) x = -32768;
+    for (Word16 shift = 0; shift < 17; ++shift) {
+        evrc::prediction_filter_reference(in, a, want_out, 10, shift);
+        evrc_voc_prediction_filter(in, a, out, 10, shift);
+        ASSERT_EQ(0, std::memcmp(out, want_out, sizeof out)) << "shift " << shift;
     }
 }
 
@@ -81,7 +97,7 @@ TEST(FilterModels, BlockInterpolationMatchesPlainForm) {
     }
 }
 
-TEST(FilterModels, AgcMatchesPlainForm) {
+TEST(FilterModels, AgcAndOutputDoublingMatchPlainForms) {
     std::mt19937 rng(8);
     for (int trial = 0; trial < 3000; ++trial) {
         const int L = 1 + static_cast<int>(rng() % 54);
@@ -105,6 +121,31 @@ TEST(FilterModels, AgcMatchesPlainForm) {
         ASSERT_EQ(0, std::memcmp(out, want_out, L * sizeof(Word16))) << "trial " << trial;
         EXPECT_EQ(st.agc_prev_gain, want_st.agc_prev_gain);
         EXPECT_EQ(got, want);
+
+        // The postfilter's tilt compensation of in, with the gain as its mu.
+        Word16 tilted[54], want_tilted[54];
+        st.tilt_last = want_st.tilt_last = ref[0];
+        const auto tilt = measure([&] { evrc_dec::tilt_compensate(&st, in, tilted, L, ref[L - 1]); });
+        const auto want_tilt =
+            measure([&] { evrc_dec::tilt_compensate_reference(&want_st, in, want_tilted, L, ref[L - 1]); });
+        ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(st.tilt_last, want_st.tilt_last);
+        EXPECT_EQ(tilt, want_tilt);
+        std::memcpy(tilted, in, sizeof tilted);  // and in place
+        std::memcpy(want_tilted, in, sizeof want_tilted);
+        evrc_dec::tilt_compensate(&st, tilted, tilted, L, ref[0]);
+        evrc_dec::tilt_compensate_reference(&want_st, want_tilted, want_tilted, L, ref[0]);
+        ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(st.tilt_last, want_st.tilt_last);
+
+        // The final output doubling, on the reference samples.
+        Word16 twice[54], want_twice[54];
+        std::memcpy(twice, ref, sizeof twice);
+        std::memcpy(want_twice, ref, sizeof want_twice);
+        const auto doubled = measure([&] { evrc_dec::double_samples(twice, L); });
+        const auto want_doubled = measure([&] { evrc_dec::double_samples_reference(want_twice, L); });
+        ASSERT_EQ(0, std::memcmp(twice, want_twice, L * sizeof(Word16))) << "trial " << trial;
+        EXPECT_EQ(doubled, want_doubled);
     }
 }
 

@@ -1,0 +1,122 @@
+// What the OpenMAX component adds to decoding: one long stream of valid
+// random packets (full, half and eighth rate mixed) decoded directly with
+// evrc_decode and through the component, driven through its OpenMAX function
+// table exactly as `evrc decode --omx` does (tools/omx_decode.cpp, linked in).
+//
+// Each iteration decodes the whole stream both ways, one after the other, so
+// that both see the same load on the machine. Reported: the component's time
+// per stream (the benchmark's time), "direct_ms" and "component_ms" per
+// stream, and "overhead_pct" = 100 * (component / direct - 1) over all
+// iterations, in elapsed time; "cpu_overhead_pct" the same in processor time
+// of the whole process (all threads), and "median_overhead_pct", the median
+// over iterations of each iteration's own ratio (the two decodes run back to
+// back), which the machine's other load disturbs least. The component's time includes creating it, allocating its
+// buffers, the state changes to Executing and back, and tearing it down.
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "evrc/evrc_dec.h"
+#include "tools/omx_decode.h"
+#include "tools/random_packets.h"
+
+namespace {
+
+constexpr int kStreamPackets = 3000;
+constexpr int kBufferPackets = 30;
+constexpr int kFrameSamples = 160;
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<std::uint8_t>;
+
+// Processor time of the process, all threads, in seconds.
+double process_cpu_seconds() {
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
+std::vector<Bytes> make_stream(int length) {
+    std::mt19937 rng(2025);
+    std::vector<Bytes> packets;
+    for (int i = 0; i < length; ++i) {
+        static const int rates[3] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
+        packets.push_back(evrc_random::random_packet_bytes(rng, rates[evrc_random::uniform_int(rng, 0, 2)]));
+    }
+    return packets;
+}
+
+// The stream through evrc_decode, as the component's decoder would see it.
+void decode_direct(const std::vector<EvrcPacket> &packets, std::vector<std::int16_t> &pcm) {
+    std::vector<unsigned char> record(sizeof(EvrcDecoderState), 0);
+    auto *st = reinterpret_cast<EvrcDecoderState *>(record.data());
+    evrc_init_dec(st);
+    pcm.resize(packets.size() * kFrameSamples);
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        EvrcPacket p = packets[i];  // the decoder may rewrite the rate word
+        evrc_decode(st, &p, pcm.data() + i * kFrameSamples, 0);
+    }
+}
+
+void BM_ComponentOverhead(benchmark::State &state) {
+    const int length = static_cast<int>(state.range(0));
+    const std::vector<Bytes> stream = make_stream(length);
+    std::vector<EvrcPacket> packets;
+    for (const Bytes &b : stream) packets.push_back(evrc_random::bytes_to_packet(b));
+
+    std::vector<std::int16_t> direct_pcm, component_pcm;
+    double direct_s = 0, component_s = 0, direct_cpu_s = 0, component_cpu_s = 0;
+    std::vector<double> ratios;
+    for (auto _ : state) {
+        auto start = Clock::now();
+        double cpu_start = process_cpu_seconds();
+        decode_direct(packets, direct_pcm);
+        const double direct = std::chrono::duration<double>(Clock::now() - start).count();
+        direct_cpu_s += process_cpu_seconds() - cpu_start;
+
+        component_pcm.clear();
+        std::string error;
+        start = Clock::now();
+        cpu_start = process_cpu_seconds();
+        const bool ok = evrc_tool::decode_with_component(stream, component_pcm, error);
+        const double component = std::chrono::duration<double>(Clock::now() - start).count();
+        component_cpu_s += process_cpu_seconds() - cpu_start;
+        if (!ok) {
+            state.SkipWithError(error.c_str());
+            break;
+        }
+        if (component_pcm != direct_pcm) {
+            state.SkipWithError("the component's output differs from evrc_decode's");
+            break;
+        }
+        state.SetIterationTime(component);
+        direct_s += direct;
+        component_s += component;
+        ratios.push_back(component / direct);
+        benchmark::DoNotOptimize(component_pcm.data());
+    }
+    if (direct_s > 0) {
+        const double n = static_cast<double>(state.iterations());
+        state.counters["direct_ms"] = 1e3 * direct_s / n;
+        state.counters["component_ms"] = 1e3 * component_s / n;
+        state.counters["overhead_pct"] = 100.0 * (component_s / direct_s - 1.0);
+        std::nth_element(ratios.begin(), ratios.begin() + ratios.size() / 2, ratios.end());
+        state.counters["median_overhead_pct"] = 100.0 * (ratios[ratios.size() / 2] - 1.0);
+        state.counters["cpu_overhead_pct"] = 100.0 * (component_cpu_s / direct_cpu_s - 1.0);
+    }
+    state.SetItemsProcessed(state.iterations() * length);
+}
+
+// The long stream, and one buffer's worth, which shows the fixed cost of
+// setting the component up and tearing it down.
+BENCHMARK(BM_ComponentOverhead)->Arg(kStreamPackets)->Arg(kBufferPackets)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
