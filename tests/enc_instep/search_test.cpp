@@ -1,125 +1,17 @@
-// The codebook stages against exact models: the weighted synthesis filter
-// against double precision, the adaptive gain choice against a brute-force
-// error over the table, and the fixed-codebook search's indices, read back by
-// the decoder's own codebook, recovering codevectors placed in the target.
+// The fixed-codebook search's indices, read back by the decoder's own
+// codebook, recover codevectors placed in the target.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <random>
-#include <vector>
 
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/iterations.h"
 
 namespace {
-
-int iterations(int full) {
-    const char *v = std::getenv("EVRC_TEST_ITERATIONS");
-    return v ? std::max(1, std::min(full, std::atoi(v))) : full;
-}
-
-// Random stable Q12 LPC set: a product of second-order sections with poles
-// inside radius 0.9, expanded into A(z) = 1 - sum a_k z^-k.
-void random_lpc(std::mt19937 &rng, double *a) {
-    std::uniform_real_distribution<double> rad(0.3, 0.9), ang(0.1, 3.0);
-    double poly[11] = {1.0};
-    for (int s = 0; s < 5; ++s) {
-        const double r = rad(rng), w = ang(rng);
-        const double c1 = -2 * r * std::cos(w), c2 = r * r;
-        for (int k = 10; k >= 2; --k) poly[k] += c1 * poly[k - 1] + c2 * poly[k - 2];
-        poly[1] += c1;
-    }
-    for (int k = 0; k < 10; ++k) a[k] = -poly[k + 1];
-}
-
-TEST(CodebookStages, WeightedSynthesisFilterFollowsDoublePrecisionAcrossBlocks) {
-    std::mt19937 rng(11);
-    std::uniform_int_distribution<int> sample(-150, 150);
-    for (int it = 0; it < iterations(200); ++it) {
-        double a[10];
-        random_lpc(rng, a);
-        Word16 q[10], num[10], den[10];
-        for (int k = 0; k < 10; ++k) {
-            q[k] = static_cast<Word16>(std::lround(a[k] * 4096));
-            num[k] = static_cast<Word16>(std::lround(q[k] * std::pow(0.9, k + 1)));
-            den[k] = static_cast<Word16>(std::lround(q[k] * std::pow(0.5, k + 1)));
-        }
-        Word32 mem[30] = {};
-        std::vector<double> s(10, 0), w(10, 0);
-        double signal = 0, error = 0, peak = 0;
-        for (int block = 0; block < 3; ++block) {
-            Word16 in[54], out[54];
-            for (Word16 &v : in) v = static_cast<Word16>(sample(rng));
-            evrc_weighted_synthesis_filter(in, out, q, num, den, mem, 54);
-            for (int n = 0; n < 54; ++n) {
-                const size_t N = s.size();
-                double sv = in[n];
-                for (int k = 1; k <= 10; ++k) sv += q[k - 1] / 4096.0 * s[N - k];
-                s.push_back(sv);
-                double yv = sv;
-                for (int k = 1; k <= 10; ++k) yv += -num[k - 1] / 4096.0 * s[N - k] + den[k - 1] / 4096.0 * w[N - k];
-                w.push_back(yv);
-                peak = std::max(peak, std::max(std::fabs(sv), std::fabs(yv)));
-                signal += yv * yv;
-                error += (out[n] - yv) * (out[n] - yv);
-            }
-        }
-        // Rounding between the sections only (no section saturated): 35 dB apart.
-        if (peak < 30000) {
-            ASSERT_GT(10 * std::log10(signal / (error + 1e-9)), 35.0) << "iteration " << it;
-        }
-    }
-}
-
-// Table gain with the least |x - g y|^2, y = h * v, in double precision.
-int best_gain_model(const Word16 *x, const Word16 *v, const Word16 *h, int L, double *margin) {
-    std::vector<double> y(L, 0.0);
-    for (int n = 0; n < L; ++n)
-        for (int k = 0; k <= n; ++k) y[n] += v[k] * h[n - k] / 2048.0;
-    double err[8];
-    for (int i = 0; i < 8; ++i) {
-        const double g = evrc_acsACBGainTable[i] / 16384.0;
-        err[i] = 0;
-        for (int n = 0; n < L; ++n) err[i] += (x[n] - g * y[n]) * (x[n] - g * y[n]);
-    }
-    int best = 0;
-    for (int i = 1; i < 8; ++i) best = err[i] < err[best] ? i : best;
-    double second = 1e300;
-    for (int i = 0; i < 8; ++i)
-        if (i != best) second = std::min(second, err[i]);
-    *margin = (second - err[best]) / (err[best] + 1.0);
-    return best;
-}
-
-TEST(CodebookStages, AdaptiveGainIsTheLeastErrorTableEntry) {
-    std::mt19937 rng(5);
-    std::uniform_int_distribution<int> sample(-4000, 4000);
-    std::uniform_real_distribution<double> gain(-0.2, 1.4);
-    int compared = 0;
-    for (int it = 0; it < iterations(400); ++it) {
-        const int L = it % 2 ? 53 : 54;
-        Word16 h[54], v[54], x[54], rest[54];
-        for (int n = 0; n < L; ++n) h[n] = static_cast<Word16>(2048 * std::pow(0.85, n) * std::cos(0.7 * n));
-        const double g = gain(rng);
-        for (int n = 0; n < L; ++n) v[n] = static_cast<Word16>(sample(rng));
-        for (int n = 0; n < L; ++n) {
-            double y = 0;
-            for (int k = 0; k <= n; ++k) y += v[k] * h[n - k] / 2048.0;
-            x[n] = static_cast<Word16>(std::max(-32768.0, std::min(32767.0, g * y + sample(rng) / 4)));
-        }
-        double margin;
-        const int expected = best_gain_model(x, v, h, L, &margin);
-        const Word16 index = evrc_remove_acb(x, v, h, rest, static_cast<Word16>(L));
-        if (margin > 1e-3) {
-            ++compared;
-            ASSERT_EQ(expected, index) << "iteration " << it;
-        }
-    }
-    EXPECT_GT(compared, iterations(400) / 2);
-}
 
 // With a unit impulse response and no sharpening (lag beyond the subframe)
 // the target is the codevector itself; the search must find every pulse of
@@ -127,7 +19,7 @@ TEST(CodebookStages, AdaptiveGainIsTheLeastErrorTableEntry) {
 TEST(CodebookStages, FixedCodebookRecoversItsOwnCodevectors) {
     std::mt19937 rng(9);
     Word16 h[54] = {2048};
-    for (int it = 0; it < iterations(300); ++it) {
+    for (int it = 0; it < evrc_test::iterations(300); ++it) {
         const Word16 rate = it % 3 == 0 ? EVRC_RATE_HALF : EVRC_RATE_FULL;
         Word16 fields[4];
         if (rate == EVRC_RATE_FULL) {

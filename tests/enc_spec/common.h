@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -16,16 +15,13 @@
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/iterations.h"
 
 namespace enc_spec {
 
 constexpr int64_t kMax32 = 2147483647, kMin32 = -kMax32 - 1;
 
-inline int iterations(int fallback) {
-    const char *env = std::getenv("EVRC_TEST_ITERATIONS");
-    const int n = env ? std::atoi(env) : 0;
-    return n > 0 && n < fallback ? n : fallback;
-}
+using evrc_test::iterations;
 
 struct Rng {
     std::mt19937_64 g;

@@ -2,6 +2,8 @@
 // noise estimation, LSP weights and split VQ) against models written from
 // their definitions in plain 64-bit integers, over random inputs: results,
 // overflow flag and operation counter must agree.
+#include "codec/basic/fixed_point.h"
+#include "codec/enc/pitch_internal.h"
 #include "common.h"
 
 namespace {
@@ -240,6 +242,24 @@ TEST(RateDecision, NoiseLevelMatchesModel) {
                       for (int i = 0; i < 10; ++i) m.noise_lpc[i] = hi16(m.lpc[i]);
                   }));
         ASSERT_EQ(0, std::memcmp(st.get(), &m, sizeof m));
+    }
+}
+
+// ---- Open-loop pitch ---------------------------------------------------------
+
+// The fast correlation against its operator-by-operator form, alternating
+// full-scale samples included.
+TEST(OpenLoopPitch, FastCorrelationMatchesTheOperatorChain) {
+    Rng r(7);
+    Word16 x[2 * EVRC_ENC_FRAME];
+    for (int it = 0; it < iterations(2000); ++it) {
+        for (int n = 0; n < 2 * EVRC_ENC_FRAME; ++n) x[n] = static_cast<Word16>(it % 3 ? r.in(-2047, 2047) : n % 2 ? 2047 : -2047);
+        const int lag = static_cast<int>(r.in(20, 120));
+        Word32 fast = 0, ref = 0;
+        const Effects e = effects([&] { fx::CallScope scope; fast = evrc_enc::correlate_fast(x, lag); });
+        ASSERT_EQ(e, effects([&] { fx::CallScope scope; ref = evrc_enc::correlate_reference(x, lag); }));
+        ASSERT_GT(e.second, 0u);
+        ASSERT_EQ(fast, ref) << it;
     }
 }
 
