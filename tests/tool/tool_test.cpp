@@ -184,6 +184,8 @@ TEST(Tool, DecodesQcpAndRawSlotsLikeTheLibrary) {
     }
 }
 
+// Bad inputs and outputs of every command: one line naming the file, exit
+// status 1, and no output file touched or left behind.
 TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
     const std::string good = write_qcp_file("good.qcp", random_stream(5, 6)), qcp = slurp(good);
     const std::string out = tmp("untouched.wav");
@@ -191,19 +193,32 @@ TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
     save(tmp("text.qcp"), Bytes{'h', 'e', 'l', 'l', 'o', '\n'});
     save(tmp("cut.qcp"), Bytes(qcp.begin(), qcp.end() - 5));
     save(tmp("odd.bin"), Bytes(50, 4));
-    const std::pair<std::string, const char *> inputs[] = {{tmp("missing.qcp"), "cannot open"},
-                                                           {tmp(), "cannot"},
-                                                           {tmp("text.qcp"), "not a RIFF file"}};
-    for (const auto &[in, problem] : inputs) {
+    save(tmp("empty.wav"), Bytes{});
+    write_tone(tmp("ok.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 0.1);
+    for (const auto &[in, problem] : std::vector<std::pair<std::string, const char *>>{
+             {tmp("missing.qcp"), "cannot open"}, {tmp(), "cannot"}, {tmp("text.qcp"), "not a RIFF file"}}) {
         expect_file_error(run({"decode", in, out}), in, problem);
         expect_file_error(run({"info", in}), in, problem);
+    }
+    for (const auto &[in, problem] : std::vector<std::pair<std::string, const char *>>{
+             {tmp("missing.wav"), "cannot open"}, {tmp("text.qcp"), "not an audio file"}, {tmp("empty.wav"), "empty"}}) {
+        expect_file_error(run({"encode", in, out}), in, problem);
     }
     expect_file_error(run({"decode", "--strict", tmp("cut.qcp"), out}), tmp("cut.qcp"), "truncated");
     expect_file_error(run({"decode", "--strict", "--raw", tmp("odd.bin"), out}), tmp("odd.bin"), "24-byte packet slots");
     expect_file_error(run({"decode", good, tmp("out.xyz")}), tmp("out.xyz"), "unknown output format");
-    EXPECT_EQ(slurp(out), "keep") << "a failed decode must not touch the output";
+    EXPECT_EQ(slurp(out), "keep") << "a failed run must not touch the output";
 
-    expect_file_error(run({"decode", good, tmp("no/such/dir/out.wav")}), tmp("no/such/dir/out.wav"), "cannot create");
+    for (const std::string &bad_out : {tmp("no/such/dir/out.wav"), tmp("none/out.qcp"), tmp()}) {
+        expect_file_error(run({bad_out.back() == 'v' ? "decode" : "encode", bad_out.back() == 'v' ? good : tmp("ok.wav"), bad_out}),
+                          bad_out, "cannot create");
+    }
+    std::filesystem::create_directories(tmp("locked"));
+    std::filesystem::permissions(tmp("locked"), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    if (geteuid() != 0) {  // root writes anywhere
+        expect_file_error(run({"encode", tmp("ok.wav"), tmp("locked/out.qcp")}), tmp("locked/out.qcp"), "cannot create");
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(tmp("locked")));
     expect_file_error(run({"decode", good, good}), good, "refusing to overwrite");
     EXPECT_EQ(slurp(good), qcp);
     expect_no_temporary_files();
@@ -313,27 +328,6 @@ TEST(Tool, RateOptionsBoundThePackets) {
     EXPECT_GE(full_gap_and_run(spaced).first, 4u);
     const std::vector<int> runs = rates({"--limit", "2", "--limit-mode", "run"});
     EXPECT_EQ(full_gap_and_run(runs).second, 2u);
-}
-
-TEST(Tool, BadEncoderInputIsNamedAndNothingIsWritten) {
-    write_tone(tmp("ok.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 0.1);
-    save(tmp("text.wav"), Bytes{'h', 'e', 'l', 'l', 'o', '\n'});
-    save(tmp("empty.wav"), Bytes{});
-    const std::string out = tmp("enc_untouched.qcp");
-    save(out, Bytes{'k', 'e', 'e', 'p'});
-    const std::pair<std::string, const char *> inputs[] = {
-        {tmp("missing.wav"), "cannot open"}, {tmp("text.wav"), "not an audio file"}, {tmp("empty.wav"), "empty"}};
-    for (const auto &[in, problem] : inputs) expect_file_error(run({"encode", in, out}), in, problem);
-    EXPECT_EQ(slurp(out), "keep");
-    std::filesystem::create_directories(tmp("locked"));
-    std::filesystem::permissions(tmp("locked"), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-    if (geteuid() != 0) {  // root writes anywhere
-        expect_file_error(run({"encode", tmp("ok.wav"), tmp("locked/out.qcp")}), tmp("locked/out.qcp"), "cannot create");
-    }
-    expect_file_error(run({"encode", tmp("ok.wav"), tmp("none/out.qcp")}), tmp("none/out.qcp"), "cannot create");
-    expect_file_error(run({"encode", tmp("ok.wav"), tmp()}), tmp(), "cannot create");
-    EXPECT_TRUE(std::filesystem::is_empty(tmp("locked")));
-    expect_no_temporary_files();
 }
 
 TEST(Tool, InfoNamesWhatIsWrongWithoutRefusing) {
