@@ -268,12 +268,8 @@ TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
     // 8 kHz 16-bit mono reaches the encoder untouched: the same samples from
     // standard input give the same file; raw slots decode to the same speech.
     const Pcm tone = write_tone(tmp("narrow.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 0.5);
-    Bytes le;
-    for (std::int16_t v : tone) {
-        le.push_back(static_cast<std::uint8_t>(v & 0xFF));
-        le.push_back(static_cast<std::uint8_t>((static_cast<std::uint16_t>(v) >> 8) & 0xFF));
-    }
-    save(tmp("narrow.pcm"), le);
+    const auto *le = reinterpret_cast<const std::uint8_t *>(tone.data());  // the hosts are little-endian
+    save(tmp("narrow.pcm"), Bytes(le, le + 2 * tone.size()));
     ASSERT_EQ(run({"encode", tmp("narrow.wav"), tmp("file.qcp")}).status, 0);
     ASSERT_EQ(std::system(("'" + std::string(EVRC_TOOL_PATH) + "' encode - '" + tmp("pipe.qcp") + "' <'" +
                            tmp("narrow.pcm") + "' 2>/dev/null")
@@ -293,41 +289,33 @@ TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
 // keeps the bound each option sets.
 TEST(Tool, RateOptionsBoundThePackets) {
     write_tone(tmp("rates.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 2.0);
+    // Packets per rate, the shortest distance between full-rate packets and
+    // the longest run of them.
+    struct Stats { std::size_t count[5] = {}, gap = SIZE_MAX, longest = 0; };
     auto rates = [](std::vector<std::string> options) {
         options.insert(options.begin(), "encode");
-        options.push_back(tmp("rates.wav"));
-        options.push_back(tmp("rates.qcp"));
-        const ToolRun r = run(options);
-        EXPECT_EQ(r.status, 0) << r.err;
-        std::vector<int> out;
-        for (const evrc::QcpPacket &p : evrc::read_qcp(tmp("rates.qcp")).file.packets) out.push_back(p.rate);
-        return out;
-    };
-    auto count = [](const std::vector<int> &v, int rate) { return std::count(v.begin(), v.end(), rate); };
-    // Shortest distance between full-rate packets, and the longest run of them.
-    auto full_gap_and_run = [](const std::vector<int> &v) {
-        std::size_t gap = v.size(), run = 0, longest = 0, last = SIZE_MAX;
-        for (std::size_t i = 0; i < v.size(); ++i) {
-            run = v[i] == EVRC_RATE_FULL ? run + 1 : 0;
-            longest = std::max(longest, run);
-            if (v[i] == EVRC_RATE_FULL && last != SIZE_MAX) gap = std::min(gap, i - last);
-            if (v[i] == EVRC_RATE_FULL) last = i;
+        options.insert(options.end(), {tmp("rates.wav"), tmp("rates.qcp")});
+        EXPECT_EQ(run(options).status, 0);
+        Stats st;
+        std::size_t i = 0, last = SIZE_MAX, run_length = 0;
+        for (const evrc::QcpPacket &p : evrc::read_qcp(tmp("rates.qcp")).file.packets) {
+            ++st.count[p.rate % 5];
+            run_length = p.rate == EVRC_RATE_FULL ? run_length + 1 : 0;
+            st.longest = std::max(st.longest, run_length);
+            if (p.rate == EVRC_RATE_FULL) st.gap = std::min(st.gap, last == SIZE_MAX ? SIZE_MAX : i - last), last = i;
+            ++i;
         }
-        return std::make_pair(gap, longest);
+        return st;
     };
-
-    const std::vector<int> free_rates = rates({});
-    ASSERT_EQ(free_rates.size(), 100u);
-    EXPECT_GT(full_gap_and_run(free_rates).second, 3u) << "the test signal needs runs of full-rate frames";
-    EXPECT_EQ(count(rates({"--max-rate", "half"}), EVRC_RATE_FULL), 0);
-    EXPECT_EQ(count(rates({"--max-rate", "eighth"}), EVRC_RATE_EIGHTH), 100);
-    EXPECT_EQ(count(rates({"--min-rate", "half"}), EVRC_RATE_EIGHTH), 0);
-    EXPECT_EQ(count(rates({"--min-rate", "full"}), EVRC_RATE_FULL), 100);
-    const std::vector<int> spaced = rates({"--limit", "3"});
-    EXPECT_GT(count(spaced, EVRC_RATE_FULL), 0);
-    EXPECT_GE(full_gap_and_run(spaced).first, 4u);
-    const std::vector<int> runs = rates({"--limit", "2", "--limit-mode", "run"});
-    EXPECT_EQ(full_gap_and_run(runs).second, 2u);
+    EXPECT_GT(rates({}).longest, 3u) << "the test signal needs runs of full-rate frames";
+    EXPECT_EQ(rates({"--max-rate", "half"}).count[EVRC_RATE_FULL], 0u);
+    EXPECT_EQ(rates({"--max-rate", "eighth"}).count[EVRC_RATE_EIGHTH], 100u);
+    EXPECT_EQ(rates({"--min-rate", "half"}).count[EVRC_RATE_EIGHTH], 0u);
+    EXPECT_EQ(rates({"--min-rate", "full"}).count[EVRC_RATE_FULL], 100u);
+    const Stats spaced = rates({"--limit", "3"});
+    EXPECT_GT(spaced.count[EVRC_RATE_FULL], 0u);
+    EXPECT_GE(spaced.gap, 4u);
+    EXPECT_EQ(rates({"--limit", "2", "--limit-mode", "run"}).longest, 2u);
 }
 
 TEST(Tool, InfoNamesWhatIsWrongWithoutRefusing) {
