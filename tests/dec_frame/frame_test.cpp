@@ -2,9 +2,9 @@
 // and the TTY fields it reads; then what the decoded streams of the golden
 // test do not reach: the in-place conversion between the byte-stream and
 // word layouts (no caller in this project) and the LSP-to-LPC overflow
-// fallback. (Erasure detection, the packet checks and the field layout are
-// pinned by the golden streams, the encoder's pack/unpack round trip and
-// FFmpeg reading the encoder's files.)
+// fallback; the LSP order check at equal neighbours and the erasure
+// detection's table. (The other packet checks and the field layout are pinned by the golden streams, the encoder's pack/unpack
+// round trip and FFmpeg reading the encoder's files.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -101,6 +101,49 @@ TEST(FrameDriver, TtyFieldsComeFromTheDelayBitsAtTheRateInForce) {
     evrc_init_tty_dec(st.get(), 0);
     st->tty_header = 7;
     expect_tty(full_packet, 7, 0, 1);
+}
+
+// Random LSP sets with small, zero and negative steps: bad exactly when some
+// neighbour is not strictly above the one before.
+TEST(Unpack, OrderCheckRejectsEqualAndDescendingNeighbours) {
+    std::mt19937 rng(16);
+    for (int it = 0; it < iterations(3000); ++it) {
+        EvrcFrameParams fp = {};
+        int v = 0, ascending = 1;
+        for (Word16 &l : fp.lsp) l = static_cast<Word16>(v += static_cast<int>(rng() % 100) - (it % 2 ? 5 : 0));
+        for (int i = 0; i < 9; ++i) ascending &= fp.lsp[i] < fp.lsp[i + 1];
+        evrc_check_lsps(&fp);
+        ASSERT_EQ(fp.bad_frame, 1 - ascending) << "iteration " << it;
+    }
+}
+
+// Which packets are decoded and which concealed, and as what rate: the
+// golden streams do not tell an eighth-rate packet after an erased full-rate
+// frame from one after a good one.
+TEST(FerDetect, ChoosesDecodeOrConcealmentAndTheRateToConcealAs) {
+    // rate word, first data word, previous rate, previous erased -> conceal, rate after
+    const Word16 cases[][6] = {
+        {EVRC_RATE_FULL, 0, EVRC_RATE_EIGHTH, 1, 0, EVRC_RATE_FULL},
+        {EVRC_RATE_HALF, -1, EVRC_RATE_FULL, 0, 0, EVRC_RATE_HALF},
+        {EVRC_RATE_EIGHTH, 0x1234, EVRC_RATE_HALF, 0, 0, EVRC_RATE_EIGHTH},
+        {EVRC_RATE_EIGHTH, 0x1234, EVRC_RATE_FULL, 1, 0, EVRC_RATE_EIGHTH},
+        {EVRC_RATE_EIGHTH, 0x1234, EVRC_RATE_FULL, 0, 1, EVRC_RATE_FULL},  // straight after good rate 1
+        {EVRC_RATE_EIGHTH, -1, EVRC_RATE_EIGHTH, 0, 1, EVRC_RATE_EIGHTH},  // all ones: erasure
+        {EVRC_RATE_EIGHTH, -1, EVRC_RATE_HALF, 0, 1, EVRC_RATE_FULL},
+        {0x0013, 0, EVRC_RATE_FULL, 0, 1, EVRC_RATE_FULL},  // the whole rate word is compared
+        {0x0013, 0, EVRC_RATE_EIGHTH, 0, 1, EVRC_RATE_EIGHTH},
+        {0x0104, 0, EVRC_RATE_HALF, 0, 1, EVRC_RATE_FULL},
+        {EVRC_RATE_BLANK, 0, EVRC_RATE_HALF, 0, 1, EVRC_RATE_FULL},
+        {EVRC_RATE_QUARTER, 0, EVRC_RATE_EIGHTH, 1, 1, EVRC_RATE_EIGHTH},
+        {7, 0, EVRC_RATE_FULL, 1, 1, EVRC_RATE_FULL},
+    };
+    for (const auto &c : cases) {
+        EvrcPacket p = {};
+        p.rate = c[0];
+        p.data[0] = c[1];
+        EXPECT_EQ(evrc_fer_detect(&p, c[2], c[3], c[1]), c[4]) << "rate word " << c[0] << " prev " << c[2];
+        EXPECT_EQ(p.rate, c[5]) << "rate word " << c[0] << " prev " << c[2];
+    }
 }
 
 using Buffer = std::vector<uint8_t>;
