@@ -1,5 +1,6 @@
 // The frame driver's invariants over random packet streams, good and bad,
-// and the TTY fields it reads; then what the decoded streams of the golden
+// a long erasure run (the concealment's thresholds, ramp and noise mix are
+// pinned by the golden streams' erasure runs), and the TTY fields it reads; then what the decoded streams of the golden
 // test do not reach: the in-place conversion between the byte-stream and
 // word layouts (no caller in this project) and the LSP-to-LPC overflow
 // fallback; the LSP order check at equal neighbours and the erasure
@@ -72,6 +73,35 @@ TEST(FrameDriver, DeterministicFullyWrittenOutputOverMixedStreams) {
             ASSERT_EQ(0, std::memcmp(a->pf_buf, initial.pf_buf, sizeof a->pf_buf));
             ASSERT_EQ(0, std::memcmp(a->syn_mem[1], initial.syn_mem[1], sizeof a->syn_mem[1]));
         }
+    }
+}
+
+// A long run of erasures after voiced speech fades to (near) silence and
+// leaves the decoder able to decode the next good frame, which clears the
+// erasure bookkeeping.
+TEST(ConcealedStream, LongErasureRunFadesOutAndRecovers) {
+    for (int postfilter_off : {0, 1}) {
+        std::mt19937 rng(21);
+        auto st = new_decoder();
+        Word16 out[EVRC_FRAME_SIZE];
+        for (int i = 0; i < 10; ++i) {
+            EvrcPacket p = evrc_random::random_full_rate_packet(rng);
+            evrc_decode(st.get(), &p, out, postfilter_off);
+        }
+        for (int i = 0; i < 120; ++i) {  // the fade needs the whole run, even in shortened test runs
+            EvrcPacket p{static_cast<Word16>(i % 2 ? 0x0013 : EVRC_RATE_BLANK), {}};
+            evrc_decode(st.get(), &p, out, postfilter_off);
+            ASSERT_EQ(st->erasure_count, std::min(i + 1, 32767));
+            ASSERT_EQ(st->prev_erased, 1);
+            ASSERT_EQ(st->prev_rate, EVRC_RATE_FULL);  // concealed as rate 1 after rate 1
+        }
+        for (Word16 v : out) ASSERT_LE(std::abs(v), 4) << "postfilter_off " << postfilter_off;
+        EXPECT_EQ(st->prefilter_ramp, 0);
+        EvrcPacket good = evrc_random::random_full_rate_packet(rng);
+        evrc_decode(st.get(), &good, out, postfilter_off);
+        EXPECT_EQ(st->erasure_count, 0);
+        EXPECT_EQ(st->prev_erased, 0);
+        EXPECT_EQ(st->prev_rate, EVRC_RATE_FULL);
     }
 }
 
