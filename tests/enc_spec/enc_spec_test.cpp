@@ -1,6 +1,7 @@
 // The encoder's exactly defined stages (packing, band-energy rate decision,
-// noise estimation, LSP weights and split VQ) against models written from
-// their definitions in plain 64-bit integers, over random inputs: results,
+// noise estimation, fast correlation, LSP weights and split VQ) against
+// models written from their definitions in plain 64-bit integers (the LPC
+// recursion against double precision), over random inputs: results,
 // overflow flag and operation counter must agree. Then the rate rules and
 // packet rules: evrc_ratedec over the band
 // selection: first frame full, never full straight to eighth, forced eighth,
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "codec/basic/fixed_point.h"
+#include "codec/enc/enc_tables.h"
 #include "codec/enc/pitch_internal.h"
 #include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
@@ -304,6 +306,47 @@ TEST(OpenLoopPitch, FastCorrelationMatchesTheOperatorChain) {
         ASSERT_EQ(e, effects([&] { fx::CallScope scope; ref = evrc_enc::correlate_reference(x, lag); }));
         ASSERT_GT(e.second, 0u);
         ASSERT_EQ(fast, ref) << it;
+    }
+}
+
+// ---- LPC analysis -----------------------------------------------------------
+
+// Levinson-Durbin on the lag-windowed autocorrelation of windowed frames
+// (silence, DC, an impulse, full-scale alternation, AR(2) processes of any
+// level and resonance) against double precision, which stops where a
+// reflection coefficient would reach 0.9998; the error stays below lag zero.
+TEST(LpcAnalysis, DurbinMatchesDoublePrecision) {
+    Rng r(12);
+    std::normal_distribution<double> g(0.0, 1.0);
+    for (int it = 0; it < iterations(400); ++it) {
+        Word16 x[EVRC_ENC_FRAME], w[EVRC_ENC_FRAME];
+        const double level = std::pow(10.0, r.in(0, 400) / 100.0) / 2, radius = r.in(0, 990) / 1000.0,
+                     theta = M_PI * r.in(0, 1000) / 1000.0;
+        double y1 = 0, y2 = 0;
+        for (int n = 0; n < EVRC_ENC_FRAME; ++n) {
+            const double y = level * g(r.g) + 2 * radius * std::cos(theta) * y1 - radius * radius * y2;
+            y2 = y1, y1 = y;
+            x[n] = static_cast<Word16>(it == 0 ? 0 : it == 1 ? 12000 : it == 2 ? (n == 70) * -30000
+                                       : it == 3 ? (n & 1 ? 32767 : -32768) : std::clamp(y, -32768.0, 32767.0));
+        }
+        cmn1x_hamming_window(x, w);
+        Word32 ac[17], lpc[10];
+        evrc_autocorr(w, ac);
+        const Word32 err = cmn1x_durbins_recursion(ac, lpc);
+        ASSERT_TRUE(ac[0] > 0 ? err >= 0 && err < ac[0] : err == 0) << it;
+        double rw[11], a[11] = {}, e;
+        for (int k = 0; k <= 10; ++k) rw[k] = ac[k] * (evrc_enc_tables::lag_window_q30[k] / 1073741824.0);
+        e = rw[0];
+        for (int i = 1; i <= 10 && e > 0; ++i) {
+            double acc = rw[i], next[11];
+            for (int j = 1; j < i; ++j) acc -= a[j] * rw[i - j];
+            const double k = acc / e;
+            if (std::fabs(k) > 0.9998) break;
+            for (int j = 1; j < i; ++j) next[j] = a[j] - k * a[i - j];
+            std::copy(next + 1, next + i, a + 1);
+            a[i] = k, e *= 1 - k * k;
+        }
+        for (int k = 0; k < 10; ++k) ASSERT_NEAR(lpc[k] / 134217728.0, a[k + 1], 2e-3) << it << " a" << k + 1;
     }
 }
 
