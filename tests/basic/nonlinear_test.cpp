@@ -50,7 +50,11 @@ TEST(Nonlinear, ClosedFormAlgorithmsMatchExactModel) {
         const int64_t s = g.pick(32769);
         return std::make_tuple(g.pick(2) ? static_cast<Word32>(std::min<int64_t>(s * s + g.pick(3) - 1, kMax32)) : g.w32());
     };
-    EVRC_DIFF(signed_32_div_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, m_signed_32_div_16);
+    const auto div_args = [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); };
+    EVRC_DIFF(signed_32_div_16, div_args, m_signed_32_div_16);
+    // The fast division's literal sixteen-step form, held to the same model.
+    const auto reference = [](Word32 num, Word16 den) { return fx::signed_32_div_16_reference(num, den); };
+    differential("signed_32_div_16_reference", n, div_args, m_signed_32_div_16, reference, reference);
     // The bit-by-bit chain and the exported root (computed directly for L >= 0).
     differential("square_root", n, root_arg, m_square_root, [](Word32 L) { return evrc::square_root_reference(L); },
                  [](Word32 L) { return evrc_square_root(L); });

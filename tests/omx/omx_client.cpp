@@ -92,20 +92,16 @@ OMX_ERRORTYPE Client::record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* hdr, c
 std::vector<Bytes> random_stream(uint32_t seed, std::size_t count)
 {
     std::mt19937 rng(seed);
-    static const int kRates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_HALF};
+    static const int kRates[] = {EVRC_RATE_BLANK, EVRC_RATE_QUARTER, EVRC_RATE_EIGHTH, EVRC_RATE_EIGHTH, EVRC_RATE_HALF,
+                                 EVRC_RATE_HALF,  EVRC_RATE_FULL,    EVRC_RATE_FULL,   EVRC_RATE_FULL, EVRC_RATE_FULL};
     std::vector<Bytes> packets;
     for (std::size_t i = 0; i < count; ++i) {
-        const int kind = evrc_random::uniform_int(rng, 0, 9);
-        if (kind == 0) {
-            packets.push_back({EVRC_RATE_BLANK});
-        } else if (kind == 1) {
-            Bytes q{EVRC_RATE_QUARTER};
-            for (int j = 0; j < 5; ++j)
-                q.push_back(static_cast<uint8_t>(evrc_random::uniform_int(rng, 0, 255)));
-            packets.push_back(q);
-        } else {
-            packets.push_back(evrc_random::random_packet_bytes(rng, kind <= 5 ? kRates[kind - 2] : EVRC_RATE_FULL));
-        }
+        const int rate = kRates[evrc_random::uniform_int(rng, 0, 9)];
+        // Blank: the rate octet alone; quarter (not decodable): five bytes of junk.
+        const bool junk = rate == EVRC_RATE_BLANK || rate == EVRC_RATE_QUARTER;
+        Bytes p = junk ? Bytes(rate ? 6 : 1, static_cast<uint8_t>(rng())) : evrc_random::random_packet_bytes(rng, rate);
+        p[0] = static_cast<uint8_t>(rate);
+        packets.push_back(p);
     }
     return packets;
 }

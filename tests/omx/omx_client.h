@@ -164,26 +164,18 @@ private:
     bool foreign_handle_ = false;
 };
 
-// Decoder used as the reference: a fresh, zero-filled, initialised state.
-class RefDecoder {
-public:
+// Decoder used as the reference: a fresh, initialised state; reset()
+// initialises it again, as a flush does.
+struct RefDecoder {
+    std::unique_ptr<EvrcDecoderState> st{new EvrcDecoderState()};
     RefDecoder() { reset(); }
-    void reset() {  // initialise again, as a flush does
-        if (!st_)
-            st_.reset(new EvrcDecoderState());
-        evrc_init_dec(st_.get());
-    }
+    void reset() { evrc_init_dec(st.get()); }
     Bytes decode(const Bytes& packet) {  // PCM bytes
         EvrcPacket p = evrc_random::bytes_to_packet(packet);
         int16_t pcm[EVRC_FRAME_SIZE];
-        evrc_decode(st_.get(), &p, pcm, 0);
-        Bytes b(sizeof(pcm));
-        std::memcpy(b.data(), pcm, sizeof(pcm));
-        return b;
+        evrc_decode(st.get(), &p, pcm, 0);
+        return Bytes(reinterpret_cast<const uint8_t*>(pcm), reinterpret_cast<const uint8_t*>(pcm + EVRC_FRAME_SIZE));
     }
-
-private:
-    std::unique_ptr<EvrcDecoderState> st_;
 };
 
 // Random packets of every rate code, blank and quarter rate included.

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -83,12 +82,13 @@ void expect_error(const Bytes &file, const std::string &fragment) {
     EXPECT_NE(r.error.find(fragment), std::string::npos) << "error was: " << r.error;
 }
 
-std::string own_temp_dir() { return evrc_test::own_temp_dir("evrc_qcp"); }
-
-TEST(QcpRoundTrip, RandomStreamsOfEveryRateReadBackUnchanged) {
+// Streams of every rate and length read back unchanged, with the header
+// the writer must give them; the writer refuses packets it cannot store and
+// leaves its output alone.
+TEST(QcpFiles, RoundTripAndWriterRefusals) {
     std::mt19937 rng(1234);
     for (const auto &mix : std::vector<std::vector<int>>{{4}, {3}, {1}, {0}, {4, 1, 3, 0, 4}}) {
-        for (std::size_t n : {0u, 1u, 2u, 7u, 50u}) {
+        for (std::size_t n : {0u, 1u, 7u, 50u}) {
             const Packets packets = random_packets(rng, n, mix);
             const Bytes file = write(packets);
             ASSERT_EQ(file.size() % 2, 0u) << "RIFF chunks are padded to even length";
@@ -96,39 +96,24 @@ TEST(QcpRoundTrip, RandomStreamsOfEveryRateReadBackUnchanged) {
             const evrc::QcpReadResult r = read(file);
             expect_same_packets(packets, r);
             const evrc::QcpFormat &f = r.file.format;
-            EXPECT_EQ(f.codec_guid, evrc::kQcpGuidEvrc);
-            EXPECT_EQ(f.sampling_rate, 8000);
-            EXPECT_EQ(f.block_size, 160);
-            EXPECT_EQ(f.packet_size, 23);
-            EXPECT_TRUE(f.has_vrat);
-            EXPECT_NE(f.variable_rate, 0u);
-            EXPECT_EQ(f.packet_count, n);
+            EXPECT_TRUE(f.codec_guid == evrc::kQcpGuidEvrc && f.sampling_rate == 8000 && f.block_size == 160 &&
+                        f.packet_size == 23 && f.has_vrat && f.variable_rate != 0 && f.packet_count == n);
             for (const auto &e : f.rate_map) EXPECT_EQ(e.size, evrc::evrc_payload_bytes(e.octet));
+            for (const evrc::QcpPacket &q : r.file.packets) {  // rate octet, then the payload
+                Bytes stream{static_cast<std::uint8_t>(q.rate)};
+                stream.insert(stream.end(), q.data.begin(), q.data.end());
+                EXPECT_EQ(evrc::to_byte_stream(q), stream);
+            }
         }
     }
-    for (int rate : {1, 3, 4}) {
-        const Bytes stream = evrc_random::random_packet_bytes(rng, rate);
-        EXPECT_EQ(evrc::to_byte_stream(qcp_packet(stream)), stream);
-    }
-}
-
-TEST(QcpFiles, OnDiskRoundTripAndWriterRefusals) {
-    std::mt19937 rng(5);
-    const Packets packets = random_packets(rng, 9, {EVRC_RATE_HALF, EVRC_RATE_FULL});
-    const std::string path = own_temp_dir() + "/round_trip.qcp";
-    std::string error;
-    ASSERT_TRUE(evrc::write_qcp(path, packets, error)) << error;
-    expect_same_packets(packets, evrc::read_qcp(path));
-    std::remove(path.c_str());
-
-    // The writer refuses packets it cannot store and leaves its output alone.
     Bytes out = {1, 2, 3};
+    std::string error;
     EXPECT_FALSE(evrc::write_qcp({{EVRC_RATE_QUARTER, true, Bytes(5)}}, out, error));
     EXPECT_NE(error.find("rate 2"), std::string::npos) << error;
     EXPECT_FALSE(evrc::write_qcp({{EVRC_RATE_FULL, true, Bytes(21)}}, out, error));
     EXPECT_NE(error.find("needs 22 bytes"), std::string::npos) << error;
     EXPECT_EQ(out, (Bytes{1, 2, 3}));
-    EXPECT_FALSE(evrc::write_qcp(own_temp_dir() + "/no/such/dir/x.qcp", {}, error));
+    EXPECT_FALSE(evrc::write_qcp(evrc_test::own_temp_dir("evrc_qcp") + "/no/such/dir/x.qcp", {}, error));
     EXPECT_NE(error.find("cannot create"), std::string::npos) << error;
 }
 
@@ -157,21 +142,14 @@ TEST(QcpReader, SkipsOtherChunksWhereverTheyStandAndToleratesAMissingLastPad) {
     expect_same_packets(full, read(file));
 }
 
+// Every prefix of a file is refused with a reason (the tool test sweeps cuts
+// inside the data chunk through the forgiving reader).
 TEST(QcpReader, TruncatedFilesAreRejectedWithAReason) {
     std::mt19937 rng(11);
     const Bytes file = write(random_packets(rng, 6, {EVRC_RATE_FULL, EVRC_RATE_HALF, EVRC_RATE_EIGHTH}));
     for (std::size_t n = 0; n < file.size(); ++n) {
         const evrc::QcpReadResult r = read(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(n)));
-        EXPECT_FALSE(r.ok) << "prefix of " << n << " bytes";
-        EXPECT_FALSE(r.error.empty());
-        EXPECT_TRUE(r.file.packets.empty());
-    }
-    // A data chunk ending inside a packet names where that packet starts.
-    Chunks c(write(random_packets(rng, 4, {EVRC_RATE_HALF})));
-    for (std::size_t cut = 1; cut < 11; ++cut) {
-        const Bytes data(c.data.begin(), c.data.end() - static_cast<std::ptrdiff_t>(cut));
-        expect_error(assemble({{"fmt ", c.fmt}, {"vrat", c.vrat}, {"data", data}}),
-                     "inside a packet at byte offset 227");
+        EXPECT_TRUE(!r.ok && !r.error.empty() && r.file.packets.empty()) << "prefix of " << n << " bytes";
     }
 }
 
