@@ -163,11 +163,19 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
             // saturation or a clamp could have fired is run again below.
             Word64 y64[kOrder + kBlock];
             for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
+            // Wrapping (unsigned) arithmetic: an unstable filter can run the
+            // words far out of range before the check below rejects the block.
+            // Until the first word leaves 32 bits every sum is below 2^50, so
+            // the words the check sees up to there are exact.
             Word64 newest = y[kOrder - 1];
             for (int n = 0; n < len; ++n) {
-                Word64 older = 0;
-                for (int k = 1; k < kOrder; ++k) older += a64[k] * y64[n + kOrder - 1 - k];
-                newest = ((older + a64[0] * newest) >> 15) * 8 + static_cast<Word64>(in[done + n]) * 65536;
+                UWord64 older = 0;
+                for (int k = 1; k < kOrder; ++k) {
+                    older += static_cast<UWord64>(a64[k]) * static_cast<UWord64>(y64[n + kOrder - 1 - k]);
+                }
+                const UWord64 sum = older + static_cast<UWord64>(a64[0]) * static_cast<UWord64>(newest);
+                const UWord64 feedback = static_cast<UWord64>(static_cast<Word64>(sum) >> 15);
+                newest = static_cast<Word64>(feedback * 8u + static_cast<UWord64>(static_cast<Word64>(in[done + n]) * 65536));
                 y64[kOrder + n] = newest;
             }
             Word64 out_of_range = 0;
