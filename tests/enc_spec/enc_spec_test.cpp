@@ -69,8 +69,9 @@ struct Ops {
     int32_t L_mult(int32_t a, int32_t b) { return weight += 1, clamp(2 * int64_t{a} * b); }
     int32_t L_mac(int32_t acc, int32_t a, int32_t b) { return weight += 1, clamp(acc + 2 * int64_t{a} * b); }
     int32_t L_shl(int32_t x, int n) {
-        const __int128 v = static_cast<__int128>(x) * (static_cast<__int128>(1) << std::min(n, 40));
-        return weight += 2, clamp(static_cast<int64_t>(v > kMax32 ? kMax32 + 1 : v < kMin32 ? kMin32 - 1 : v));
+        // Up to 31 places the exact product fits 64 bits; beyond, only its sign matters.
+        const int64_t v = x == 0 ? 0 : n <= 31 ? int64_t{x} * (int64_t{1} << n) : x > 0 ? int64_t{kMax32} + 1 : int64_t{kMin32} - 1;
+        return weight += 2, clamp(v);
     }
     int32_t L_mult_32_16(int32_t L, int16_t b) {
         const int32_t high = clamp(2 * int64_t{hi16(L)} * b);
