@@ -15,6 +15,11 @@ namespace evrc_enc {
 void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, const Word16 *acb3,
                      const Word16 *acb8);
 
+// evrc_acelp with the rate-1 pulse search in its reference form (the plain
+// loops the fast form must match choice for choice).
+Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                       Word16 rate, Word16 L, Word16 *indices);
+
 }  // namespace evrc_enc
 
 #endif  // EVRC_CODEC_ENC_ENCODER_INTERNAL_H

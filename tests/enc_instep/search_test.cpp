@@ -10,6 +10,8 @@
 #include <random>
 #include <vector>
 
+#include "codec/enc/encoder_internal.h"
+#include "evrc/basic_op.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
@@ -119,6 +121,41 @@ TEST(CodebookStages, AdaptiveGainIsTheLeastErrorTableEntry) {
         }
     }
     EXPECT_GT(compared, iterations(400) / 2);
+}
+
+// With a unit impulse response and no sharpening (lag beyond the subframe)
+// The fast rate-1 pulse search against its reference form on random filtered
+// targets (both signs of the sharpening, both subframe lengths): the same
+// fields, gain index, operation count and overflow flag.
+TEST(CodebookStages, FastPulseSearchMakesTheReferenceChoices) {
+    std::mt19937 rng(21);
+    std::uniform_int_distribution<int> sample(-6000, 6000), lag(15, 70);
+    std::uniform_real_distribution<double> pole(0.5, 0.95), angle(0.2, 2.8);
+    for (int it = 0; it < iterations(300); ++it) {
+        const int L = it % 2 ? 53 : 54;
+        const double r = pole(rng), w = angle(rng);
+        Word16 h[54], x[54], res[54];
+        for (int n = 0; n < L; ++n) h[n] = static_cast<Word16>(2048 * std::pow(r, n) * std::cos(w * n));
+        for (int n = 0; n < L; ++n) {
+            x[n] = static_cast<Word16>(sample(rng) >> (it % 4));
+            res[n] = static_cast<Word16>(sample(rng) / 8);
+        }
+        const Word16 acb_gain = static_cast<Word16>(evrc_acsACBGainTable[it % 8]);
+        const Word16 rate = it % 5 == 4 ? EVRC_RATE_HALF : EVRC_RATE_FULL;
+        const Word16 pitch = static_cast<Word16>(lag(rng));
+        Word16 fast[4] = {}, ref[4] = {};
+        evrc_giOverflow = 0;
+        const UWord32 c0 = evrc_op_counter;
+        const Word16 g_fast = evrc_acelp(x, it % 3 ? res : nullptr, h, acb_gain, pitch, rate, L, fast);
+        const UWord32 c1 = evrc_op_counter;
+        const Word32 flag_fast = evrc_giOverflow;
+        evrc_giOverflow = 0;
+        const Word16 g_ref = evrc_enc::acelp_reference(x, it % 3 ? res : nullptr, h, acb_gain, pitch, rate, L, ref);
+        ASSERT_EQ(g_fast, g_ref) << "iteration " << it;
+        for (int i = 0; i < 4; ++i) ASSERT_EQ(fast[i], ref[i]) << "iteration " << it << " field " << i;
+        EXPECT_EQ(c1 - c0, evrc_op_counter - c1);
+        EXPECT_EQ(flag_fast, evrc_giOverflow);
+    }
 }
 
 // With a unit impulse response and no sharpening (lag beyond the subframe)
