@@ -8,8 +8,8 @@ namespace evrc_enc {
 
 // Signal modification of subframe j (L samples): warps the residual to
 // follow the delay contour (Q24 per sample, L + 10 values), given the two
-// adaptive-codebook candidates over L + 10 samples (acb3: 3-tap, acb8: 8-tap
-// interpolation of the excitation history). Writes the modified residual to
+// adaptive-codebook candidates over L + 10 samples (acb3: 3-tap, unused and
+// may be null; acb8: 8-tap interpolation of the excitation history). Writes the modified residual to
 // st->mod_residual[EVRC_ENC_HISTORY .. EVRC_ENC_HISTORY + L) and updates the
 // accumulated shift bookkeeping.
 void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, const Word16 *acb3,
