@@ -20,6 +20,11 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
 Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                        Word16 rate, Word16 L, Word16 *indices);
 
+// evrc_weighted_synthesis_filter with the zeros section through the shared
+// prediction filter (the operator-by-operator form of the block sums).
+void weighted_synthesis_filter_reference(const Word16 *in, Word16 *out, const Word16 *qlpc, const Word16 *num,
+                                         const Word16 *den, Word32 *mem, Word16 L);
+
 }  // namespace evrc_enc
 
 #endif  // EVRC_CODEC_ENC_ENCODER_INTERNAL_H

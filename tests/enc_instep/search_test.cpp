@@ -76,6 +76,41 @@ TEST(CodebookStages, WeightedSynthesisFilterFollowsDoublePrecisionAcrossBlocks) 
     }
 }
 
+// The block-wise weighting zeros against the shared prediction filter, for
+// coefficient sets inside and beyond the 32-bit bound and loud inputs: the
+// same outputs, memories, operation count and overflow flag.
+TEST(CodebookStages, FastWeightedSynthesisMatchesItsReference) {
+    std::mt19937 rng(17);
+    std::uniform_int_distribution<int> coef(-32768, 32767), loud(-32768, 32767);
+    for (int it = 0; it < iterations(300); ++it) {
+        double a[10];
+        random_lpc(rng, a);
+        Word16 q[10], num[10], den[10], in[54];
+        for (int k = 0; k < 10; ++k) {
+            q[k] = static_cast<Word16>(std::lround(a[k] * 4096));
+            num[k] = it % 4 == 3 ? static_cast<Word16>(coef(rng)) : static_cast<Word16>(q[k] * std::pow(0.9, k + 1));
+            den[k] = static_cast<Word16>(q[k] * std::pow(0.5, k + 1));
+        }
+        for (Word16 &v : in) v = static_cast<Word16>(loud(rng) >> (it % 8));
+        Word32 mem_fast[30], mem_ref[30];
+        for (Word32 &m : mem_fast) m = static_cast<Word32>(rng()) >> (it % 16);
+        std::copy(mem_fast, mem_fast + 30, mem_ref);
+        const int L = 53 + it % 2;
+        Word16 out_fast[54], out_ref[54];
+        evrc_giOverflow = 0;
+        const UWord32 c0 = evrc_op_counter;
+        evrc_weighted_synthesis_filter(in, out_fast, q, num, den, mem_fast, static_cast<Word16>(L));
+        const UWord32 c1 = evrc_op_counter;
+        const Word32 flag_fast = evrc_giOverflow;
+        evrc_giOverflow = 0;
+        evrc_enc::weighted_synthesis_filter_reference(in, out_ref, q, num, den, mem_ref, static_cast<Word16>(L));
+        ASSERT_TRUE(std::equal(out_fast, out_fast + L, out_ref)) << "iteration " << it;
+        ASSERT_TRUE(std::equal(mem_fast, mem_fast + 30, mem_ref)) << "iteration " << it;
+        EXPECT_EQ(c1 - c0, evrc_op_counter - c1);
+        EXPECT_EQ(flag_fast, evrc_giOverflow);
+    }
+}
+
 // Table gain with the least |x - g y|^2, y = h * v, in double precision.
 int best_gain_model(const Word16 *x, const Word16 *v, const Word16 *h, int L, double *margin) {
     std::vector<double> y(L, 0.0);
