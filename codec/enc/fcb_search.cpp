@@ -428,6 +428,12 @@ PulseSet search_full_reference(const Search &s, int ts) {
 // of the same integers as in the reference form, so they are equal; every
 // comparison is the same exact comparison of C^2 / E.
 
+constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
+constexpr int kLanes = 4;
+typedef Word32 Lanes32 __attribute__((vector_size(16)));
+typedef float LanesF __attribute__((vector_size(16)));
+static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+
 struct FastSet {
     int pos[kFullPulses];
     int count;
@@ -492,20 +498,50 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
             c2[m] = s.dt[t2][m];
             e2[m] = s.rr[p][p] + 2 * static_cast<Word64>(set.cross[t2][m]);
         }
+        // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
+        // |E| <= 64 * 2^20 by the scaling) and a float estimate of C^2 / E
+        // (relative error below 2^-22); a pair is compared exactly only when
+        // its estimate reaches the best estimate less a 10^-5 margin, which
+        // no pair whose exact score reaches the best's can fall below.
+        Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
+        for (int m = 0; m < n2; ++m) {
+            c2w[m] = static_cast<Word32>(c2[m]);
+            e2w[m] = static_cast<Word32>(e2[m]);
+        }
+        float threshold = 0.0f;
         for (int m1 = 0; m1 < n1; ++m1) {
             const int p1 = t1 + kTracks * m1;
-            const Word64 c1 = set.c + s.dt[t1][m1];
-            const Word64 e1 = set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+            const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
+            const Word32 e1 = static_cast<Word32>(set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
             const Word32 *row = s.rrt[p1][t2];
-            for (int m2 = 0; m2 < n2; ++m2) {
-                const Word64 c = c1 + c2[m2];
-                const Word64 e = e1 + e2[m2] + 2 * static_cast<Word64>(row[m2]);
-                const Word64 cc = c * c;
-                if (e > 0 && cc * be > bc2 * e) {
-                    bc2 = cc;
-                    be = e;
-                    best1 = p1;
-                    best2 = t2 + kTracks * m2;
+            for (int b = 0; b < kTrackStride; b += kLanes) {
+                Lanes32 c2v, e2v, rv;
+                std::memcpy(&c2v, c2w + b, sizeof(c2v));
+                std::memcpy(&e2v, e2w + b, sizeof(e2v));
+                std::memcpy(&rv, row + b, sizeof(rv));
+                const Lanes32 cv = c1 + c2v;
+                const Lanes32 ev = e1 + e2v + 2 * rv;
+                const Lanes32 positive = ev > 0;
+                const LanesF cf = __builtin_convertvector(cv, LanesF);
+                const LanesF ef = __builtin_convertvector(positive ? ev : Lanes32{1, 1, 1, 1}, LanesF);
+                const LanesF q = cf * cf / ef;
+                const LanesF sv = positive ? q : LanesF{-1.0f, -1.0f, -1.0f, -1.0f};
+                // The threshold only rises: a block with no estimate at it
+                // holds no pair to compare.
+                const Lanes32 hit = sv >= threshold;
+                if ((hit[0] | hit[1] | hit[2] | hit[3]) == 0) continue;
+                for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
+                    if (sv[lane] < threshold) continue;
+                    const Word64 c = cv[lane];
+                    const Word64 e = ev[lane];
+                    const Word64 cc = c * c;
+                    if (e > 0 && cc * be > bc2 * e) {
+                        bc2 = cc;
+                        be = e;
+                        best1 = p1;
+                        best2 = t2 + kTracks * (b + lane);
+                        threshold = sv[lane] * kScoreMargin;
+                    }
                 }
             }
         }
