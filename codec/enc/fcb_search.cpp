@@ -11,8 +11,9 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d and the excitation-domain residual. For the two track shifts whose single-pulse tracks have the
-// weakest second candidates, a depth-first search places the pulses: one
+// preset from d and the excitation-domain residual. For every track shift (in
+// order of promise: single-pulse tracks with the weakest second candidates
+// first; the first of equal scores wins), a depth-first search places the pulses: one
 // pulse fixed at the strongest position of a starting track, the others in
 // pairs of tracks searched jointly with the earlier pulses held, from the two
 // strongest starting tracks; in each set every pair of pulses is then taken
@@ -39,7 +40,7 @@ constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
 constexpr int kTrackStride = 12;       // kTrackPositions padded, rows of the track-major copies
 constexpr int kShifts = 4;             // track shifts of the rate-1 layout
-constexpr int kShiftsTried = 2;        // the most promising ones are searched
+constexpr int kShiftsTried = 4;        // track shifts searched, most promising first
 constexpr int kRefinePasses = 2;
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
@@ -424,7 +425,7 @@ PulseSet search_full_reference(const Search &s, int ts) {
 // track's positions contiguous), each set keeps sum_q rr[p][q] over its pulses
 // for every p (updated by one row per added or moved pulse instead of being
 // summed again for each candidate), and the first three slots, which do not
-// depend on the track shift, are searched once for both shifts. All sums are
+// depend on the track shift, are searched once for all shifts. All sums are
 // of the same integers as in the reference form, so they are equal; every
 // comparison is the same exact comparison of C^2 / E.
 
@@ -614,10 +615,9 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
     }
 }
 
-// The searches of the two most promising track shifts (order[0], order[1]),
-// each as search_full_reference; returns the better set and its shift.
+// The searches of the track shifts order[0 .. kShiftsTried), each as
+// search_full_reference; returns the best set and its shift.
 PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
-    static_assert(kShiftsTried == 2, "the shared prefix serves two shifts");
     int starts[2];
     starting_tracks(s, starts);
     FastSet prefix[2];
