@@ -75,6 +75,8 @@ struct Search {
     // is column t + 5m.
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
+    Word32 diag[kMaxLen];  // rr[p][p]
+    bool full_matrix;      // rr itself is filled (the reference and the rate-1/2 search)
 };
 
 // Offset of position p in a track-major row.
@@ -179,15 +181,33 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int b = bits_of(energy32);
     const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
-    for (int delta = 0; delta < L; ++delta) {
-        Word32 acc = 0;
-        for (int i = L - 1 - delta; i >= 0; --i) {
-            acc += static_cast<Word32>(hr[L - 1 - delta - i]) * hr[L - 1 - i];
-            const Word32 v = (acc >> rshift) * s.sign[i] * s.sign[i + delta];
-            s.rr[i][i + delta] = v;
-            s.rr[i + delta][i] = v;
-            (&s.rrt[i][0][0])[col[i + delta]] = v;
-            (&s.rrt[i + delta][0][0])[col[i]] = v;
+    // Column j = L - 1 - k holds the sums of k + 1 terms: acc[delta] gains
+    // h[k] h[k + delta] (one vector step over delta), then rr[j - delta][j]
+    // = acc[delta] >> rshift, negated where the two signs differ.
+    Word32 acc[kMaxLen] = {};
+    Word32 flip[kMaxLen];
+    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
+    for (int k = 0; k < L; ++k) {
+        const int j = L - 1 - k;
+        const Word16 hk = hr[k];
+        for (int delta = 0; delta <= j; ++delta) acc[delta] += static_cast<Word32>(hk) * hr[k + delta];
+        Word32 *row_j = &s.rrt[j][0][0];
+        for (int delta = 0; delta <= j; ++delta) {
+            const int i = j - delta;
+            const Word32 m = flip[i] ^ flip[j];
+            const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+            (&s.rrt[i][0][0])[col[j]] = v;
+            row_j[col[i]] = v;
+        }
+        s.diag[j] = acc[0] >> rshift;
+        if (s.full_matrix) {
+            for (int delta = 0; delta <= j; ++delta) {
+                const int i = j - delta;
+                const Word32 m = flip[i] ^ flip[j];
+                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+                s.rr[i][j] = v;
+                s.rr[j][i] = v;
+            }
         }
     }
 }
@@ -454,7 +474,7 @@ Word32 cross_at(const FastSet &set, int p) { return set.cross[p % kTracks][p / k
 
 void add_pulse_fast(const Search &s, FastSet &set, int p) {
     set.c += s.d[p];
-    set.e += s.rr[p][p] + 2 * static_cast<Word64>(cross_at(set, p));
+    set.e += s.diag[p] + 2 * static_cast<Word64>(cross_at(set, p));
     set.pos[set.count++] = p;
     update_cross(s, set, p, 1);
 }
@@ -477,7 +497,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
         for (int m1 = 0; m1 < n1; ++m1) {
             const int p1 = t1 + kTracks * m1;
             const Word64 c = set.c + s.dt[t1][m1];
-            const Word64 e = set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+            const Word64 e = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
             const Word64 cc = c * c;
             if (e > 0 && cc * be > bc2 * e) {
                 bc2 = cc;
@@ -488,7 +508,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
         if (best1 < 0) {
             for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
                 const int p1 = t1 + kTracks * m1;
-                if (set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]) > 0) best1 = p1;
+                if (set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]) > 0) best1 = p1;
             }
         }
     } else {
@@ -497,7 +517,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
         for (int m = 0; m < n2; ++m) {
             const int p = t2 + kTracks * m;
             c2[m] = s.dt[t2][m];
-            e2[m] = s.rr[p][p] + 2 * static_cast<Word64>(set.cross[t2][m]);
+            e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
         }
         // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
         // |E| <= 64 * 2^20 by the scaling) and a float estimate of C^2 / E
@@ -513,7 +533,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
         for (int m1 = 0; m1 < n1; ++m1) {
             const int p1 = t1 + kTracks * m1;
             const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
-            const Word32 e1 = static_cast<Word32>(set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
+            const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
             const Word32 *row = s.rrt[p1][t2];
             for (int b = 0; b < kTrackStride; b += kLanes) {
                 Lanes32 c2v, e2v, rv;
@@ -548,7 +568,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
         }
         for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
             const int p1 = t1 + kTracks * m1;
-            const Word64 e1 = set.e + s.rr[p1][p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+            const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
             for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
                 if (e1 + e2[m2] + 2 * static_cast<Word64>(s.rrt[p1][t2][m2]) > 0) {
                     best1 = p1;
@@ -569,14 +589,14 @@ void refine_fast(const Search &s, FastSet &set) {
         const int old = set.pos[k];
         const int t = old % kTracks;
         const Word64 c_rest = set.c - s.d[old];
-        const Word64 e_rest = set.e - s.rr[old][old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.rr[old][old]);
+        const Word64 e_rest = set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]);
         int best = old;
         Word64 bc = set.c, be = set.e;
         for (int i = 0; i < track_size(t, s.L); ++i) {
             const int p = t + kTracks * i;
             const Word64 cross = static_cast<Word64>(set.cross[t][i]) - s.rrt[p][old % kTracks][old / kTracks];
             const Word64 c = c_rest + s.dt[t][i];
-            const Word64 e = e_rest + s.rr[p][p] + 2 * cross;
+            const Word64 e = e_rest + s.diag[p] + 2 * cross;
             if (e > 0 && better(c, e, bc, be)) {
                 bc = c;
                 be = e;
@@ -606,7 +626,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             }
             trial.c = set.c - s.d[a] - s.d[b];
             trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
-                      s.rr[a][a] + s.rr[b][b] + 2 * static_cast<Word64>(s.rr[a][b]);
+                      s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
             update_cross(s, trial, a, -1);
             update_cross(s, trial, b, -1);
             place_fast(s, trial, a % kTracks, b % kTracks);
@@ -782,6 +802,7 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
+    s.full_matrix = reference || rate != EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
     prepare(s, target, residual);
 
