@@ -550,7 +550,9 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
                 // The threshold only rises: a block with no estimate at it
                 // holds no pair to compare.
                 const Lanes32 hit = sv >= threshold;
-                if ((hit[0] | hit[1] | hit[2] | hit[3]) == 0) continue;
+                UWord64 hit_words[2];
+                std::memcpy(hit_words, &hit, sizeof(hit_words));
+                if ((hit_words[0] | hit_words[1]) == 0) continue;
                 for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
                     if (sv[lane] < threshold) continue;
                     const Word64 c = cv[lane];
@@ -588,13 +590,14 @@ void refine_fast(const Search &s, FastSet &set) {
     for (int k = 0; k < set.count; ++k) {
         const int old = set.pos[k];
         const int t = old % kTracks;
+        const int old_col = track_major(old);
         const Word64 c_rest = set.c - s.d[old];
         const Word64 e_rest = set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]);
         int best = old;
         Word64 bc = set.c, be = set.e;
         for (int i = 0; i < track_size(t, s.L); ++i) {
             const int p = t + kTracks * i;
-            const Word64 cross = static_cast<Word64>(set.cross[t][i]) - s.rrt[p][old % kTracks][old / kTracks];
+            const Word64 cross = static_cast<Word64>(set.cross[t][i]) - (&s.rrt[p][0][0])[old_col];
             const Word64 c = c_rest + s.dt[t][i];
             const Word64 e = e_rest + s.diag[p] + 2 * cross;
             if (e > 0 && better(c, e, bc, be)) {
