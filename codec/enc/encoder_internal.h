@@ -25,6 +25,11 @@ Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word1
 void weighted_synthesis_filter_reference(const Word16 *in, Word16 *out, const Word16 *qlpc, const Word16 *num,
                                          const Word16 *den, Word32 *mem, Word16 L);
 
+// The adaptive vector through the weighted impulse response (Q11), as
+// evrc_remove_acb filters it, and its 64-bit reference form.
+void acb_filter(const Word16 *v, const Word16 *h, Word16 *y, Word16 L);
+void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L);
+
 }  // namespace evrc_enc
 
 #endif  // EVRC_CODEC_ENC_ENCODER_INTERNAL_H

@@ -111,6 +111,31 @@ TEST(CodebookStages, FastWeightedSynthesisMatchesItsReference) {
     }
 }
 
+// The adaptive vector's 32-bit filtering against its 64-bit form, from
+// quiet to full-scale vectors and responses (either side of the bound).
+TEST(CodebookStages, FastAdaptiveFilteringMatchesItsReference) {
+    std::mt19937 rng(23);
+    std::uniform_int_distribution<int> full(-32768, 32767);
+    for (int it = 0; it < iterations(400); ++it) {
+        const int L = 53 + it % 2;
+        Word16 v[54], h[54], y_fast[54], y_ref[54];
+        for (int n = 0; n < L; ++n) {
+            v[n] = static_cast<Word16>(full(rng) >> (it % 6));
+            h[n] = static_cast<Word16>(full(rng) >> (3 + it % 7));
+        }
+        evrc_giOverflow = 0;
+        const UWord32 c0 = evrc_op_counter;
+        evrc_enc::acb_filter(v, h, y_fast, static_cast<Word16>(L));
+        const UWord32 c1 = evrc_op_counter;
+        const Word32 flag_fast = evrc_giOverflow;
+        evrc_giOverflow = 0;
+        evrc_enc::acb_filter_reference(v, h, y_ref, static_cast<Word16>(L));
+        ASSERT_TRUE(std::equal(y_fast, y_fast + L, y_ref)) << "iteration " << it;
+        EXPECT_EQ(c1 - c0, evrc_op_counter - c1);
+        EXPECT_EQ(flag_fast, evrc_giOverflow);
+    }
+}
+
 // Table gain with the least |x - g y|^2, y = h * v, in double precision.
 int best_gain_model(const Word16 *x, const Word16 *v, const Word16 *h, int L, double *margin) {
     std::vector<double> y(L, 0.0);
