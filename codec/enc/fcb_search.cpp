@@ -76,7 +76,7 @@ struct Search {
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
     Word32 diag[kMaxLen];  // rr[p][p]
-    bool full_matrix;      // rr itself is filled (the reference and the rate-1/2 search)
+    bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
 // Offset of position p in a track-major row.
@@ -159,7 +159,7 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
             if (t + kTracks * m >= L) pad[n_pad++] = t * kTrackStride + m;
         }
     }
-    for (int i = 0; i < L; ++i) {
+    for (int i = 0; i < L && !s.full_matrix; ++i) {
         for (int k = 0; k < n_pad; ++k) (&s.rrt[i][0][0])[pad[k]] = 0;
     }
 
@@ -191,16 +191,17 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
         const int j = L - 1 - k;
         const Word16 hk = hr[k];
         for (int delta = 0; delta <= j; ++delta) acc[delta] += static_cast<Word32>(hk) * hr[k + delta];
-        Word32 *row_j = &s.rrt[j][0][0];
-        for (int delta = 0; delta <= j; ++delta) {
-            const int i = j - delta;
-            const Word32 m = flip[i] ^ flip[j];
-            const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
-            (&s.rrt[i][0][0])[col[j]] = v;
-            row_j[col[i]] = v;
-        }
         s.diag[j] = acc[0] >> rshift;
-        if (s.full_matrix) {
+        if (!s.full_matrix) {
+            Word32 *row_j = &s.rrt[j][0][0];
+            for (int delta = 0; delta <= j; ++delta) {
+                const int i = j - delta;
+                const Word32 m = flip[i] ^ flip[j];
+                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+                (&s.rrt[i][0][0])[col[j]] = v;
+                row_j[col[i]] = v;
+            }
+        } else {
             for (int delta = 0; delta <= j; ++delta) {
                 const int i = j - delta;
                 const Word32 m = flip[i] ^ flip[j];
