@@ -5,6 +5,7 @@
 // weighted error |x - g y|^2 = |x|^2 - 2 g <x,y> + g^2 <y,y> is chosen; the
 // fixed codebook then works on x - g y.
 #include "codec/basic/fixed_point.h"
+#include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
 
@@ -17,11 +18,37 @@ constexpr int kGainShift = 14;      // table gains in Q14
 constexpr int kEnergyBits = 31;     // energies are brought below 2^31 before the comparison
 
 // y[n] = sum_k v[k] h[n - k], rounded from Q11 and saturated to 16 bits.
-void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
+void filter_through_reference(const Word16 *v, const Word16 *h, Word16 *y, int L) {
     for (int n = 0; n < L; ++n) {
         Word64 acc = 0;
         for (int k = 0; k <= n; ++k) acc = fx::int_mac_16_16(acc, v[k], h[n - k]);
         y[n] = fx::saturate(static_cast<Word32>(fx::L_sat32_64((acc + (1 << (kImpulseShift - 1))) >> kImpulseShift)));
+    }
+}
+
+// filter_through_reference in 32-bit sums taken input by input over the
+// whole block (they vectorise): exact when max|v| * sum|h| + 2^10 < 2^31,
+// which bounds every partial sum and the rounded one; the 64-bit form
+// otherwise.
+void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
+    Word32 h_sum = 0, v_max = 0;
+    for (int n = 0; n < L; ++n) {
+        h_sum += h[n] < 0 ? -h[n] : h[n];
+        const Word32 a = v[n] < 0 ? -v[n] : v[n];
+        v_max = a > v_max ? a : v_max;
+    }
+    constexpr Word64 kLimit = (static_cast<Word64>(1) << 31) - (1 << (kImpulseShift - 1));
+    if (static_cast<Word64>(h_sum) * v_max >= kLimit) {
+        filter_through_reference(v, h, y, L);
+        return;
+    }
+    Word32 acc[kMaxLen] = {};
+    for (int k = 0; k < L; ++k) {
+        const Word16 vk = v[k];
+        for (int n = k; n < L; ++n) acc[n] += static_cast<Word32>(vk) * h[n - k];
+    }
+    for (int n = 0; n < L; ++n) {
+        y[n] = fx::saturate((acc[n] + (1 << (kImpulseShift - 1))) >> kImpulseShift);
     }
 }
 
@@ -53,6 +80,13 @@ int best_gain_index(Word64 corr, Word64 energy) {
 }
 
 }  // namespace
+
+namespace evrc_enc {
+
+void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L) { filter_through_reference(v, h, y, L); }
+void acb_filter(const Word16 *v, const Word16 *h, Word16 *y, Word16 L) { filter_through(v, h, y, L); }
+
+}  // namespace evrc_enc
 
 extern "C" {
 

@@ -38,8 +38,7 @@ constexpr Word32 kFlatContourJump = 16;    // delay jumps this large are not int
 constexpr Word32 kDeltaOffset = 16;
 constexpr UWord16 kDeltaClearMask = 0xF07F;  // delta-delay bits of packet word 3
 constexpr int kDeltaWord = 3;
-constexpr int kBlockTaps3 = 3;             // half-widths of the two interpolation filters
-constexpr int kBlockTaps8 = 8;
+constexpr int kBlockTaps8 = 8;             // half-width of the interpolation filter
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
 constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
 constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to the excitation
@@ -199,19 +198,17 @@ void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
     evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
 }
 
-// Step 13.4.4: the delay contour and the two adaptive-codebook candidates,
-// each built over a copy of the excitation history.
-void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour, Word16 *acb3) {
+// Step 13.4.4: the delay contour and the adaptive-codebook vector the
+// decoder will build (8-tap interpolation), over L + 10 samples. It is built
+// in place behind the history (the excitation area, which the local decoder
+// overwrites afterwards; the interpolation reads no sample of it before
+// writing it). The signal modification takes no 3-tap candidate.
+void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour) {
     evrc_interpol_delay(st->sDelay, st->sPrevDelay, static_cast<Word16>(sf.j), sf.points);
     evrc_construct_delay_contour_enc(sf.points, contour, static_cast<Word16>(sf.L));
     const Word16 n = static_cast<Word16>(sf.L + kAhead);
-    Word16 buf[EVRC_ENC_ACB_LEN];
-    std::memcpy(buf, st->acb_mem, sizeof(buf));
-    evrc_voc_rclp_block_interp(buf + kHistory, contour, evrc_acsBlockCoeff3, kBlockTaps3, n);
-    std::memcpy(acb3, buf + kHistory, n * sizeof(Word16));
-    std::memcpy(buf, st->acb_mem, sizeof(buf));
-    evrc_voc_rclp_block_interp(buf + kHistory, contour, &evrc_acsBlockCoeff8[0][0], kBlockTaps8, n);
-    std::memcpy(sf.acb8, buf + kHistory, n * sizeof(Word16));
+    evrc_voc_rclp_block_interp(st->acb_mem + kHistory, contour, &evrc_acsBlockCoeff8[0][0], kBlockTaps8, n);
+    std::memcpy(sf.acb8, st->acb_mem + kHistory, n * sizeof(Word16));
 }
 
 // Step 13.4.5: signal modification, then the modified residual history moves
@@ -219,8 +216,8 @@ void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour, Wo
 // the units of the doubled speech, while the decoder doubles what it
 // synthesises from the excitation: the codebooks match a quarter of the
 // modified residual, the excitation standing at half the input's level.
-void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour, const Word16 *acb3) {
-    evrc_enc::modify_subframe(st, sf.j, sf.L, contour, acb3, sf.acb8);
+void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour) {
+    evrc_enc::modify_subframe(st, sf.j, sf.L, contour, nullptr, sf.acb8);
     std::memmove(st->mod_residual, st->mod_residual + sf.L, (EVRC_ENC_MODRES_LEN - sf.L) * sizeof(Word16));
     to_excitation_level(st->mod_residual + kHistory - sf.L, sf.residual, sf.L);
 }
@@ -304,9 +301,8 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     weighted_responses(st, sf);
 
     Word32 contour[kMaxSubframe + kAhead];
-    Word16 acb3[kMaxSubframe + kAhead];
-    adaptive_candidates(st, sf, contour, acb3);
-    modified_residual(st, sf, contour, acb3);
+    adaptive_candidates(st, sf, contour);
+    modified_residual(st, sf, contour);
     weighted_target(st, sf);
 
     Word16 acb_index = evrc_remove_acb(sf.target, sf.acb8, sf.h, sf.fcb_target, static_cast<Word16>(sf.L));

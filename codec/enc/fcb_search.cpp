@@ -11,8 +11,9 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d and the excitation-domain residual. For the two track shifts whose single-pulse tracks have the
-// weakest second candidates, a depth-first search places the pulses: one
+// preset from d and the excitation-domain residual. For every track shift (in
+// order of promise: single-pulse tracks with the weakest second candidates
+// first; the first of equal scores wins), a depth-first search places the pulses: one
 // pulse fixed at the strongest position of a starting track, the others in
 // pairs of tracks searched jointly with the earlier pulses held, from the two
 // strongest starting tracks; in each set every pair of pulses is then taken
@@ -26,6 +27,7 @@
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
+#include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
@@ -36,8 +38,9 @@ constexpr int kMaxLen = 54;
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
+constexpr int kTrackStride = 12;       // kTrackPositions padded, rows of the track-major copies
 constexpr int kShifts = 4;             // track shifts of the rate-1 layout
-constexpr int kShiftsTried = 2;        // the most promising ones are searched
+constexpr int kShiftsTried = 4;        // track shifts searched, most promising first
 constexpr int kRefinePasses = 2;
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
@@ -68,7 +71,16 @@ struct Search {
     Word32 rr[kMaxLen][kMaxLen];
     bool fold_signs;       // rate 1: signs preset from d and folded into d, rr
     Word32 sign[kMaxLen];  // +1 / -1
+    // Track-major copies for the fast rate-1 search: entry (t, m) of a row
+    // is column t + 5m.
+    Word32 dt[kTracks][kTrackStride];
+    Word32 rrt[kMaxLen][kTracks][kTrackStride];
+    Word32 diag[kMaxLen];  // rr[p][p]
+    bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
 };
+
+// Offset of position p in a track-major row.
+int track_major(int p) { return (p % kTracks) * kTrackStride + p / kTracks; }
 
 // hs = h through the decoder's sharpening comb, in place with rounding.
 void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
@@ -132,7 +144,24 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
     for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
     preset_signs(s, residual);
-    for (int n = 0; n < L; ++n) s.d[n] *= s.sign[n];
+    for (int n = 0; n < L; ++n) {
+        s.d[n] *= s.sign[n];
+        (&s.dt[0][0])[track_major(n)] = s.d[n];
+    }
+    int col[kMaxLen];
+    for (int n = 0; n < L; ++n) col[n] = track_major(n);
+    // Track-major padding (columns at L and beyond) holds zeros: whole rows
+    // are summed.
+    int pad[kTracks * kTrackStride];
+    int n_pad = 0;
+    for (int t = 0; t < kTracks; ++t) {
+        for (int m = 0; m < kTrackStride; ++m) {
+            if (t + kTracks * m >= L) pad[n_pad++] = t * kTrackStride + m;
+        }
+    }
+    for (int i = 0; i < L && !s.full_matrix; ++i) {
+        for (int k = 0; k < n_pad; ++k) (&s.rrt[i][0][0])[pad[k]] = 0;
+    }
 
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
@@ -152,13 +181,34 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int b = bits_of(energy32);
     const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
-    for (int delta = 0; delta < L; ++delta) {
-        Word32 acc = 0;
-        for (int i = L - 1 - delta; i >= 0; --i) {
-            acc += static_cast<Word32>(hr[L - 1 - delta - i]) * hr[L - 1 - i];
-            const Word32 v = (acc >> rshift) * s.sign[i] * s.sign[i + delta];
-            s.rr[i][i + delta] = v;
-            s.rr[i + delta][i] = v;
+    // Column j = L - 1 - k holds the sums of k + 1 terms: acc[delta] gains
+    // h[k] h[k + delta] (one vector step over delta), then rr[j - delta][j]
+    // = acc[delta] >> rshift, negated where the two signs differ.
+    Word32 acc[kMaxLen] = {};
+    Word32 flip[kMaxLen];
+    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
+    for (int k = 0; k < L; ++k) {
+        const int j = L - 1 - k;
+        const Word16 hk = hr[k];
+        for (int delta = 0; delta <= j; ++delta) acc[delta] += static_cast<Word32>(hk) * hr[k + delta];
+        s.diag[j] = acc[0] >> rshift;
+        if (!s.full_matrix) {
+            Word32 *row_j = &s.rrt[j][0][0];
+            for (int delta = 0; delta <= j; ++delta) {
+                const int i = j - delta;
+                const Word32 m = flip[i] ^ flip[j];
+                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+                (&s.rrt[i][0][0])[col[j]] = v;
+                row_j[col[i]] = v;
+            }
+        } else {
+            for (int delta = 0; delta <= j; ++delta) {
+                const int i = j - delta;
+                const Word32 m = flip[i] ^ flip[j];
+                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+                s.rr[i][j] = v;
+                s.rr[j][i] = v;
+            }
         }
     }
 }
@@ -185,7 +235,7 @@ int track_size(int t, int L) {
 
 // rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded), for the
 // positions p of track t.
-void cross_terms(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
+void cross_terms_reference(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
     for (int m = 0; m < track_size(t, s.L); ++m) {
         const int p = t + kTracks * m;
         Word64 acc = 0;
@@ -194,7 +244,7 @@ void cross_terms(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
     }
 }
 
-void add_pulse(const Search &s, PulseSet &set, int p) {
+void add_pulse_reference(const Search &s, PulseSet &set, int p) {
     Word64 cross = 0;
     for (int k = 0; k < set.count; ++k) cross += s.rr[p][set.pos[k]];
     set.c += s.d[p];
@@ -205,15 +255,15 @@ void add_pulse(const Search &s, PulseSet &set, int p) {
 // Best pair of pulses on tracks t1, t2 added to set (t2 < 0: one pulse).
 // The second track's terms are gathered first so that the inner loop reads
 // one matrix entry per candidate; C^2 of the best so far is kept.
-void place(const Search &s, PulseSet &set, int t1, int t2) {
+void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
     Word64 rrv[kMaxLen];
-    cross_terms(s, set, t1, rrv);
+    cross_terms_reference(s, set, t1, rrv);
     int n2 = 1;
     Word64 c2[kTrackPositions] = {};
     Word64 e2[kTrackPositions] = {};
     int p2s[kTrackPositions] = {-1};
     if (t2 >= 0) {
-        cross_terms(s, set, t2, rrv);
+        cross_terms_reference(s, set, t2, rrv);
         n2 = track_size(t2, s.L);
         for (int m = 0; m < n2; ++m) {
             const int p = t2 + kTracks * m;
@@ -243,8 +293,8 @@ void place(const Search &s, PulseSet &set, int t1, int t2) {
         }
     }
     if (best1 < 0) best1 = t1;
-    add_pulse(s, set, best1);
-    if (best2 >= 0) add_pulse(s, set, best2);
+    add_pulse_reference(s, set, best1);
+    if (best2 >= 0) add_pulse_reference(s, set, best2);
 }
 
 // Track shifts in order of promise: the two single-pulse tracks should be
@@ -289,7 +339,7 @@ int strongest_on_track(const Search &s, int t) {
 
 // Refinement: each pulse in turn moves to the best position of its track
 // with the others held.
-void refine(const Search &s, PulseSet &set) {
+void refine_reference(const Search &s, PulseSet &set) {
     for (int k = 0; k < set.count; ++k) {
         const int old = set.pos[k];
         const int t = old % kTracks;
@@ -324,27 +374,33 @@ void refine(const Search &s, PulseSet &set) {
 // Improvement passes: each pair of pulses in turn is taken out and placed
 // again on its two tracks with the other six held, kept when the score
 // rises.
-void refine_pairs(const Search &s, PulseSet &set) {
+void refine_pairs_reference(const Search &s, PulseSet &set) {
     for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             PulseSet trial = {};
             for (int i = 0; i < set.count; ++i) {
-                if (i != k && i != k + 1) add_pulse(s, trial, set.pos[i]);
+                if (i != k && i != k + 1) add_pulse_reference(s, trial, set.pos[i]);
             }
-            place(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
+            place_reference(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
     }
 }
 
-// Depth-first search over the eight slots, from each of the two strongest
-// starting tracks; the better set is then refined.
-PulseSet search_full(const Search &s, int ts) {
-    int pulses_on[kTracks];
-    for (int t = 0; t < kTracks; ++t) pulses_on[t] = 2;
-    pulses_on[(ts + 3) % kTracks] = 1;
-    pulses_on[(ts + 4) % kTracks] = 1;
-    // Starting tracks: the two whose strongest candidate is strongest.
+// The order in which the depth-first search fills the eight slots from a
+// starting track: the five tracks from there on, then once more the three
+// tracks that carry two pulses under track shift ts.
+void slot_order(int start, int ts, int *slots) {
+    int n = 0;
+    for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
+    for (int k = 0; k < kTracks; ++k) {
+        const int t = (start + k) % kTracks;
+        if (t != (ts + 3) % kTracks && t != (ts + 4) % kTracks) slots[n++] = t;
+    }
+}
+
+// Starting tracks: the two whose strongest candidate is strongest.
+void starting_tracks(const Search &s, int *starts) {
     int first = 0, second = 1;
     Word32 top[kTracks];
     for (int t = 0; t < kTracks; ++t) top[t] = s.d[strongest_on_track(s, t)];
@@ -357,25 +413,278 @@ PulseSet search_full(const Search &s, int ts) {
             second = t;
         }
     }
+    starts[0] = first;
+    starts[1] = second;
+}
+
+// Depth-first search over the eight slots, from each of the two strongest
+// starting tracks; the better set is then refined.
+PulseSet search_full_reference(const Search &s, int ts) {
+    int starts[2];
+    starting_tracks(s, starts);
     PulseSet best = {};
     best.e = 1;
-    const int starts[2] = {first, second};
     for (const int start : starts) {
         int slots[kFullPulses];
-        int n = 0;
-        for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
-        for (int k = 0; k < kTracks; ++k) {
-            const int t = (start + k) % kTracks;
-            if (pulses_on[t] == 2) slots[n++] = t;
-        }
+        slot_order(start, ts, slots);
         PulseSet set = {};
-        add_pulse(s, set, strongest_on_track(s, slots[0]));
-        for (int k = 1; k < kFullPulses; k += 2) place(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
-        refine_pairs(s, set);
+        add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
+        for (int k = 1; k < kFullPulses; k += 2) {
+            place_reference(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
+        }
+        refine_pairs_reference(s, set);
         if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
-    for (int pass = 0; pass < kRefinePasses; ++pass) refine(s, best);
+    for (int pass = 0; pass < kRefinePasses; ++pass) refine_reference(s, best);
     return best;
+}
+
+// ---- Rate 1, fast form ----------------------------------------------------
+//
+// The same search with the same arithmetic and the same choices, organised
+// for speed: the matrix and d are copied track-major (the entries of one
+// track's positions contiguous), each set keeps sum_q rr[p][q] over its pulses
+// for every p (updated by one row per added or moved pulse instead of being
+// summed again for each candidate), and the first three slots, which do not
+// depend on the track shift, are searched once for all shifts. All sums are
+// of the same integers as in the reference form, so they are equal; every
+// comparison is the same exact comparison of C^2 / E.
+
+constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
+constexpr int kLanes = 4;
+typedef Word32 Lanes32 __attribute__((vector_size(16)));
+typedef float LanesF __attribute__((vector_size(16)));
+static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+
+struct FastSet {
+    int pos[kFullPulses];
+    int count;
+    Word64 c;
+    Word64 e;
+    Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
+};
+
+// cross += sign * row p (all tracks; entries beyond L are never read).
+void update_cross(const Search &s, FastSet &set, int p, Word32 sign) {
+    Word32 *cross = &set.cross[0][0];
+    const Word32 *row = &s.rrt[p][0][0];
+    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += sign * row[i];
+}
+
+Word32 cross_at(const FastSet &set, int p) { return set.cross[p % kTracks][p / kTracks]; }
+
+void add_pulse_fast(const Search &s, FastSet &set, int p) {
+    set.c += s.d[p];
+    set.e += s.diag[p] + 2 * static_cast<Word64>(cross_at(set, p));
+    set.pos[set.count++] = p;
+    update_cross(s, set, p, 1);
+}
+
+void empty_set(FastSet &set) {
+    set.count = 0;
+    set.c = 0;
+    set.e = 0;
+    std::memset(set.cross, 0, sizeof(set.cross));
+}
+
+// place_reference: the first candidate in scan order with the largest
+// C^2 / E among those with E > 0. Starting from 0 / 1 only candidates with
+// C != 0 are taken in the loop; when none is, the first with E > 0 is.
+void place_fast(const Search &s, FastSet &set, int t1, int t2) {
+    const int n1 = track_size(t1, s.L);
+    int best1 = -1, best2 = -1;
+    Word64 bc2 = 0, be = 1;
+    if (t2 < 0) {
+        for (int m1 = 0; m1 < n1; ++m1) {
+            const int p1 = t1 + kTracks * m1;
+            const Word64 c = set.c + s.dt[t1][m1];
+            const Word64 e = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+            const Word64 cc = c * c;
+            if (e > 0 && cc * be > bc2 * e) {
+                bc2 = cc;
+                be = e;
+                best1 = p1;
+            }
+        }
+        if (best1 < 0) {
+            for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
+                const int p1 = t1 + kTracks * m1;
+                if (set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]) > 0) best1 = p1;
+            }
+        }
+    } else {
+        const int n2 = track_size(t2, s.L);
+        Word64 c2[kTrackStride], e2[kTrackStride];
+        for (int m = 0; m < n2; ++m) {
+            const int p = t2 + kTracks * m;
+            c2[m] = s.dt[t2][m];
+            e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
+        }
+        // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
+        // |E| <= 64 * 2^20 by the scaling) and a float estimate of C^2 / E
+        // (relative error below 2^-22); a pair is compared exactly only when
+        // its estimate reaches the best estimate less a 10^-5 margin, which
+        // no pair whose exact score reaches the best's can fall below.
+        Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
+        for (int m = 0; m < n2; ++m) {
+            c2w[m] = static_cast<Word32>(c2[m]);
+            e2w[m] = static_cast<Word32>(e2[m]);
+        }
+        float threshold = 0.0f;
+        for (int m1 = 0; m1 < n1; ++m1) {
+            const int p1 = t1 + kTracks * m1;
+            const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
+            const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
+            const Word32 *row = s.rrt[p1][t2];
+            for (int b = 0; b < kTrackStride; b += kLanes) {
+                Lanes32 c2v, e2v, rv;
+                std::memcpy(&c2v, c2w + b, sizeof(c2v));
+                std::memcpy(&e2v, e2w + b, sizeof(e2v));
+                std::memcpy(&rv, row + b, sizeof(rv));
+                const Lanes32 cv = c1 + c2v;
+                const Lanes32 ev = e1 + e2v + 2 * rv;
+                const Lanes32 positive = ev > 0;
+                const LanesF cf = __builtin_convertvector(cv, LanesF);
+                const LanesF ef = __builtin_convertvector(positive ? ev : Lanes32{1, 1, 1, 1}, LanesF);
+                const LanesF q = cf * cf / ef;
+                const LanesF sv = positive ? q : LanesF{-1.0f, -1.0f, -1.0f, -1.0f};
+                // The threshold only rises: a block with no estimate at it
+                // holds no pair to compare.
+                const Lanes32 hit = sv >= threshold;
+                UWord64 hit_words[2];
+                std::memcpy(hit_words, &hit, sizeof(hit_words));
+                if ((hit_words[0] | hit_words[1]) == 0) continue;
+                for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
+                    if (sv[lane] < threshold) continue;
+                    const Word64 c = cv[lane];
+                    const Word64 e = ev[lane];
+                    const Word64 cc = c * c;
+                    if (e > 0 && cc * be > bc2 * e) {
+                        bc2 = cc;
+                        be = e;
+                        best1 = p1;
+                        best2 = t2 + kTracks * (b + lane);
+                        threshold = sv[lane] * kScoreMargin;
+                    }
+                }
+            }
+        }
+        for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
+            const int p1 = t1 + kTracks * m1;
+            const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+            for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
+                if (e1 + e2[m2] + 2 * static_cast<Word64>(s.rrt[p1][t2][m2]) > 0) {
+                    best1 = p1;
+                    best2 = t2 + kTracks * m2;
+                }
+            }
+        }
+    }
+    if (best1 < 0) best1 = t1;
+    add_pulse_fast(s, set, best1);
+    if (best2 >= 0) add_pulse_fast(s, set, best2);
+}
+
+// refine_reference with the kept cross sums: the others' sum at p is the
+// set's sum less the moving pulse's own entry.
+void refine_fast(const Search &s, FastSet &set) {
+    for (int k = 0; k < set.count; ++k) {
+        const int old = set.pos[k];
+        const int t = old % kTracks;
+        const int old_col = track_major(old);
+        const Word64 c_rest = set.c - s.d[old];
+        const Word64 e_rest = set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]);
+        int best = old;
+        Word64 bc = set.c, be = set.e;
+        for (int i = 0; i < track_size(t, s.L); ++i) {
+            const int p = t + kTracks * i;
+            const Word64 cross = static_cast<Word64>(set.cross[t][i]) - (&s.rrt[p][0][0])[old_col];
+            const Word64 c = c_rest + s.dt[t][i];
+            const Word64 e = e_rest + s.diag[p] + 2 * cross;
+            if (e > 0 && better(c, e, bc, be)) {
+                bc = c;
+                be = e;
+                best = p;
+            }
+        }
+        if (best != old) {
+            update_cross(s, set, old, -1);
+            update_cross(s, set, best, 1);
+        }
+        set.pos[k] = best;
+        set.c = bc;
+        set.e = be;
+    }
+}
+
+// refine_pairs_reference: the set without pulses a, b has
+// E - 2 cross[a] - 2 cross[b] + rr[a][a] + rr[b][b] + 2 rr[a][b].
+void refine_pairs_fast(const Search &s, FastSet &set) {
+    for (int pass = 0; pass < kPairPasses; ++pass) {
+        for (int k = 0; k + 1 < set.count; k += 2) {
+            const int a = set.pos[k], b = set.pos[k + 1];
+            FastSet trial = set;
+            trial.count = 0;
+            for (int i = 0; i < set.count; ++i) {
+                if (i != k && i != k + 1) trial.pos[trial.count++] = set.pos[i];
+            }
+            trial.c = set.c - s.d[a] - s.d[b];
+            trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
+                      s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
+            update_cross(s, trial, a, -1);
+            update_cross(s, trial, b, -1);
+            place_fast(s, trial, a % kTracks, b % kTracks);
+            if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
+        }
+    }
+}
+
+// The searches of the track shifts order[0 .. kShiftsTried), each as
+// search_full_reference; returns the best set and its shift.
+PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
+    int starts[2];
+    starting_tracks(s, starts);
+    FastSet prefix[2];
+    for (int i = 0; i < 2; ++i) {
+        int slots[kFullPulses];
+        slot_order(starts[i], order[0], slots);
+        empty_set(prefix[i]);
+        add_pulse_fast(s, prefix[i], strongest_on_track(s, slots[0]));
+        place_fast(s, prefix[i], slots[1], slots[2]);
+        place_fast(s, prefix[i], slots[3], slots[4]);
+    }
+    FastSet winner;
+    winner.count = 0;
+    winner.c = 0;
+    winner.e = 1;
+    int winner_ts = order[0];
+    for (int k = 0; k < kShiftsTried; ++k) {
+        FastSet best;
+        best.count = 0;
+        best.c = 0;
+        best.e = 1;
+        for (int i = 0; i < 2; ++i) {
+            int slots[kFullPulses];
+            slot_order(starts[i], order[k], slots);
+            FastSet set = prefix[i];
+            place_fast(s, set, slots[5], slots[6]);
+            place_fast(s, set, slots[7], -1);
+            refine_pairs_fast(s, set);
+            if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
+        }
+        for (int pass = 0; pass < kRefinePasses; ++pass) refine_fast(s, best);
+        if (k == 0 || better(best.c, best.e, winner.c, winner.e)) {
+            winner = best;
+            winner_ts = order[k];
+        }
+    }
+    *ts_out = winner_ts;
+    PulseSet out = {};
+    std::memcpy(out.pos, winner.pos, sizeof(out.pos));
+    out.count = winner.count;
+    out.c = winner.c;
+    out.e = winner.e;
+    return out;
 }
 
 // Two pulses of one track (indices m1, m2, signs neg1, neg2) as the 8-bit
@@ -490,16 +799,14 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
     return static_cast<Word16>(best);
 }
 
-}  // namespace
-
-extern "C" {
-
-EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
-                           Word16 rate, Word16 L, Word16 *indices) {
-    fx::CallScope scope;
+// The whole search; `reference` selects the reference form of the rate-1
+// pulse search.
+Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate,
+             Word16 L, Word16 *indices, bool reference) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
+    s.full_matrix = reference || rate != EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
     prepare(s, target, residual);
 
@@ -507,13 +814,18 @@ EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const W
         int order[kShifts];
         rank_track_shifts(s, order);
         int ts = order[0];
-        PulseSet set = search_full(s, ts);
-        for (int k = 1; k < kShiftsTried; ++k) {
-            const PulseSet other = search_full(s, order[k]);
-            if (better(other.c, other.e, set.c, set.e)) {
-                set = other;
-                ts = order[k];
+        PulseSet set;
+        if (reference) {
+            set = search_full_reference(s, ts);
+            for (int k = 1; k < kShiftsTried; ++k) {
+                const PulseSet other = search_full_reference(s, order[k]);
+                if (better(other.c, other.e, set.c, set.e)) {
+                    set = other;
+                    ts = order[k];
+                }
             }
+        } else {
+            set = search_full_fast(s, order, &ts);
         }
         encode_full(set, s.sign, ts, indices);
     } else {
@@ -522,6 +834,25 @@ EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const W
     Word32 z[kMaxLen];
     filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z);
     return gain_index(target, z, s.L, rate);
+}
+
+}  // namespace
+
+namespace evrc_enc {
+
+Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                       Word16 rate, Word16 L, Word16 *indices) {
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, true);
+}
+
+}  // namespace evrc_enc
+
+extern "C" {
+
+EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                           Word16 rate, Word16 L, Word16 *indices) {
+    fx::CallScope scope;
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false);
 }
 
 }  // extern "C"

@@ -60,6 +60,34 @@ void normalise_weights(const Word32 *weights, Word16 *norm, int n) {
     }
 }
 
+// Offset of the codebook row (of N values, rows starting below `bound`) with
+// the least weighted error among those starting above the floor; the first
+// of equal errors. N is a template argument so that the row loop unrolls.
+template <int N>
+int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, const Word16 *codebook, int bound) {
+    Word32 best_error = kBestStart;
+    int best = 0;
+    for (int j = 0; j < bound; j += N) {
+        if (codebook[j] <= floor_value) continue;
+        Word64 sum = 0;
+        for (int k = 0; k < N; ++k) {
+            // The two-value splits take the difference the other way round,
+            // which rounds the weighted term differently for negative values.
+            const Word16 diff = N == 2 ? sat16q(static_cast<Word32>(target[k]) - codebook[j + k])
+                                       : sat16q(static_cast<Word32>(codebook[j + k]) - target[k]);
+            const Word32 wd = fx::L_mult_su(diff, static_cast<Word32>(static_cast<UWord16>(weights[k])));
+            const Word16 wd_hi = static_cast<Word16>(sat32q(2 * static_cast<Word64>(wd)) >> 16);
+            sum += static_cast<Word32>(diff) * wd_hi;
+        }
+        const Word32 error = sat32q(2 * sum);
+        if (error < best_error) {
+            best_error = error;
+            best = j;
+        }
+    }
+    return best;
+}
+
 }  // namespace
 
 extern "C" {
@@ -106,25 +134,12 @@ EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word
     const int bound = static_cast<int>(params & 0xFFFF);
     const Word16 floor_value = *lsp_floor;
 
-    Word32 best_error = kBestStart;
     int best = 0;
-    for (int j = 0; j < bound; j += n) {
-        if (codebook[j] <= floor_value) continue;
-        Word64 sum = 0;
-        for (int k = 0; k < n; ++k) {
-            // The two-value splits take the difference the other way round,
-            // which rounds the weighted term differently for negative values.
-            const Word16 diff = n == 2 ? sat16q(static_cast<Word32>(target[k]) - codebook[j + k])
-                                       : sat16q(static_cast<Word32>(codebook[j + k]) - target[k]);
-            const Word32 wd = fx::L_mult_su(diff, static_cast<Word32>(static_cast<UWord16>(weights[k])));
-            const Word16 wd_hi = static_cast<Word16>(sat32q(2 * static_cast<Word64>(wd)) >> 16);
-            sum += static_cast<Word32>(diff) * wd_hi;
-        }
-        const Word32 error = sat32q(2 * sum);
-        if (error < best_error) {
-            best_error = error;
-            best = j;
-        }
+    switch (n) {
+        case 2: best = best_row<2>(weights, target, floor_value, codebook, bound); break;
+        case 3: best = best_row<3>(weights, target, floor_value, codebook, bound); break;
+        case 4: best = best_row<4>(weights, target, floor_value, codebook, bound); break;
+        default: best = best_row<5>(weights, target, floor_value, codebook, bound); break;
     }
     for (int k = 0; k < n; ++k) out[k] = codebook[best + k];
     *index = static_cast<Word16>(best / n);
