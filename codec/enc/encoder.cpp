@@ -13,6 +13,8 @@
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
+#include "codec/common/constants.h"
+#include "codec/common/packet_layout.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
@@ -22,22 +24,16 @@ static_assert(sizeof(EvrcEncoderState) == 3544, "the encoder state record is 354
 
 namespace {
 
-constexpr int kOrder = 10;
+using evrc::kOrder;
+using evrc::kSubframes;
+using evrc::FieldId;
 constexpr int kFrame = EVRC_ENC_FRAME;
 constexpr int kHistory = EVRC_ENC_HISTORY;
-constexpr int kSubframes = 3;
-constexpr int kMaxSubframe = 54;
-constexpr int kAhead = 10;                 // samples the adaptive codebook builds beyond a subframe
-constexpr int kFcbVectorLen = 55;          // the decoder's fixed-codebook vector
-constexpr int kPacketWords = 12;
-constexpr Word16 kLspToLpcShift = 3;       // LSP to Q12 LPC
+constexpr int kMaxSubframe = EVRC_MAX_SUBFRAME;
+constexpr int kAhead = evrc::kLookAhead;   // samples the adaptive codebook builds beyond a subframe
 constexpr Word16 kImpulse = 2048;          // unit pulse of the impulse response (Q11)
 constexpr int kEighthBlock = 54;           // filter update of an eighth-rate frame
-constexpr Word16 kDelayMin = 20;
-constexpr Word32 kFlatContourJump = 16;    // delay jumps this large are not interpolated
-constexpr Word32 kDeltaOffset = 16;
-constexpr UWord16 kDeltaClearMask = 0xF07F;  // delta-delay bits of packet word 3
-constexpr int kDeltaWord = 3;
+constexpr Word32 kDeltaOffset = 16;        // the delta delay is packed plus 16
 constexpr int kBlockTaps8 = 8;             // half-width of the interpolation filter
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
 constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
@@ -47,22 +43,36 @@ constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the
 
 using FilterMemory = Word32[3][kOrder];
 
-// Packing cursor over the packet's bit words.
+// Packing cursor over the packet's bit words. Field widths come from the
+// packet layout of the rate: rate 1 and rate 1/2 use their own tables; any
+// other code packs its LSP indices as rate 1/8 does and the rest as rate 1/2.
 struct Packer {
     Word16 acc;
     Word16 free_bits;
     UWord16 *out;
+    Word16 rate;
     void put(Word32 value, Word32 width) { evrc_bit_pack(value, &acc, &free_bits, width, &out); }
+    void put(FieldId id, Word32 value, int subframe = 0, int part = 0) {
+        put(value, evrc::find_field(layout_rate(id), id, static_cast<std::uint8_t>(subframe),
+                                    static_cast<std::uint8_t>(part))->width);
+    }
+    Word16 layout_rate(FieldId id) const {
+        if (rate == EVRC_RATE_FULL || rate == EVRC_RATE_HALF) return rate;
+        return id == FieldId::kLsp || id == FieldId::kEnergy ? EVRC_RATE_EIGHTH : EVRC_RATE_HALF;
+    }
 };
 
-// LSP index widths per rate: full, half, and every other code.
-void pack_lsp_indices(Packer &pk, const Word16 *index, Word16 rate) {
-    static const Word32 kFull[4] = {6, 6, 9, 7};
-    static const Word32 kHalf[3] = {7, 7, 8};
-    static const Word32 kOther[2] = {4, 4};
-    const Word32 *widths = rate == EVRC_RATE_FULL ? kFull : (rate == EVRC_RATE_HALF ? kHalf : kOther);
-    const int n = rate == EVRC_RATE_FULL ? 4 : (rate == EVRC_RATE_HALF ? 3 : 2);
-    for (int i = 0; i < n; ++i) pk.put(index[i], widths[i]);
+// The LSP codebook indices, one field per split of the rate.
+void pack_lsp_indices(Packer &pk, const Word16 *index) {
+    const int n = pk.rate == EVRC_RATE_FULL ? 4 : (pk.rate == EVRC_RATE_HALF ? 3 : 2);
+    for (int i = 0; i < n; ++i) pk.put(FieldId::kLsp, index[i], 0, i);
+}
+
+// Mask clearing the delta-delay field in its packet word (it lies within one
+// word), for side information at rate 1.
+constexpr UWord16 delta_clear_mask(const evrc::PacketField &f) {
+    const int shift = 16 - (f.first_bit % 16) - f.width;
+    return static_cast<UWord16>(~(((1u << f.width) - 1u) << shift));
 }
 
 // Subframe LPC sets (Q12) from LSPs interpolated between two frames.
@@ -70,11 +80,11 @@ void subframe_lpcs(const Word16 *prev, const Word16 *cur, Word16 (*lpc)[kOrder])
     for (int j = 0; j < kSubframes; ++j) {
         Word16 lsp[kOrder];
         cmn1x_interpolate_lsp(prev, cur, lsp, evrc_acsLSPInterpTbl[j]);
-        cmn1x_lsp2lpc(lsp, lpc[j], kLspToLpcShift);
+        cmn1x_lsp2lpc(lsp, lpc[j], evrc::kLspToLpcShift);
     }
 }
 
-// Step 3: windowing, autocorrelation, Durbin, flag, expansion, LSPs.
+// Windowing, autocorrelation, Durbin, flag, expansion, LSPs.
 void analyse_lpc(EvrcEncoderState *st) {
     Word16 windowed[kFrame];
     st->window_shift = cmn1x_hamming_window(st->asSpeech + kFrame, windowed);
@@ -86,7 +96,7 @@ void analyse_lpc(EvrcEncoderState *st) {
     cmn1x_pq2lsp(st->p_poly, st->q_poly, st->uq_lsp, st->root_lsp);
 }
 
-// Steps 4 and 5: unquantised subframe filters, then the Q12 LPC copies.
+// Unquantised subframe filters, then the Q12 LPC copies.
 void update_lpc_copies(EvrcEncoderState *st) {
     subframe_lpcs(st->root_lsp, st->uq_lsp, st->uqlpc);
     std::memcpy(st->root_lsp, st->uq_lsp, sizeof(st->root_lsp));
@@ -137,14 +147,14 @@ void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
     for (int n = 0; n < L; ++n) out[n] = fx::shr(fx::add(residual[n], kExcitationRound), kSpeechToExcitationShift);
 }
 
-// Step 12: eighth-rate energy, the excitation history as the decoder will
+// Eighth-rate energy, the excitation history as the decoder will
 // rebuild it, and the weighting memories brought up to date over the last
 // subframe: the excitation path with the rebuilt excitation, the residual
 // path with the coded segment's last residual samples through the filter
 // that formed them (the last subframe's unquantised LPC).
 void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     const Word16 energy_index = evrc_8th_rate(st);
-    pk.put(energy_index, 8);
+    pk.put(FieldId::kEnergy, energy_index);
     mirror_noise_excitation(st, energy_index);
     Word16 num[kOrder], den[kOrder];
     weighting_coefficients(st->uqlpc[kSubframes - 1], num, den);
@@ -160,10 +170,10 @@ void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     st->sShiftCarry = 0;
 }
 
-// Step 13.3: the delta delay; a large jump moves the previous delay at once.
+// The delta delay; a large jump moves the previous delay at once.
 Word32 delta_delay(EvrcEncoderState *st) {
     const Word32 d = static_cast<Word32>(st->sDelay) - st->sPrevDelay;
-    if (d >= kFlatContourJump || d <= -kFlatContourJump) {
+    if (d >= evrc::kDelayJump || d <= -evrc::kDelayJump) {
         st->sPrevDelay = st->sDelay;
         return 0;
     }
@@ -184,7 +194,7 @@ struct Subframe {
     Word16 fcb_target[kMaxSubframe];
 };
 
-// Steps 13.4.2-3: weighting coefficients, zero-input and impulse responses.
+// Weighting coefficients, zero-input and impulse responses.
 void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
     const Word16 *qlpc = st->qlpc[sf.j];
     const Word16 len = static_cast<Word16>(sf.L);
@@ -198,7 +208,7 @@ void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
     evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
 }
 
-// Step 13.4.4: the delay contour and the adaptive-codebook vector the
+// The delay contour and the adaptive-codebook vector the
 // decoder will build (8-tap interpolation), over L + 10 samples. It is built
 // in place behind the history (the excitation area, which the local decoder
 // overwrites afterwards; the interpolation reads no sample of it before
@@ -211,7 +221,7 @@ void adaptive_candidates(EvrcEncoderState *st, Subframe &sf, Word32 *contour) {
     std::memcpy(sf.acb8, st->acb_mem + kHistory, n * sizeof(Word16));
 }
 
-// Step 13.4.5: signal modification, then the modified residual history moves
+// Signal modification, then the modified residual history moves
 // down so that the subframe stands just below kHistory. The residual is in
 // the units of the doubled speech, while the decoder doubles what it
 // synthesises from the excitation: the codebooks match a quarter of the
@@ -222,7 +232,7 @@ void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour
     to_excitation_level(st->mod_residual + kHistory - sf.L, sf.residual, sf.L);
 }
 
-// Step 13.4.6: the weighted target, the modified residual through the
+// The weighted target, the modified residual through the
 // subframe's quantised synthesis filter (the filter that formed the coded
 // residual, so that this gives back the speech) and the subframe's weighting
 // (running memories ref_mem), less the zero-input response of the
@@ -244,11 +254,11 @@ Word16 fcb_gain_of(Word16 index, Word16 rate) {
     return rate == EVRC_RATE_FULL ? evrc_acsFcbGainVQFull[index] : evrc_acsFcbGainVQFull[2 * index + 1];
 }
 
-// Step 13.4.8: e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
+// Excitation e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
 // 64 bits, the high half saturated; fcb is the decoder's sharpened vector.
 void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate,
                       Word16 acb_gain, Word16 fcb_gain) {
-    Word16 fcb[kFcbVectorLen];
+    Word16 fcb[evrc::kFcbLen];
     evrc_dec_fixed_codebook(fcb, fcb_index, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF);
     Word16 scratch[kMaxSubframe] = {};
     Word16 lag;
@@ -261,7 +271,7 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fc
     }
 }
 
-// Step 13.4.9: the excitation drives the working filter memories; the
+// The excitation drives the working filter memories; the
 // history moves down by L; the saved memories follow.
 void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     Word16 out[kMaxSubframe];
@@ -277,22 +287,15 @@ void residual_after_acb(const Subframe &sf, Word16 acb_gain, Word16 *out) {
     for (int n = 0; n < sf.L; ++n) out[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
 }
 
-// Fixed-codebook fields and gain index: 8, 8, 8, 11 and 5 bits at rate 1,
-// 10 and 4 bits otherwise.
-void pack_fixed_codebook(Packer &pk, const Word16 *fcb_index, Word16 gain_index, Word16 cb_rate) {
-    if (cb_rate == EVRC_RATE_FULL) {
-        pk.put(fcb_index[0], 8);
-        pk.put(fcb_index[1], 8);
-        pk.put(fcb_index[2], 8);
-        pk.put(fcb_index[3], 11);
-        pk.put(gain_index, 5);
-    } else {
-        pk.put(fcb_index[0], 10);
-        pk.put(gain_index, 4);
-    }
+// Fixed-codebook fields and gain index of subframe j: four fields at rate 1,
+// one otherwise.
+void pack_fixed_codebook(Packer &pk, int j, const Word16 *fcb_index, Word16 gain_index, Word16 cb_rate) {
+    const int fields = cb_rate == EVRC_RATE_FULL ? 4 : 1;
+    for (int i = 0; i < fields; ++i) pk.put(FieldId::kFcb, fcb_index[i], j, i);
+    pk.put(FieldId::kFcbGain, gain_index, j);
 }
 
-// Step 13.4: one subframe; returns its adaptive gain index.
+// One subframe; returns its adaptive gain index.
 Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, bool side) {
     Subframe sf;
     sf.j = j;
@@ -310,7 +313,7 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
         acb_index = 0;
         std::memcpy(sf.fcb_target, sf.target, sizeof(sf.target));
     }
-    pk.put(acb_index, 3);
+    pk.put(FieldId::kAcbGain, acb_index, j);
     const Word16 acb_gain = evrc_acsACBGainTable[acb_index];
 
     const Word16 cb_rate = rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF;
@@ -319,34 +322,35 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word16 fcb_index[4] = {};
     const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
                                          static_cast<Word16>(sf.L), fcb_index);
-    pack_fixed_codebook(pk, fcb_index, gain_index, cb_rate);
+    pack_fixed_codebook(pk, j, fcb_index, gain_index, cb_rate);
 
     build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
     update_local_decoder(st, sf);
     return acb_index;
 }
 
-// Step 13: the half- and full-rate path (and rate code 2, whose fields after
+// The half- and full-rate path (and rate code 2, whose fields after
 // the LSPs are those of half rate).
 void encode_speech(EvrcEncoderState *st, Packer &pk, Word16 rate, bool side, const UWord16 *side_info,
                    UWord16 *packet) {
     evrc_update_rcelp_shift(st);
     if (side) {
-        pk.put(side_info[2], 2);
-        pk.put(side_info[3], 5);
+        pk.put(side_info[2], evrc::kTtyHeaderBits);
+        pk.put(side_info[3], evrc::kTtyDataBits);
     } else {
-        pk.put(st->sDelay - kDelayMin, 7);
+        pk.put(FieldId::kDelay, st->sDelay - evrc::kMinDelay);
     }
     const Word32 delta = delta_delay(st);
-    if (rate == EVRC_RATE_FULL) pk.put(side ? 0 : delta, 5);
+    if (rate == EVRC_RATE_FULL) pk.put(FieldId::kDeltaDelay, side ? 0 : delta);
 
     Word16 gain_index[kSubframes];
     for (int j = 0; j < kSubframes; ++j) gain_index[j] = encode_subframe(st, pk, j, rate, side);
     st->sPrevDelay = st->sDelay;
 
     if (side && rate == EVRC_RATE_FULL) {
-        packet[kDeltaWord] &= kDeltaClearMask;
-        pk.put(side_info[4], 1);
+        const evrc::PacketField &delta_field = *evrc::find_field(EVRC_RATE_FULL, FieldId::kDeltaDelay);
+        packet[1 + delta_field.first_bit / 16] &= delta_clear_mask(delta_field);
+        pk.put(FieldId::kReserved, side_info[4]);
     }
     evrc_flush_pack(pk.acc, pk.free_bits, pk.out);
     const Word32 sum = static_cast<Word32>(gain_index[0]) + gain_index[1] + gain_index[2];
@@ -380,14 +384,15 @@ EVRC_API int evrc_encoder(EvrcEncoderState *st, const Word16 *input, UWord16 *pa
 
     const Word16 rate = st->sRate;
     Packer pk;
-    evrc_init_pack(kPacketWords, &pk.acc, &pk.free_bits, packet);
+    evrc_init_pack(EVRC_PACKET_WORDS, &pk.acc, &pk.free_bits, packet);
     pk.out = packet + 1;
+    pk.rate = rate;
     packet[0] = static_cast<UWord16>(rate);
-    if (rate == EVRC_RATE_FULL) pk.put(st->sLpcFlag, 1);
+    if (rate == EVRC_RATE_FULL) pk.put(FieldId::kModeBit, st->sLpcFlag);
 
     std::memcpy(st->prev_qlsp, st->qlsp, sizeof(st->prev_qlsp));
     evrc_quantize_lsps(st->lsp_weights, st->qlsp, st->lsp_index, st->uq_lsp, rate);
-    pack_lsp_indices(pk, st->lsp_index, rate);
+    pack_lsp_indices(pk, st->lsp_index);
     subframe_lpcs(st->prev_qlsp, st->qlsp, st->qlpc);
 
     if (rate == EVRC_RATE_EIGHTH) {
