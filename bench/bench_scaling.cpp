@@ -4,7 +4,11 @@
 // (throughput with n workers / (n x one worker)) for the decoder and the
 // encoder.
 //
-//   bench_scaling [frames_per_stream]     (default 20000)
+//   bench_scaling [frames_per_stream] [--benchmark_out=FILE.json]
+//
+// frames_per_stream defaults to 20000; other --benchmark_* options of the
+// benchmark runner are accepted and ignored, so the program runs beside the
+// Google Benchmark programs with the same arguments.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -136,7 +140,19 @@ double best_of(F f) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    const int frames = argc > 1 ? std::atoi(argv[1]) : 20000;
+    int frames = 20000;
+    const char *json_path = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        const char *a = argv[i];
+        if (std::strncmp(a, "--benchmark_out=", 16) == 0) {
+            json_path = a + 16;
+        } else if (std::strncmp(a, "--", 2) != 0 && std::atoi(a) > 0) {
+            frames = std::atoi(a);
+        }
+    }
+    std::FILE *json = json_path ? std::fopen(json_path, "w") : nullptr;
+    if (json) std::fprintf(json, "{\"frames_per_stream\": %d, \"runs\": [", frames);
+    bool first_row = true;
     const int cores = static_cast<int>(std::thread::hardware_concurrency());
     const Work w = make_work();
     std::printf("%d frames per stream, %d cores\n", frames, cores);
@@ -152,9 +168,21 @@ int main(int argc, char **argv) {
                 one_thread = ft;
                 one_proc = fp;
             }
-            std::printf("%-7s %7d | %12.0f %10.3f | %12.0f %10.3f\n", dir == Dir::Decode ? "decode" : "encode", n,
-                        ft, ft / (n * one_thread), fp, fp / (n * one_proc));
+            const char *what = dir == Dir::Decode ? "decode" : "encode";
+            std::printf("%-7s %7d | %12.0f %10.3f | %12.0f %10.3f\n", what, n, ft, ft / (n * one_thread), fp,
+                        fp / (n * one_proc));
+            if (json) {
+                std::fprintf(json,
+                             "%s\n  {\"direction\": \"%s\", \"workers\": %d, \"thread_fps\": %.0f, "
+                             "\"thread_efficiency\": %.4f, \"process_fps\": %.0f, \"process_efficiency\": %.4f}",
+                             first_row ? "" : ",", what, n, ft, ft / (n * one_thread), fp, fp / (n * one_proc));
+                first_row = false;
+            }
         }
+    }
+    if (json) {
+        std::fprintf(json, "\n]}\n");
+        std::fclose(json);
     }
     return 0;
 }
