@@ -6,7 +6,7 @@
 //
 //   bench_scaling [frames_per_stream] [--benchmark_out=FILE.json]
 //
-// frames_per_stream defaults to 20000; other --benchmark_* options of the
+// frames_per_stream defaults to 10000; other --benchmark_* options of the
 // benchmark runner are accepted and ignored, so the program runs beside the
 // Google Benchmark programs with the same arguments.
 #include <sys/wait.h>
@@ -140,7 +140,7 @@ double best_of(F f) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    int frames = 20000;
+    int frames = 10000;
     const char *json_path = nullptr;
     for (int i = 1; i < argc; ++i) {
         const char *a = argv[i];
