@@ -11,15 +11,16 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d and the excitation-domain residual. For every track shift (in
-// order of promise: single-pulse tracks with the weakest second candidates
-// first; the first of equal scores wins), a depth-first search places the pulses: one
-// pulse fixed at the strongest position of a starting track, the others in
-// pairs of tracks searched jointly with the earlier pulses held, from the two
-// strongest starting tracks; in each set every pair of pulses is then taken
-// out and placed again jointly with the other six held (kept when the score
-// rises); each pulse of the better set then moves to the best place on its
-// track, in two passes.
+// preset from d and the excitation-domain residual. For every track shift
+// (in order of promise: single-pulse tracks with the weakest second
+// candidates first; the first of equal scores wins) and each of the two strongest starting tracks, a depth-first search places
+// the pulses: one pulse fixed at the strongest position of the starting
+// track, the others in pairs of tracks searched jointly with the earlier
+// pulses held (the first three slots do not depend on the shift). The best
+// kRefined of these eight sets are then improved: every pair of pulses is
+// taken out and placed again jointly with the other six held (kept when the
+// score rises), then each pulse moves to the best place on its track, in two
+// passes; the best result wins.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry nearest 1.2 times the
@@ -42,6 +43,7 @@ constexpr int kTrackStride = 12;       // kTrackPositions padded, rows of the tr
 constexpr int kShifts = 4;             // track shifts of the rate-1 layout
 constexpr int kShiftsTried = 4;        // track shifts searched, most promising first
 constexpr int kRefinePasses = 2;
+constexpr int kRefined = 4;            // depth-first sets (of 2 per shift) improved further
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -56,6 +58,7 @@ constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
 constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
+constexpr int kPairCandidates = 11;    // first-track positions tried per pair (strongest d first)
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -76,6 +79,9 @@ struct Search {
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
     Word32 diag[kMaxLen];  // rr[p][p]
+    Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
+    int n_cand[kTracks];                 // how many of them a pair search tries on its first track
     bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
@@ -125,6 +131,25 @@ void preset_signs(Search &s, const Word16 *residual) {
         const Word64 r = residual != nullptr ? residual[n] : 0;
         const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
         s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
+        s.strength[n] = b < 0 ? -b : b;
+    }
+}
+
+int track_size(int t, int L);
+
+// Per track the positions by falling d (sign folded), for the pair searches'
+// first track: a pulse pair rarely puts its first pulse at a weak position.
+void rank_candidates(Search &s) {
+    for (int t = 0; t < kTracks; ++t) {
+        const int n = track_size(t, s.L);
+        int *c = s.cand[t];
+        for (int m = 0; m < n; ++m) {
+            int k = m;
+            const Word64 v = s.strength[t + kTracks * m];
+            for (; k > 0 && s.strength[t + kTracks * c[k - 1]] < v; --k) c[k] = c[k - 1];
+            c[k] = m;
+        }
+        s.n_cand[t] = n < kPairCandidates ? n : kPairCandidates;
     }
 }
 
@@ -148,6 +173,7 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
         s.d[n] *= s.sign[n];
         (&s.dt[0][0])[track_major(n)] = s.d[n];
     }
+    rank_candidates(s);
     int col[kMaxLen];
     for (int n = 0; n < L; ++n) col[n] = track_major(n);
     // Track-major padding (columns at L and beyond) holds zeros: whole rows
@@ -274,7 +300,9 @@ void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
     }
     int best1 = -1, best2 = -1;
     Word64 bc2 = 0, be = 1;
-    for (int m1 = 0; m1 < track_size(t1, s.L); ++m1) {
+    const int n1 = t2 >= 0 ? s.n_cand[t1] : track_size(t1, s.L);
+    for (int r = 0; r < n1; ++r) {
+        const int m1 = t2 >= 0 ? s.cand[t1][r] : r;
         const int p1 = t1 + kTracks * m1;
         const Word64 c1 = set.c + s.d[p1];
         const Word64 e1 = set.e + s.rr[p1][p1] + 2 * rrv[p1];
@@ -417,26 +445,60 @@ void starting_tracks(const Search &s, int *starts) {
     starts[1] = second;
 }
 
-// Depth-first search over the eight slots, from each of the two strongest
-// starting tracks; the better set is then refined.
-PulseSet search_full_reference(const Search &s, int ts) {
+// Whether set a ranks above set b: a positive energy, then the larger C^2 / E.
+template <typename Set>
+bool ranks_above(const Set &a, const Set &b) {
+    return a.e > 0 && (b.e <= 0 || better(a.c, a.e, b.c, b.e));
+}
+
+// Indices 0 .. n of the sets by falling rank, the earlier first among equals.
+template <typename Set>
+void rank_sets(const Set *sets, int n, int *rank) {
+    for (int a = 0; a < n; ++a) {
+        int b = a;
+        for (; b > 0 && ranks_above(sets[a], sets[rank[b - 1]]); --b) rank[b] = rank[b - 1];
+        rank[b] = a;
+    }
+}
+
+// Depth-first search over the eight slots for each track shift
+// order[0 .. kShiftsTried) and each of the two strongest starting tracks;
+// the kRefined best of these sets then go through the pair re-placement and
+// the refinement passes, and the best result wins (with its shift).
+PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
     int starts[2];
     starting_tracks(s, starts);
-    PulseSet best = {};
-    best.e = 1;
-    for (const int start : starts) {
-        int slots[kFullPulses];
-        slot_order(start, ts, slots);
-        PulseSet set = {};
-        add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
-        for (int k = 1; k < kFullPulses; k += 2) {
-            place_reference(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
+    PulseSet sets[2 * kShiftsTried];
+    int shift_of[2 * kShiftsTried];
+    int n = 0;
+    for (int k = 0; k < kShiftsTried; ++k) {
+        for (const int start : starts) {
+            int slots[kFullPulses];
+            slot_order(start, order[k], slots);
+            PulseSet set = {};
+            add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
+            for (int q = 1; q < kFullPulses; q += 2) {
+                place_reference(s, set, slots[q], q + 1 < kFullPulses ? slots[q + 1] : -1);
+            }
+            shift_of[n] = order[k];
+            sets[n++] = set;
         }
-        refine_pairs_reference(s, set);
-        if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
-    for (int pass = 0; pass < kRefinePasses; ++pass) refine_reference(s, best);
-    return best;
+    int rank[2 * kShiftsTried];
+    rank_sets(sets, n, rank);
+    PulseSet winner = {};
+    int winner_ts = order[0];
+    for (int r = 0; r < kRefined && r < n; ++r) {
+        PulseSet set = sets[rank[r]];
+        refine_pairs_reference(s, set);
+        for (int pass = 0; pass < kRefinePasses; ++pass) refine_reference(s, set);
+        if (r == 0 || ranks_above(set, winner)) {
+            winner = set;
+            winner_ts = shift_of[rank[r]];
+        }
+    }
+    *ts_out = winner_ts;
+    return winner;
 }
 
 // ---- Rate 1, fast form ----------------------------------------------------
@@ -531,7 +593,8 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
             e2w[m] = static_cast<Word32>(e2[m]);
         }
         float threshold = 0.0f;
-        for (int m1 = 0; m1 < n1; ++m1) {
+        for (int r = 0; r < s.n_cand[t1]; ++r) {
+            const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
             const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
@@ -569,7 +632,8 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
                 }
             }
         }
-        for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
+        for (int r = 0; r < s.n_cand[t1] && best1 < 0; ++r) {
+            const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
             for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
@@ -639,8 +703,8 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
     }
 }
 
-// The searches of the track shifts order[0 .. kShiftsTried), each as
-// search_full_reference; returns the best set and its shift.
+// search_full_reference with the first three slots, which do not depend on
+// the track shift, searched once per starting track.
 PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     int starts[2];
     starting_tracks(s, starts);
@@ -653,29 +717,31 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
         place_fast(s, prefix[i], slots[1], slots[2]);
         place_fast(s, prefix[i], slots[3], slots[4]);
     }
-    FastSet winner;
-    winner.count = 0;
-    winner.c = 0;
-    winner.e = 1;
-    int winner_ts = order[0];
+    FastSet sets[2 * kShiftsTried];
+    int shift_of[2 * kShiftsTried];
+    int n = 0;
     for (int k = 0; k < kShiftsTried; ++k) {
-        FastSet best;
-        best.count = 0;
-        best.c = 0;
-        best.e = 1;
         for (int i = 0; i < 2; ++i) {
             int slots[kFullPulses];
             slot_order(starts[i], order[k], slots);
-            FastSet set = prefix[i];
+            FastSet &set = sets[n];
+            set = prefix[i];
             place_fast(s, set, slots[5], slots[6]);
             place_fast(s, set, slots[7], -1);
-            refine_pairs_fast(s, set);
-            if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
+            shift_of[n++] = order[k];
         }
-        for (int pass = 0; pass < kRefinePasses; ++pass) refine_fast(s, best);
-        if (k == 0 || better(best.c, best.e, winner.c, winner.e)) {
-            winner = best;
-            winner_ts = order[k];
+    }
+    int rank[2 * kShiftsTried];
+    rank_sets(sets, n, rank);
+    FastSet winner = sets[rank[0]];
+    int winner_ts = order[0];
+    for (int r = 0; r < kRefined && r < n; ++r) {
+        FastSet set = sets[rank[r]];
+        refine_pairs_fast(s, set);
+        for (int pass = 0; pass < kRefinePasses; ++pass) refine_fast(s, set);
+        if (r == 0 || ranks_above(set, winner)) {
+            winner = set;
+            winner_ts = shift_of[rank[r]];
         }
     }
     *ts_out = winner_ts;
@@ -815,18 +881,7 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
         rank_track_shifts(s, order);
         int ts = order[0];
         PulseSet set;
-        if (reference) {
-            set = search_full_reference(s, ts);
-            for (int k = 1; k < kShiftsTried; ++k) {
-                const PulseSet other = search_full_reference(s, order[k]);
-                if (better(other.c, other.e, set.c, set.e)) {
-                    set = other;
-                    ts = order[k];
-                }
-            }
-        } else {
-            set = search_full_fast(s, order, &ts);
-        }
+        set = reference ? search_full_reference(s, order, &ts) : search_full_fast(s, order, &ts);
         encode_full(set, s.sign, ts, indices);
     } else {
         indices[0] = search_half(s);
