@@ -153,6 +153,44 @@ void rank_candidates(Search &s) {
     }
 }
 
+// The track-major matrix row by row from the last: with g[n] = h[L-1-n],
+//   rr[i][j] = rr[i + 1][j + 1] + g[i] g[j]   (rr[L][.] = 0),
+// and column j + 1 of a track-major row is the next track's entry m (the
+// entry m + 1 of track 0 after track 4), so each row is the previous one
+// moved by one track plus g[i] times g: whole-row vector steps. Every
+// intermediate value is an entry of the matrix (below 2^31 by the scaling),
+// so the sums are those of the column-wise form; they are scaled and their
+// signs folded as they are stored. Padding columns (j >= L) stay zero.
+void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rshift) {
+    const int L = s.L;
+    Word32 g[kTracks][kTrackStride] = {};
+    Word32 f[kTracks][kTrackStride] = {};
+    for (int n = 0; n < L; ++n) {
+        g[n % kTracks][n / kTracks] = hr[L - 1 - n];
+        f[n % kTracks][n / kTracks] = flip[n];
+    }
+    constexpr int kRow = kTracks * kTrackStride;
+    constexpr int kLastTrack = kRow - kTrackStride;
+    Word32 u[kRow] = {};  // row i + 1, unscaled
+    const Word32 *gf = &g[0][0];
+    const Word32 *ff = &f[0][0];
+    for (int i = L - 1; i >= 0; --i) {
+        const Word32 gi = hr[L - 1 - i];
+        Word32 next[kRow];
+        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + gi * gf[k];
+        for (int m = 0; m + 1 < kTrackStride; ++m) next[kLastTrack + m] = u[m + 1] + gi * gf[kLastTrack + m];
+        next[kRow - 1] = 0;  // column 59, beyond every subframe
+        Word32 *row = &s.rrt[i][0][0];
+        const Word32 fi = flip[i];
+        for (int k = 0; k < kRow; ++k) {
+            u[k] = next[k];
+            const Word32 x = ff[k] ^ fi;
+            row[k] = ((next[k] >> rshift) ^ x) - x;
+        }
+        s.diag[i] = row[track_major(i)];
+    }
+}
+
 // Backward-filtered target and correlation matrix, each scaled to a fixed
 // headroom (only ratios of them matter).
 void prepare(Search &s, const Word16 *x, const Word16 *residual) {
@@ -174,21 +212,6 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
         (&s.dt[0][0])[track_major(n)] = s.d[n];
     }
     rank_candidates(s);
-    int col[kMaxLen];
-    for (int n = 0; n < L; ++n) col[n] = track_major(n);
-    // Track-major padding (columns at L and beyond) holds zeros: whole rows
-    // are summed.
-    int pad[kTracks * kTrackStride];
-    int n_pad = 0;
-    for (int t = 0; t < kTracks; ++t) {
-        for (int m = 0; m < kTrackStride; ++m) {
-            if (t + kTracks * m >= L) pad[n_pad++] = t * kTrackStride + m;
-        }
-    }
-    for (int i = 0; i < L && !s.full_matrix; ++i) {
-        for (int k = 0; k < n_pad; ++k) (&s.rrt[i][0][0])[pad[k]] = 0;
-    }
-
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
     // entries are then brought below 2^kMatrixBits.
@@ -207,34 +230,27 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int b = bits_of(energy32);
     const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
+    Word32 flip[kMaxLen];
+    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
+    if (!s.full_matrix) {
+        track_major_matrix(s, hr, flip, rshift);
+        return;
+    }
     // Column j = L - 1 - k holds the sums of k + 1 terms: acc[delta] gains
     // h[k] h[k + delta] (one vector step over delta), then rr[j - delta][j]
     // = acc[delta] >> rshift, negated where the two signs differ.
     Word32 acc[kMaxLen] = {};
-    Word32 flip[kMaxLen];
-    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
     for (int k = 0; k < L; ++k) {
         const int j = L - 1 - k;
         const Word16 hk = hr[k];
         for (int delta = 0; delta <= j; ++delta) acc[delta] += static_cast<Word32>(hk) * hr[k + delta];
         s.diag[j] = acc[0] >> rshift;
-        if (!s.full_matrix) {
-            Word32 *row_j = &s.rrt[j][0][0];
-            for (int delta = 0; delta <= j; ++delta) {
-                const int i = j - delta;
-                const Word32 m = flip[i] ^ flip[j];
-                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
-                (&s.rrt[i][0][0])[col[j]] = v;
-                row_j[col[i]] = v;
-            }
-        } else {
-            for (int delta = 0; delta <= j; ++delta) {
-                const int i = j - delta;
-                const Word32 m = flip[i] ^ flip[j];
-                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
-                s.rr[i][j] = v;
-                s.rr[j][i] = v;
-            }
+        for (int delta = 0; delta <= j; ++delta) {
+            const int i = j - delta;
+            const Word32 m = flip[i] ^ flip[j];
+            const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+            s.rr[i][j] = v;
+            s.rr[j][i] = v;
         }
     }
 }
@@ -583,10 +599,11 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
             e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
         }
         // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
-        // |E| <= 64 * 2^20 by the scaling) and a float estimate of C^2 / E
-        // (relative error below 2^-22); a pair is compared exactly only when
-        // its estimate reaches the best estimate less a 10^-5 margin, which
-        // no pair whose exact score reaches the best's can fall below.
+        // |E| <= 64 * 2^20 by the scaling) and float products C^2 and t E
+        // (relative errors below 2^-23), t the best pair's C^2 / E estimate
+        // less a 10^-5 margin; a pair is compared exactly only when
+        // C^2 >= t E in float, which no pair whose exact score reaches the
+        // best's can fail.
         Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
         for (int m = 0; m < n2; ++m) {
             c2w[m] = static_cast<Word32>(c2[m]);
@@ -608,26 +625,25 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
                 const Lanes32 ev = e1 + e2v + 2 * rv;
                 const Lanes32 positive = ev > 0;
                 const LanesF cf = __builtin_convertvector(cv, LanesF);
-                const LanesF ef = __builtin_convertvector(positive ? ev : Lanes32{1, 1, 1, 1}, LanesF);
-                const LanesF q = cf * cf / ef;
-                const LanesF sv = positive ? q : LanesF{-1.0f, -1.0f, -1.0f, -1.0f};
-                // The threshold only rises: a block with no estimate at it
-                // holds no pair to compare.
-                const Lanes32 hit = sv >= threshold;
+                const LanesF ef = __builtin_convertvector(ev, LanesF);
+                // C^2 >= threshold E, compared without a division. The
+                // threshold only rises: a block with no estimate at it holds
+                // no pair to compare.
+                const Lanes32 hit = positive & (cf * cf >= threshold * ef);
                 UWord64 hit_words[2];
                 std::memcpy(hit_words, &hit, sizeof(hit_words));
                 if ((hit_words[0] | hit_words[1]) == 0) continue;
                 for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
-                    if (sv[lane] < threshold) continue;
+                    if (hit[lane] == 0) continue;
                     const Word64 c = cv[lane];
                     const Word64 e = ev[lane];
                     const Word64 cc = c * c;
-                    if (e > 0 && cc * be > bc2 * e) {
+                    if (cc * be > bc2 * e) {
                         bc2 = cc;
                         be = e;
                         best1 = p1;
                         best2 = t2 + kTracks * (b + lane);
-                        threshold = sv[lane] * kScoreMargin;
+                        threshold = cf[lane] * cf[lane] / ef[lane] * kScoreMargin;
                     }
                 }
             }
