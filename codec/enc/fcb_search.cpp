@@ -18,8 +18,9 @@
 // track, the others in pairs of tracks searched jointly with the earlier
 // pulses held (the first three slots do not depend on the shift). The best
 // kRefined of these eight sets are then improved: every pair of pulses is
-// taken out and placed again jointly with the other six held (kept when the
-// score rises), then each pulse moves to the best place on its track, in two
+// taken out and placed again jointly with the other six held (its first
+// pulse at one of the kRepairCandidates strongest places of its track; kept
+// when the score rises), then each pulse moves to the best place on its track, in two
 // passes; the best result wins.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
@@ -58,7 +59,7 @@ constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
 constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
-constexpr int kPairCandidates = 11;    // first-track positions tried per pair (strongest d first)
+constexpr int kRepairCandidates = 7;   // first-track positions tried when a pair is placed again
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -81,7 +82,6 @@ struct Search {
     Word32 diag[kMaxLen];  // rr[p][p]
     Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
     int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
-    int n_cand[kTracks];                 // how many of them a pair search tries on its first track
     bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
@@ -149,7 +149,6 @@ void rank_candidates(Search &s) {
             for (; k > 0 && s.strength[t + kTracks * c[k - 1]] < v; --k) c[k] = c[k - 1];
             c[k] = m;
         }
-        s.n_cand[t] = n < kPairCandidates ? n : kPairCandidates;
     }
 }
 
@@ -275,6 +274,13 @@ int track_size(int t, int L) {
     return n < kTrackPositions ? n : kTrackPositions;
 }
 
+// How many positions of track t (strongest first) a pair search tries for
+// its first pulse.
+int first_count(const Search &s, int t, int tried) {
+    const int n = track_size(t, s.L);
+    return n < tried ? n : tried;
+}
+
 // rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded), for the
 // positions p of track t.
 void cross_terms_reference(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
@@ -297,7 +303,7 @@ void add_pulse_reference(const Search &s, PulseSet &set, int p) {
 // Best pair of pulses on tracks t1, t2 added to set (t2 < 0: one pulse).
 // The second track's terms are gathered first so that the inner loop reads
 // one matrix entry per candidate; C^2 of the best so far is kept.
-void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
+void place_reference(const Search &s, PulseSet &set, int t1, int t2, int tried = kTrackPositions) {
     Word64 rrv[kMaxLen];
     cross_terms_reference(s, set, t1, rrv);
     int n2 = 1;
@@ -316,7 +322,7 @@ void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
     }
     int best1 = -1, best2 = -1;
     Word64 bc2 = 0, be = 1;
-    const int n1 = t2 >= 0 ? s.n_cand[t1] : track_size(t1, s.L);
+    const int n1 = t2 >= 0 ? first_count(s, t1, tried) : track_size(t1, s.L);
     for (int r = 0; r < n1; ++r) {
         const int m1 = t2 >= 0 ? s.cand[t1][r] : r;
         const int p1 = t1 + kTracks * m1;
@@ -425,7 +431,7 @@ void refine_pairs_reference(const Search &s, PulseSet &set) {
             for (int i = 0; i < set.count; ++i) {
                 if (i != k && i != k + 1) add_pulse_reference(s, trial, set.pos[i]);
             }
-            place_reference(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
+            place_reference(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks, kRepairCandidates);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
     }
@@ -568,7 +574,7 @@ void empty_set(FastSet &set) {
 // place_reference: the first candidate in scan order with the largest
 // C^2 / E among those with E > 0. Starting from 0 / 1 only candidates with
 // C != 0 are taken in the loop; when none is, the first with E > 0 is.
-void place_fast(const Search &s, FastSet &set, int t1, int t2) {
+void place_fast(const Search &s, FastSet &set, int t1, int t2, int tried = kTrackPositions) {
     const int n1 = track_size(t1, s.L);
     int best1 = -1, best2 = -1;
     Word64 bc2 = 0, be = 1;
@@ -610,7 +616,8 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
             e2w[m] = static_cast<Word32>(e2[m]);
         }
         float threshold = 0.0f;
-        for (int r = 0; r < s.n_cand[t1]; ++r) {
+        const int n1c = first_count(s, t1, tried);
+        for (int r = 0; r < n1c; ++r) {
             const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
@@ -648,7 +655,7 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
                 }
             }
         }
-        for (int r = 0; r < s.n_cand[t1] && best1 < 0; ++r) {
+        for (int r = 0; r < n1c && best1 < 0; ++r) {
             const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
@@ -713,7 +720,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
                       s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
             update_cross(s, trial, a, -1);
             update_cross(s, trial, b, -1);
-            place_fast(s, trial, a % kTracks, b % kTracks);
+            place_fast(s, trial, a % kTracks, b % kTracks, kRepairCandidates);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
     }
