@@ -142,12 +142,14 @@ int track_size(int t, int L);
 void rank_candidates(Search &s) {
     for (int t = 0; t < kTracks; ++t) {
         const int n = track_size(t, s.L);
-        int *c = s.cand[t];
+        const Word64 *v = s.strength + t;
+        // The rank of m: the positions stronger, or as strong and earlier.
         for (int m = 0; m < n; ++m) {
-            int k = m;
-            const Word64 v = s.strength[t + kTracks * m];
-            for (; k > 0 && s.strength[t + kTracks * c[k - 1]] < v; --k) c[k] = c[k - 1];
-            c[k] = m;
+            int rank = 0;
+            for (int q = 0; q < n; ++q) {
+                rank += (v[kTracks * q] > v[kTracks * m]) | ((v[kTracks * q] == v[kTracks * m]) & (q < m));
+            }
+            s.cand[t][rank] = m;
         }
     }
 }
@@ -170,19 +172,19 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     }
     constexpr int kRow = kTracks * kTrackStride;
     constexpr int kLastTrack = kRow - kTrackStride;
-    Word32 u[kRow] = {};  // row i + 1, unscaled
+    Word32 rows[2][kRow] = {};  // rows i + 1 and i, unscaled, in turn
     const Word32 *gf = &g[0][0];
     const Word32 *ff = &f[0][0];
     for (int i = L - 1; i >= 0; --i) {
         const Word32 gi = hr[L - 1 - i];
-        Word32 next[kRow];
+        const Word32 *u = rows[i & 1];
+        Word32 *next = rows[(i + 1) & 1];
         for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + gi * gf[k];
         for (int m = 0; m + 1 < kTrackStride; ++m) next[kLastTrack + m] = u[m + 1] + gi * gf[kLastTrack + m];
         next[kRow - 1] = 0;  // column 59, beyond every subframe
         Word32 *row = &s.rrt[i][0][0];
         const Word32 fi = flip[i];
         for (int k = 0; k < kRow; ++k) {
-            u[k] = next[k];
             const Word32 x = ff[k] ^ fi;
             row[k] = ((next[k] >> rshift) ^ x) - x;
         }
