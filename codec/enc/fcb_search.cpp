@@ -675,8 +675,10 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2, int tried = kTrac
 }
 
 // refine_reference with the kept cross sums: the others' sum at p is the
-// set's sum less the moving pulse's own entry.
-void refine_fast(const Search &s, FastSet &set) {
+// set's sum less the moving pulse's own entry. Returns whether a pulse moved
+// (a pass that moves none leaves every later pass nothing to move).
+bool refine_fast(const Search &s, FastSet &set) {
+    bool moved = false;
     for (int k = 0; k < set.count; ++k) {
         const int old = set.pos[k];
         const int t = old % kTracks;
@@ -699,11 +701,13 @@ void refine_fast(const Search &s, FastSet &set) {
         if (best != old) {
             update_cross(s, set, old, -1);
             update_cross(s, set, best, 1);
+            moved = true;
         }
         set.pos[k] = best;
         set.c = bc;
         set.e = be;
     }
+    return moved;
 }
 
 // refine_pairs_reference: the set without pulses a, b has
@@ -763,7 +767,8 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     for (int r = 0; r < kRefined && r < n; ++r) {
         FastSet set = sets[rank[r]];
         refine_pairs_fast(s, set);
-        for (int pass = 0; pass < kRefinePasses; ++pass) refine_fast(s, set);
+        for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
+        }
         if (r == 0 || ranks_above(set, winner)) {
             winner = set;
             winner_ts = shift_of[rank[r]];
