@@ -164,7 +164,7 @@ void rank_candidates(Search &s) {
 // signs folded as they are stored. Padding columns (j >= L) stay zero.
 void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rshift) {
     const int L = s.L;
-    Word32 g[kTracks][kTrackStride] = {};
+    Word16 g[kTracks][kTrackStride] = {};
     Word32 f[kTracks][kTrackStride] = {};
     for (int n = 0; n < L; ++n) {
         g[n % kTracks][n / kTracks] = hr[L - 1 - n];
@@ -173,14 +173,14 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     constexpr int kRow = kTracks * kTrackStride;
     constexpr int kLastTrack = kRow - kTrackStride;
     Word32 rows[2][kRow] = {};  // rows i + 1 and i, unscaled, in turn
-    const Word32 *gf = &g[0][0];
+    const Word16 *gf = &g[0][0];
     const Word32 *ff = &f[0][0];
     for (int i = L - 1; i >= 0; --i) {
-        const Word32 gi = hr[L - 1 - i];
+        const Word16 gi = hr[L - 1 - i];
         const Word32 *u = rows[i & 1];
         Word32 *next = rows[(i + 1) & 1];
-        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + gi * gf[k];
-        for (int m = 0; m + 1 < kTrackStride; ++m) next[kLastTrack + m] = u[m + 1] + gi * gf[kLastTrack + m];
+        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + static_cast<Word32>(gi) * gf[k];
+        for (int m = 0; m + 1 < kTrackStride; ++m) next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
         next[kRow - 1] = 0;  // column 59, beyond every subframe
         Word32 *row = &s.rrt[i][0][0];
         const Word32 fi = flip[i];
