@@ -716,7 +716,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
     for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             const int a = set.pos[k], b = set.pos[k + 1];
-            FastSet trial = set;
+            FastSet trial;
             trial.count = 0;
             for (int i = 0; i < set.count; ++i) {
                 if (i != k && i != k + 1) trial.pos[trial.count++] = set.pos[i];
@@ -724,8 +724,10 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             trial.c = set.c - s.d[a] - s.d[b];
             trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
                       s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
-            update_cross(s, trial, a, -1);
-            update_cross(s, trial, b, -1);
+            const Word32 *row_a = &s.rrt[a][0][0], *row_b = &s.rrt[b][0][0];
+            const Word32 *cross = &set.cross[0][0];
+            Word32 *trial_cross = &trial.cross[0][0];
+            for (int i = 0; i < kTracks * kTrackStride; ++i) trial_cross[i] = cross[i] - row_a[i] - row_b[i];
             place_fast(s, trial, a % kTracks, b % kTracks, kRepairCandidates);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
@@ -762,24 +764,21 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     }
     int rank[2 * kShiftsTried];
     rank_sets(sets, n, rank);
-    FastSet winner = sets[rank[0]];
-    int winner_ts = order[0];
+    int winner = rank[0];
     for (int r = 0; r < kRefined && r < n; ++r) {
-        FastSet set = sets[rank[r]];
+        FastSet &set = sets[rank[r]];
         refine_pairs_fast(s, set);
         for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
         }
-        if (r == 0 || ranks_above(set, winner)) {
-            winner = set;
-            winner_ts = shift_of[rank[r]];
-        }
+        if (r > 0 && ranks_above(set, sets[winner])) winner = rank[r];
     }
-    *ts_out = winner_ts;
+    *ts_out = shift_of[winner];
+    const FastSet &best = sets[winner];
     PulseSet out = {};
-    std::memcpy(out.pos, winner.pos, sizeof(out.pos));
-    out.count = winner.count;
-    out.c = winner.c;
-    out.e = winner.e;
+    std::memcpy(out.pos, best.pos, sizeof(out.pos));
+    out.count = best.count;
+    out.c = best.c;
+    out.e = best.e;
     return out;
 }
 
