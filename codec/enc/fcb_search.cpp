@@ -13,14 +13,16 @@
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
 // preset from d and the excitation-domain residual. For every track shift
 // (in order of promise: single-pulse tracks with the weakest second
-// candidates first; the first of equal scores wins) and each of the two strongest starting tracks, a depth-first search places
-// the pulses: one pulse fixed at the strongest position of the starting
-// track, the others in pairs of tracks searched jointly with the earlier
-// pulses held (the first three slots do not depend on the shift). The best
-// kRefined of these eight sets are then improved: every pair of pulses is
-// taken out and placed again jointly with the other six held (its first
-// pulse at one of the kRepairCandidates strongest places of its track; kept
-// when the score rises), then each pulse moves to the best place on its track, in two
+// candidates first; the first of equal scores wins) and each of the two
+// strongest starting tracks, a depth-first search places the pulses: one
+// pulse fixed at the strongest position of the starting track, the others
+// in pairs of tracks searched jointly with the earlier pulses held (the
+// first three slots do not depend on the shift; a pair's first track is
+// scanned strongest position first). The best kRefined of these eight sets
+// are then improved: every pair of pulses is taken out and placed again
+// jointly with the other six held (its first pulse at one of the
+// kRepairCandidates strongest places of its track; kept when the score
+// rises), then each pulse moves to the best place on its track, in two
 // passes; the best result wins.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
