@@ -182,7 +182,9 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
         const Word32 *u = rows[i & 1];
         Word32 *next = rows[(i + 1) & 1];
         for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + static_cast<Word32>(gi) * gf[k];
-        for (int m = 0; m + 1 < kTrackStride; ++m) next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
+        for (int m = 0; m + 1 < kTrackStride; ++m) {
+            next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
+        }
         next[kRow - 1] = 0;  // column 59, beyond every subframe
         Word32 *row = &s.rrt[i][0][0];
         const Word32 fi = flip[i];
