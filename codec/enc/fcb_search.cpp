@@ -28,6 +28,7 @@
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry nearest 1.2 times the
 // least-squares gain (see kGainLiftNum).
+#include <cmath>
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
@@ -106,16 +107,13 @@ int bits_of(Word64 v) {
     return b;
 }
 
+// floor(sqrt(v)), v >= 0: the double estimate (within one of the root for
+// v < 2^63) corrected to the exact integer root.
 Word64 isqrt(Word64 v) {
-    Word64 r = 0;
-    for (Word64 bit = static_cast<Word64>(1) << 62; bit > 0; bit >>= 2) {
-        if (v >= r + bit) {
-            v -= r + bit;
-            r = (r >> 1) + bit;
-        } else {
-            r >>= 1;
-        }
-    }
+    if (v <= 0) return 0;
+    Word64 r = static_cast<Word64>(std::sqrt(static_cast<double>(v)));
+    while (r > 0 && r > v / r) --r;
+    while (r + 1 <= v / (r + 1)) ++r;
     return r;
 }
 
