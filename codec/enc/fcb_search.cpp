@@ -142,14 +142,18 @@ int track_size(int t, int L);
 void rank_candidates(Search &s) {
     for (int t = 0; t < kTracks; ++t) {
         const int n = track_size(t, s.L);
-        const Word64 *v = s.strength + t;
-        // The rank of m: the positions stronger, or as strong and earlier.
+        // Insertion by falling strength (stable: ties keep the lower m first).
+        Word64 key[kTrackPositions];
+        int *c = s.cand[t];
         for (int m = 0; m < n; ++m) {
-            int rank = 0;
-            for (int q = 0; q < n; ++q) {
-                rank += (v[kTracks * q] > v[kTracks * m]) | ((v[kTracks * q] == v[kTracks * m]) & (q < m));
+            const Word64 v = s.strength[t + kTracks * m];
+            int k = m;
+            for (; k > 0 && key[k - 1] < v; --k) {
+                key[k] = key[k - 1];
+                c[k] = c[k - 1];
             }
-            s.cand[t][rank] = m;
+            key[k] = v;
+            c[k] = m;
         }
     }
 }
