@@ -11,19 +11,24 @@
 //
 // Rate 1 (35 bits): five interleaved tracks t + 5m (m = 0..10); three tracks
 // carry two pulses, two (chosen by a 2-bit track shift) carry one. Signs are
-// preset from d and the excitation-domain residual. For every track shift (in
-// order of promise: single-pulse tracks with the weakest second candidates
-// first; the first of equal scores wins), a depth-first search places the pulses: one
-// pulse fixed at the strongest position of a starting track, the others in
-// pairs of tracks searched jointly with the earlier pulses held, from the two
-// strongest starting tracks; in each set every pair of pulses is then taken
-// out and placed again jointly with the other six held (kept when the score
-// rises); each pulse of the better set then moves to the best place on its
-// track, in two passes.
+// preset from d and the excitation-domain residual. For every track shift
+// (in order of promise: single-pulse tracks with the weakest second
+// candidates first; the first of equal scores wins) and each of the two
+// strongest starting tracks, a depth-first search places the pulses: one
+// pulse fixed at the strongest position of the starting track, the others
+// in pairs of tracks searched jointly with the earlier pulses held (the
+// first three slots do not depend on the shift; a pair's first track is
+// scanned strongest position first). The best kRefined of these eight sets
+// are then improved: every pair of pulses is taken out and placed again
+// jointly with the other six held (its first pulse at one of the
+// kRepairCandidates strongest places of its track; kept when the score
+// rises), then each pulse moves to the best place on its track, in two
+// passes; the best result wins.
 // Rate 1/2 (10 bits): three pulses at 7p + 2i with signs +s, -s, +s, all
 // 2 x 8^3 combinations scored.
 // The gain index is then the table entry nearest 1.2 times the
 // least-squares gain (see kGainLiftNum).
+#include <cmath>
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
@@ -42,6 +47,7 @@ constexpr int kTrackStride = 12;       // kTrackPositions padded, rows of the tr
 constexpr int kShifts = 4;             // track shifts of the rate-1 layout
 constexpr int kShiftsTried = 4;        // track shifts searched, most promising first
 constexpr int kRefinePasses = 2;
+constexpr int kRefined = 4;            // depth-first sets (of 2 per shift) improved further
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -56,6 +62,7 @@ constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
 constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
+constexpr int kRepairCandidates = 7;   // first-track positions tried when a pair is placed again
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -76,6 +83,8 @@ struct Search {
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
     Word32 diag[kMaxLen];  // rr[p][p]
+    Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
     bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
@@ -98,16 +107,13 @@ int bits_of(Word64 v) {
     return b;
 }
 
+// floor(sqrt(v)), v >= 0: the double estimate (within one of the root for
+// v < 2^63) corrected to the exact integer root.
 Word64 isqrt(Word64 v) {
-    Word64 r = 0;
-    for (Word64 bit = static_cast<Word64>(1) << 62; bit > 0; bit >>= 2) {
-        if (v >= r + bit) {
-            v -= r + bit;
-            r = (r >> 1) + bit;
-        } else {
-            r >>= 1;
-        }
-    }
+    if (v <= 0) return 0;
+    Word64 r = static_cast<Word64>(std::sqrt(static_cast<double>(v)));
+    while (r > 0 && r > v / r) --r;
+    while (r + 1 <= v / (r + 1)) ++r;
     return r;
 }
 
@@ -125,6 +131,70 @@ void preset_signs(Search &s, const Word16 *residual) {
         const Word64 r = residual != nullptr ? residual[n] : 0;
         const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
         s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
+        s.strength[n] = b < 0 ? -b : b;
+    }
+}
+
+int track_size(int t, int L);
+
+// Per track the positions by falling d (sign folded), for the pair searches'
+// first track: a pulse pair rarely puts its first pulse at a weak position.
+void rank_candidates(Search &s) {
+    for (int t = 0; t < kTracks; ++t) {
+        const int n = track_size(t, s.L);
+        // Insertion by falling strength (stable: ties keep the lower m first).
+        Word64 key[kTrackPositions];
+        int *c = s.cand[t];
+        for (int m = 0; m < n; ++m) {
+            const Word64 v = s.strength[t + kTracks * m];
+            int k = m;
+            for (; k > 0 && key[k - 1] < v; --k) {
+                key[k] = key[k - 1];
+                c[k] = c[k - 1];
+            }
+            key[k] = v;
+            c[k] = m;
+        }
+    }
+}
+
+// The track-major matrix row by row from the last: with g[n] = h[L-1-n],
+//   rr[i][j] = rr[i + 1][j + 1] + g[i] g[j]   (rr[L][.] = 0),
+// and column j + 1 of a track-major row is the next track's entry m (the
+// entry m + 1 of track 0 after track 4), so each row is the previous one
+// moved by one track plus g[i] times g: whole-row vector steps. Every
+// intermediate value is an entry of the matrix (below 2^31 by the scaling),
+// so the sums are those of the column-wise form; they are scaled and their
+// signs folded as they are stored. Padding columns (j >= L) stay zero.
+void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rshift) {
+    const int L = s.L;
+    Word16 g[kTracks][kTrackStride] = {};
+    Word32 f[kTracks][kTrackStride] = {};
+    for (int n = 0; n < L; ++n) {
+        g[n % kTracks][n / kTracks] = hr[L - 1 - n];
+        f[n % kTracks][n / kTracks] = flip[n];
+    }
+    constexpr int kRow = kTracks * kTrackStride;
+    constexpr int kLastTrack = kRow - kTrackStride;
+    Word32 rows[2][kRow] = {};  // rows i + 1 and i, unscaled, in turn
+    const Word16 *gf = &g[0][0];
+    const Word32 *ff = &f[0][0];
+    for (int i = L - 1; i >= 0; --i) {
+        const Word16 gi = hr[L - 1 - i];
+        const Word32 *u = rows[i & 1];
+        Word32 *next = rows[(i + 1) & 1];
+        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + static_cast<Word32>(gi) * gf[k];
+        for (int m = 0; m + 1 < kTrackStride; ++m) {
+            next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
+        }
+        next[kRow - 1] = 0;  // column 59, beyond every subframe
+        Word32 *row = &s.rrt[i][0][0];
+        const Word32 fi = flip[i];
+        for (int k = 0; k < kRow; ++k) {
+            const Word32 x = ff[k] ^ fi;
+            row[k] = ((next[k] >> rshift) ^ x) - x;
+        }
+        s.diag[i] = row[track_major(i)];
     }
 }
 
@@ -148,21 +218,7 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
         s.d[n] *= s.sign[n];
         (&s.dt[0][0])[track_major(n)] = s.d[n];
     }
-    int col[kMaxLen];
-    for (int n = 0; n < L; ++n) col[n] = track_major(n);
-    // Track-major padding (columns at L and beyond) holds zeros: whole rows
-    // are summed.
-    int pad[kTracks * kTrackStride];
-    int n_pad = 0;
-    for (int t = 0; t < kTracks; ++t) {
-        for (int m = 0; m < kTrackStride; ++m) {
-            if (t + kTracks * m >= L) pad[n_pad++] = t * kTrackStride + m;
-        }
-    }
-    for (int i = 0; i < L && !s.full_matrix; ++i) {
-        for (int k = 0; k < n_pad; ++k) (&s.rrt[i][0][0])[pad[k]] = 0;
-    }
-
+    rank_candidates(s);
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
     // entries are then brought below 2^kMatrixBits.
@@ -181,34 +237,27 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int b = bits_of(energy32);
     const int rshift = b > kMatrixBits ? b - kMatrixBits : 0;
     fx::charge(static_cast<UWord32>(L * (L + 1) / 2));
+    Word32 flip[kMaxLen];
+    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
+    if (!s.full_matrix) {
+        track_major_matrix(s, hr, flip, rshift);
+        return;
+    }
     // Column j = L - 1 - k holds the sums of k + 1 terms: acc[delta] gains
     // h[k] h[k + delta] (one vector step over delta), then rr[j - delta][j]
     // = acc[delta] >> rshift, negated where the two signs differ.
     Word32 acc[kMaxLen] = {};
-    Word32 flip[kMaxLen];
-    for (int n = 0; n < L; ++n) flip[n] = s.sign[n] < 0 ? -1 : 0;
     for (int k = 0; k < L; ++k) {
         const int j = L - 1 - k;
         const Word16 hk = hr[k];
         for (int delta = 0; delta <= j; ++delta) acc[delta] += static_cast<Word32>(hk) * hr[k + delta];
         s.diag[j] = acc[0] >> rshift;
-        if (!s.full_matrix) {
-            Word32 *row_j = &s.rrt[j][0][0];
-            for (int delta = 0; delta <= j; ++delta) {
-                const int i = j - delta;
-                const Word32 m = flip[i] ^ flip[j];
-                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
-                (&s.rrt[i][0][0])[col[j]] = v;
-                row_j[col[i]] = v;
-            }
-        } else {
-            for (int delta = 0; delta <= j; ++delta) {
-                const int i = j - delta;
-                const Word32 m = flip[i] ^ flip[j];
-                const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
-                s.rr[i][j] = v;
-                s.rr[j][i] = v;
-            }
+        for (int delta = 0; delta <= j; ++delta) {
+            const int i = j - delta;
+            const Word32 m = flip[i] ^ flip[j];
+            const Word32 v = ((acc[delta] >> rshift) ^ m) - m;
+            s.rr[i][j] = v;
+            s.rr[j][i] = v;
         }
     }
 }
@@ -233,6 +282,13 @@ int track_size(int t, int L) {
     return n < kTrackPositions ? n : kTrackPositions;
 }
 
+// How many positions of track t (strongest first) a pair search tries for
+// its first pulse.
+int first_count(const Search &s, int t, int tried) {
+    const int n = track_size(t, s.L);
+    return n < tried ? n : tried;
+}
+
 // rrv[p] = sum over the set's pulses q of rr[p][q] (signs folded), for the
 // positions p of track t.
 void cross_terms_reference(const Search &s, const PulseSet &set, int t, Word64 *rrv) {
@@ -255,7 +311,7 @@ void add_pulse_reference(const Search &s, PulseSet &set, int p) {
 // Best pair of pulses on tracks t1, t2 added to set (t2 < 0: one pulse).
 // The second track's terms are gathered first so that the inner loop reads
 // one matrix entry per candidate; C^2 of the best so far is kept.
-void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
+void place_reference(const Search &s, PulseSet &set, int t1, int t2, int tried = kTrackPositions) {
     Word64 rrv[kMaxLen];
     cross_terms_reference(s, set, t1, rrv);
     int n2 = 1;
@@ -274,7 +330,9 @@ void place_reference(const Search &s, PulseSet &set, int t1, int t2) {
     }
     int best1 = -1, best2 = -1;
     Word64 bc2 = 0, be = 1;
-    for (int m1 = 0; m1 < track_size(t1, s.L); ++m1) {
+    const int n1 = t2 >= 0 ? first_count(s, t1, tried) : track_size(t1, s.L);
+    for (int r = 0; r < n1; ++r) {
+        const int m1 = t2 >= 0 ? s.cand[t1][r] : r;
         const int p1 = t1 + kTracks * m1;
         const Word64 c1 = set.c + s.d[p1];
         const Word64 e1 = set.e + s.rr[p1][p1] + 2 * rrv[p1];
@@ -381,7 +439,7 @@ void refine_pairs_reference(const Search &s, PulseSet &set) {
             for (int i = 0; i < set.count; ++i) {
                 if (i != k && i != k + 1) add_pulse_reference(s, trial, set.pos[i]);
             }
-            place_reference(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks);
+            place_reference(s, trial, set.pos[k] % kTracks, set.pos[k + 1] % kTracks, kRepairCandidates);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
     }
@@ -417,26 +475,60 @@ void starting_tracks(const Search &s, int *starts) {
     starts[1] = second;
 }
 
-// Depth-first search over the eight slots, from each of the two strongest
-// starting tracks; the better set is then refined.
-PulseSet search_full_reference(const Search &s, int ts) {
+// Whether set a ranks above set b: a positive energy, then the larger C^2 / E.
+template <typename Set>
+bool ranks_above(const Set &a, const Set &b) {
+    return a.e > 0 && (b.e <= 0 || better(a.c, a.e, b.c, b.e));
+}
+
+// Indices 0 .. n of the sets by falling rank, the earlier first among equals.
+template <typename Set>
+void rank_sets(const Set *sets, int n, int *rank) {
+    for (int a = 0; a < n; ++a) {
+        int b = a;
+        for (; b > 0 && ranks_above(sets[a], sets[rank[b - 1]]); --b) rank[b] = rank[b - 1];
+        rank[b] = a;
+    }
+}
+
+// Depth-first search over the eight slots for each track shift
+// order[0 .. kShiftsTried) and each of the two strongest starting tracks;
+// the kRefined best of these sets then go through the pair re-placement and
+// the refinement passes, and the best result wins (with its shift).
+PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
     int starts[2];
     starting_tracks(s, starts);
-    PulseSet best = {};
-    best.e = 1;
-    for (const int start : starts) {
-        int slots[kFullPulses];
-        slot_order(start, ts, slots);
-        PulseSet set = {};
-        add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
-        for (int k = 1; k < kFullPulses; k += 2) {
-            place_reference(s, set, slots[k], k + 1 < kFullPulses ? slots[k + 1] : -1);
+    PulseSet sets[2 * kShiftsTried];
+    int shift_of[2 * kShiftsTried];
+    int n = 0;
+    for (int k = 0; k < kShiftsTried; ++k) {
+        for (const int start : starts) {
+            int slots[kFullPulses];
+            slot_order(start, order[k], slots);
+            PulseSet set = {};
+            add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
+            for (int q = 1; q < kFullPulses; q += 2) {
+                place_reference(s, set, slots[q], q + 1 < kFullPulses ? slots[q + 1] : -1);
+            }
+            shift_of[n] = order[k];
+            sets[n++] = set;
         }
-        refine_pairs_reference(s, set);
-        if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
     }
-    for (int pass = 0; pass < kRefinePasses; ++pass) refine_reference(s, best);
-    return best;
+    int rank[2 * kShiftsTried];
+    rank_sets(sets, n, rank);
+    PulseSet winner = {};
+    int winner_ts = order[0];
+    for (int r = 0; r < kRefined && r < n; ++r) {
+        PulseSet set = sets[rank[r]];
+        refine_pairs_reference(s, set);
+        for (int pass = 0; pass < kRefinePasses; ++pass) refine_reference(s, set);
+        if (r == 0 || ranks_above(set, winner)) {
+            winner = set;
+            winner_ts = shift_of[rank[r]];
+        }
+    }
+    *ts_out = winner_ts;
+    return winner;
 }
 
 // ---- Rate 1, fast form ----------------------------------------------------
@@ -490,7 +582,7 @@ void empty_set(FastSet &set) {
 // place_reference: the first candidate in scan order with the largest
 // C^2 / E among those with E > 0. Starting from 0 / 1 only candidates with
 // C != 0 are taken in the loop; when none is, the first with E > 0 is.
-void place_fast(const Search &s, FastSet &set, int t1, int t2) {
+void place_fast(const Search &s, FastSet &set, int t1, int t2, int tried = kTrackPositions) {
     const int n1 = track_size(t1, s.L);
     int best1 = -1, best2 = -1;
     Word64 bc2 = 0, be = 1;
@@ -521,17 +613,20 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
             e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
         }
         // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
-        // |E| <= 64 * 2^20 by the scaling) and a float estimate of C^2 / E
-        // (relative error below 2^-22); a pair is compared exactly only when
-        // its estimate reaches the best estimate less a 10^-5 margin, which
-        // no pair whose exact score reaches the best's can fall below.
+        // |E| <= 64 * 2^20 by the scaling) and float products C^2 and t E
+        // (relative errors below 2^-23), t the best pair's C^2 / E estimate
+        // less a 10^-5 margin; a pair is compared exactly only when
+        // C^2 >= t E in float, which no pair whose exact score reaches the
+        // best's can fail.
         Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
         for (int m = 0; m < n2; ++m) {
             c2w[m] = static_cast<Word32>(c2[m]);
             e2w[m] = static_cast<Word32>(e2[m]);
         }
         float threshold = 0.0f;
-        for (int m1 = 0; m1 < n1; ++m1) {
+        const int n1c = first_count(s, t1, tried);
+        for (int r = 0; r < n1c; ++r) {
+            const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
             const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
@@ -545,31 +640,31 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
                 const Lanes32 ev = e1 + e2v + 2 * rv;
                 const Lanes32 positive = ev > 0;
                 const LanesF cf = __builtin_convertvector(cv, LanesF);
-                const LanesF ef = __builtin_convertvector(positive ? ev : Lanes32{1, 1, 1, 1}, LanesF);
-                const LanesF q = cf * cf / ef;
-                const LanesF sv = positive ? q : LanesF{-1.0f, -1.0f, -1.0f, -1.0f};
-                // The threshold only rises: a block with no estimate at it
-                // holds no pair to compare.
-                const Lanes32 hit = sv >= threshold;
+                const LanesF ef = __builtin_convertvector(ev, LanesF);
+                // C^2 >= threshold E, compared without a division. The
+                // threshold only rises: a block with no estimate at it holds
+                // no pair to compare.
+                const Lanes32 hit = positive & (cf * cf >= threshold * ef);
                 UWord64 hit_words[2];
                 std::memcpy(hit_words, &hit, sizeof(hit_words));
                 if ((hit_words[0] | hit_words[1]) == 0) continue;
                 for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
-                    if (sv[lane] < threshold) continue;
+                    if (hit[lane] == 0) continue;
                     const Word64 c = cv[lane];
                     const Word64 e = ev[lane];
                     const Word64 cc = c * c;
-                    if (e > 0 && cc * be > bc2 * e) {
+                    if (cc * be > bc2 * e) {
                         bc2 = cc;
                         be = e;
                         best1 = p1;
                         best2 = t2 + kTracks * (b + lane);
-                        threshold = sv[lane] * kScoreMargin;
+                        threshold = cf[lane] * cf[lane] / ef[lane] * kScoreMargin;
                     }
                 }
             }
         }
-        for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
+        for (int r = 0; r < n1c && best1 < 0; ++r) {
+            const int m1 = s.cand[t1][r];
             const int p1 = t1 + kTracks * m1;
             const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
             for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
@@ -586,8 +681,10 @@ void place_fast(const Search &s, FastSet &set, int t1, int t2) {
 }
 
 // refine_reference with the kept cross sums: the others' sum at p is the
-// set's sum less the moving pulse's own entry.
-void refine_fast(const Search &s, FastSet &set) {
+// set's sum less the moving pulse's own entry. Returns whether a pulse moved
+// (a pass that moves none leaves every later pass nothing to move).
+bool refine_fast(const Search &s, FastSet &set) {
+    bool moved = false;
     for (int k = 0; k < set.count; ++k) {
         const int old = set.pos[k];
         const int t = old % kTracks;
@@ -610,11 +707,13 @@ void refine_fast(const Search &s, FastSet &set) {
         if (best != old) {
             update_cross(s, set, old, -1);
             update_cross(s, set, best, 1);
+            moved = true;
         }
         set.pos[k] = best;
         set.c = bc;
         set.e = be;
     }
+    return moved;
 }
 
 // refine_pairs_reference: the set without pulses a, b has
@@ -623,7 +722,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
     for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             const int a = set.pos[k], b = set.pos[k + 1];
-            FastSet trial = set;
+            FastSet trial;
             trial.count = 0;
             for (int i = 0; i < set.count; ++i) {
                 if (i != k && i != k + 1) trial.pos[trial.count++] = set.pos[i];
@@ -631,16 +730,18 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             trial.c = set.c - s.d[a] - s.d[b];
             trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
                       s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
-            update_cross(s, trial, a, -1);
-            update_cross(s, trial, b, -1);
-            place_fast(s, trial, a % kTracks, b % kTracks);
+            const Word32 *row_a = &s.rrt[a][0][0], *row_b = &s.rrt[b][0][0];
+            const Word32 *cross = &set.cross[0][0];
+            Word32 *trial_cross = &trial.cross[0][0];
+            for (int i = 0; i < kTracks * kTrackStride; ++i) trial_cross[i] = cross[i] - row_a[i] - row_b[i];
+            place_fast(s, trial, a % kTracks, b % kTracks, kRepairCandidates);
             if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
         }
     }
 }
 
-// The searches of the track shifts order[0 .. kShiftsTried), each as
-// search_full_reference; returns the best set and its shift.
+// search_full_reference with the first three slots, which do not depend on
+// the track shift, searched once per starting track.
 PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     int starts[2];
     starting_tracks(s, starts);
@@ -653,37 +754,37 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
         place_fast(s, prefix[i], slots[1], slots[2]);
         place_fast(s, prefix[i], slots[3], slots[4]);
     }
-    FastSet winner;
-    winner.count = 0;
-    winner.c = 0;
-    winner.e = 1;
-    int winner_ts = order[0];
+    FastSet sets[2 * kShiftsTried];
+    int shift_of[2 * kShiftsTried];
+    int n = 0;
     for (int k = 0; k < kShiftsTried; ++k) {
-        FastSet best;
-        best.count = 0;
-        best.c = 0;
-        best.e = 1;
         for (int i = 0; i < 2; ++i) {
             int slots[kFullPulses];
             slot_order(starts[i], order[k], slots);
-            FastSet set = prefix[i];
+            FastSet &set = sets[n];
+            set = prefix[i];
             place_fast(s, set, slots[5], slots[6]);
             place_fast(s, set, slots[7], -1);
-            refine_pairs_fast(s, set);
-            if (set.e > 0 && (best.count == 0 || better(set.c, set.e, best.c, best.e))) best = set;
-        }
-        for (int pass = 0; pass < kRefinePasses; ++pass) refine_fast(s, best);
-        if (k == 0 || better(best.c, best.e, winner.c, winner.e)) {
-            winner = best;
-            winner_ts = order[k];
+            shift_of[n++] = order[k];
         }
     }
-    *ts_out = winner_ts;
+    int rank[2 * kShiftsTried];
+    rank_sets(sets, n, rank);
+    int winner = rank[0];
+    for (int r = 0; r < kRefined && r < n; ++r) {
+        FastSet &set = sets[rank[r]];
+        refine_pairs_fast(s, set);
+        for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
+        }
+        if (r > 0 && ranks_above(set, sets[winner])) winner = rank[r];
+    }
+    *ts_out = shift_of[winner];
+    const FastSet &best = sets[winner];
     PulseSet out = {};
-    std::memcpy(out.pos, winner.pos, sizeof(out.pos));
-    out.count = winner.count;
-    out.c = winner.c;
-    out.e = winner.e;
+    std::memcpy(out.pos, best.pos, sizeof(out.pos));
+    out.count = best.count;
+    out.c = best.c;
+    out.e = best.e;
     return out;
 }
 
@@ -815,18 +916,7 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
         rank_track_shifts(s, order);
         int ts = order[0];
         PulseSet set;
-        if (reference) {
-            set = search_full_reference(s, ts);
-            for (int k = 1; k < kShiftsTried; ++k) {
-                const PulseSet other = search_full_reference(s, order[k]);
-                if (better(other.c, other.e, set.c, set.e)) {
-                    set = other;
-                    ts = order[k];
-                }
-            }
-        } else {
-            set = search_full_fast(s, order, &ts);
-        }
+        set = reference ? search_full_reference(s, order, &ts) : search_full_fast(s, order, &ts);
         encode_full(set, s.sign, ts, indices);
     } else {
         indices[0] = search_half(s);

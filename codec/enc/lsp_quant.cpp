@@ -69,7 +69,11 @@ int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, co
     int best = 0;
     for (int j = 0; j < bound; j += N) {
         if (codebook[j] <= floor_value) continue;
+        // Every term is >= 0 (wd_hi has the sign of diff, the weights are
+        // unsigned), so a row whose partial error already reaches the best
+        // cannot win and is left.
         Word64 sum = 0;
+        bool beaten = false;
         for (int k = 0; k < N; ++k) {
             // The two-value splits take the difference the other way round,
             // which rounds the weighted term differently for negative values.
@@ -78,7 +82,12 @@ int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, co
             const Word32 wd = fx::L_mult_su(diff, static_cast<Word32>(static_cast<UWord16>(weights[k])));
             const Word16 wd_hi = static_cast<Word16>(sat32q(2 * static_cast<Word64>(wd)) >> 16);
             sum += static_cast<Word32>(diff) * wd_hi;
+            if (k + 1 < N && 2 * sum >= best_error) {
+                beaten = true;
+                break;
+            }
         }
+        if (beaten) continue;
         const Word32 error = sat32q(2 * sum);
         if (error < best_error) {
             best_error = error;

@@ -10,7 +10,9 @@
 // current frame,
 //   rho(d) = sum e[n] e[n-d] / sqrt(sum e[n]^2 * sum e[n-d]^2),
 // n over the current frame, d = 20..120 (the lagged window reaches back into
-// the previous frame). The lag of the largest rho is taken, then
+// the previous frame). The lag of the largest rho is taken (found by
+// comparing r^2 / e cross-multiplied, so that rho with its square root and
+// division is formed only at the few lags the rules below read), then
 //   - sub-multiples d/k (k = 4, 3, 2) whose rho comes close to it are
 //     preferred, so that a doubled (tripled) period is never chosen;
 //   - near the previous frame's delay a lag almost as good is preferred, so
@@ -132,22 +134,34 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     const Pf e0 = Pf::from_l(correlate(x, 0));
     Word32 e_lag = 0;
     for (int n = kFrame - kMinDelay; n < 2 * kFrame - kMinDelay; ++n) e_lag = fx::L_mac(e_lag, x[n], x[n]);
-    Word16 rho[kLags];
+    // The peak lag by rho^2 compared cross-multiplied (r_i^2 e_b > r_b^2 e_i,
+    // no square root or division per lag); rho itself only where the
+    // choices below read it.
+    Word32 r[kLags];
+    Pf r2[kLags], el[kLags];
+    int best = 0;
     for (int i = 0; i < kLags; ++i) {
         const int d = kMinDelay + i;
         if (i > 0) {
             e_lag = fx::L_mac(e_lag, x[kFrame - d], x[kFrame - d]);
             e_lag = fx::L_msu(e_lag, x[2 * kFrame - d], x[2 * kFrame - d]);
         }
-        const Word32 r = correlate(x, d);
-        rho[i] = (r <= 0 || e_lag <= 0) ? 0 : Pf::from_l(r).div(e0.mul(Pf::from_l(e_lag)).sqrt()).to_q15();
+        r[i] = correlate(x, d);
+        const bool usable = r[i] > 0 && e_lag > 0;
+        el[i] = Pf::from_l(usable ? e_lag : 0);
+        r2[i] = usable ? Pf::from_l(r[i]).mul(Pf::from_l(r[i])) : Pf::from_l(0);
+        if (r2[i].m != 0 && (r2[best].m == 0 || r2[i].mul(el[best]).greater(r2[best].mul(el[i])))) best = i;
     }
-
-    int best = 0;
-    for (int i = 1; i < kLags; ++i) {
-        if (rho[i] > rho[best]) best = i;
-    }
-    const Word16 beta = rho[best];
+    Word16 rho[kLags];
+    bool known[kLags] = {};
+    const auto rho_at = [&](int i) {
+        if (!known[i]) {
+            known[i] = true;
+            rho[i] = r2[i].m == 0 ? 0 : Pf::from_l(r[i]).div(e0.mul(el[i]).sqrt()).to_q15();
+        }
+        return rho[i];
+    };
+    const Word16 beta = rho_at(best);
     if (beta < kVoicedMinQ15) {
         state->sDelay = (prev_delay >= kMinDelay && prev_delay <= kMaxDelay) ? prev_delay : 40;
         state->sBeta = beta;
@@ -162,7 +176,7 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
         for (int d = centre - 1; d <= centre + 1; ++d) {
             const int i = d - kMinDelay;
             if (i < 0 || i >= kLags) continue;
-            if (rho[i] >= sub_floor && (found < 0 || rho[i] > rho[found])) found = i;
+            if (rho_at(i) >= sub_floor && (found < 0 || rho_at(i) > rho_at(found))) found = i;
         }
         if (found >= 0) {
             best = found;
@@ -172,24 +186,24 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     // Continuity with the previous delay.
     if (prev_delay >= kMinDelay && prev_delay <= kMaxDelay && state->work_pitch[evrc_enc::kPrevBetaSlot] >=
                                                                    kVoicedMinQ15) {
-        const Word16 track_floor = fx::mult(rho[best], kTrackRatioQ15);
+        const Word16 track_floor = fx::mult(rho_at(best), kTrackRatioQ15);
         int found = -1;
         for (int d = prev_delay - kTrackSpan; d <= prev_delay + kTrackSpan; ++d) {
             const int i = d - kMinDelay;
             if (i < 0 || i >= kLags) continue;
-            if (rho[i] >= track_floor && (found < 0 || rho[i] > rho[found])) found = i;
+            if (rho_at(i) >= track_floor && (found < 0 || rho_at(i) > rho_at(found))) found = i;
         }
         if (found >= 0) best = found;
     }
     // The local peak around the chosen lag, then the whole delay on the side
     // of the true period that pulls the accumulated shift towards zero.
-    while (best > 0 && rho[best - 1] > rho[best]) --best;
-    while (best < kLags - 1 && rho[best + 1] > rho[best]) ++best;
+    while (best > 0 && rho_at(best - 1) > rho_at(best)) --best;
+    while (best < kLags - 1 && rho_at(best + 1) > rho_at(best)) ++best;
     int delay = kMinDelay + best;
     if (best > 0 && best < kLags - 1) {
         // Sign of the parabola's vertex offset: rho[-1] > rho[+1] puts the
         // true period below the whole lag.
-        const Word16 lean = fx::sub(rho[best + 1], rho[best - 1]);
+        const Word16 lean = fx::sub(rho_at(best + 1), rho_at(best - 1));
         const Word16 shift_q8 = state->sAccumShift;
         if (shift_q8 > kSteerShiftQ8 && lean < 0) delay -= 1;      // floor of the true period
         if (shift_q8 < -kSteerShiftQ8 && lean > 0) delay += 1;     // ceiling of the true period
