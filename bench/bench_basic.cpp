@@ -41,21 +41,20 @@ void run(benchmark::State &state, Op op) {
     state.SetItemsProcessed(state.iterations());
 }
 
-#define BENCH_BOTH(name, expr_exported, expr_inline)                                           \
-    void BM_evrc_##name(benchmark::State &state) {                                             \
-        run(state, [](const Operands &o, std::size_t i) { return expr_exported; });            \
-    }                                                                                          \
-    void BM_fx_##name(benchmark::State &state) {                                               \
-        run(state, [](const Operands &o, std::size_t i) { return expr_inline; });              \
-    }                                                                                          \
-    BENCHMARK(BM_evrc_##name);                                                                 \
+#define BENCH_BOTH(name, expr_exported, expr_inline)                                \
+    void BM_evrc_##name(benchmark::State &state) {                                  \
+        run(state, [](const Operands &o, std::size_t i) { return expr_exported; }); \
+    }                                                                               \
+    void BM_fx_##name(benchmark::State &state) {                                    \
+        run(state, [](const Operands &o, std::size_t i) { return expr_inline; });   \
+    }                                                                               \
+    BENCHMARK(BM_evrc_##name);                                                      \
     BENCHMARK(BM_fx_##name)
 
 #define NEXT(i) (((i) + 1) & (kOperands - 1))
 
 BENCH_BOTH(add, evrc_add(o.s16[i], o.s16[NEXT(i)]), fx::add(o.s16[i], o.s16[NEXT(i)]));
-BENCH_BOTH(L_mac, evrc_L_mac(o.s32[i], o.s16[i], o.s16[NEXT(i)]),
-           fx::L_mac(o.s32[i], o.s16[i], o.s16[NEXT(i)]));
+BENCH_BOTH(L_mac, evrc_L_mac(o.s32[i], o.s16[i], o.s16[NEXT(i)]), fx::L_mac(o.s32[i], o.s16[i], o.s16[NEXT(i)]));
 BENCH_BOTH(L_mult_32_16, evrc_L_mult_32_16(o.s32[i], o.s16[i]), fx::L_mult_32_16(o.s32[i], o.s16[i]));
 BENCH_BOTH(norm_l, evrc_norm_l(o.s32[i]), fx::norm_l(o.s32[i]));
 BENCH_BOTH(divide_dp, evrc_divide_dp(o.s32[i], o.s32[NEXT(i)], 1), fx::divide_dp(o.s32[i], o.s32[NEXT(i)], 1));
@@ -81,8 +80,7 @@ void BM_dot160_int_mac_16_16(benchmark::State &state) {
     std::size_t offset = 0;
     for (auto _ : state) {
         Word64 acc = 0;
-        for (std::size_t n = 0; n < 160; ++n)
-            acc = fx::int_mac_16_16(acc, o.s16[offset + n], o.s16[offset + n + 160]);
+        for (std::size_t n = 0; n < 160; ++n) acc = fx::int_mac_16_16(acc, o.s16[offset + n], o.s16[offset + n + 160]);
         benchmark::DoNotOptimize(fx::L_sat32_64(fx::L_shl64(acc, 1)));
         offset = (offset + 1) & 511;
     }

@@ -14,9 +14,9 @@
 // buffers, the state changes to Executing and back, and tearing it down.
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
@@ -115,7 +115,11 @@ void BM_ComponentOverhead(benchmark::State &state) {
 
 // The long stream, and one buffer's worth, which shows the fixed cost of
 // setting the component up and tearing it down.
-BENCHMARK(BM_ComponentOverhead)->Arg(kStreamPackets)->Arg(kBufferPackets)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ComponentOverhead)
+    ->Arg(kStreamPackets)
+    ->Arg(kBufferPackets)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

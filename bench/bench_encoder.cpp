@@ -33,9 +33,11 @@ std::vector<Word16> speech_like() {
         const double cycle = std::fmod(t, 1.5);
         phase += (120 + 50 * std::sin(2 * kPi * 0.6 * t)) / 8000.0;
         const double pulse = phase >= 1 ? (phase -= 1, 5000.0) : 0.0;
-        double source = 8 * noise(rng);                                  // background
-        if (cycle < 0.9) source += pulse;                                 // voiced
-        else if (cycle < 1.1) source += 900 * noise(rng);                 // unvoiced
+        double source = 8 * noise(rng);  // background
+        if (cycle < 0.9)
+            source += pulse;  // voiced
+        else if (cycle < 1.1)
+            source += 900 * noise(rng);  // unvoiced
         const double y = source + 2 * 0.95 * std::cos(2 * kPi * 650 / 8000) * y1 - 0.9025 * y2;
         const double z = y + 2 * 0.9 * std::cos(2 * kPi * 1700 / 8000) * z1 - 0.81 * z2;
         y2 = y1, y1 = y, z2 = z1, z1 = z;

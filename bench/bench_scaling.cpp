@@ -55,8 +55,8 @@ std::vector<Word16> test_signal() {
 }
 
 struct Work {
-    std::vector<Word16> pcm;           // frames of input for the encoder
-    std::vector<EvrcPacket> packets;   // frames of input for the decoder
+    std::vector<Word16> pcm;          // frames of input for the encoder
+    std::vector<EvrcPacket> packets;  // frames of input for the decoder
 };
 
 Work make_work() {

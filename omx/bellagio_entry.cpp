@@ -37,12 +37,12 @@ namespace {
 // What pComponentPrivate of a Bellagio handle points at.
 struct BellagioBinding {
     omx_base_component_PrivateType core_view;  // only `loader` is used, by the core
-    omx_evrc_adec* component;
+    omx_evrc_adec *component;
 };
 
-omx_evrc_adec* component_of(OMX_HANDLETYPE h) {
+omx_evrc_adec *component_of(OMX_HANDLETYPE h) {
     if (h == nullptr) return nullptr;
-    auto* binding = static_cast<BellagioBinding*>(static_cast<OMX_COMPONENTTYPE*>(h)->pComponentPrivate);
+    auto *binding = static_cast<BellagioBinding *>(static_cast<OMX_COMPONENTTYPE *>(h)->pComponentPrivate);
     return binding != nullptr ? binding->component : nullptr;
 }
 
@@ -50,13 +50,13 @@ omx_evrc_adec* component_of(OMX_HANDLETYPE h) {
 // 32-bit. OMX_ALL (0xFFFFFFFF) survives the narrowing unchanged.
 unsigned int u32(OMX_U32 v) { return static_cast<unsigned int>(v); }
 
-#define EVRC_FORWARD(call)                                      \
-    omx_evrc_adec* c = component_of(h);                         \
-    if (c == nullptr) return OMX_ErrorInvalidComponent;         \
+#define EVRC_FORWARD(call)                              \
+    omx_evrc_adec *c = component_of(h);                 \
+    if (c == nullptr) return OMX_ErrorInvalidComponent; \
     return c->call
 
-OMX_ERRORTYPE GetComponentVersion(OMX_HANDLETYPE h, OMX_STRING name, OMX_VERSIONTYPE* comp, OMX_VERSIONTYPE* spec_version,
-                                  OMX_UUIDTYPE* uuid) {
+OMX_ERRORTYPE GetComponentVersion(OMX_HANDLETYPE h, OMX_STRING name, OMX_VERSIONTYPE *comp,
+                                  OMX_VERSIONTYPE *spec_version, OMX_UUIDTYPE *uuid) {
     EVRC_FORWARD(get_component_version(h, name, comp, spec_version, uuid));
 }
 
@@ -80,51 +80,44 @@ OMX_ERRORTYPE SetConfig(OMX_HANDLETYPE h, OMX_INDEXTYPE index, OMX_PTR config) {
     EVRC_FORWARD(set_config(h, index, config));
 }
 
-OMX_ERRORTYPE GetExtensionIndex(OMX_HANDLETYPE h, OMX_STRING name, OMX_INDEXTYPE* index) {
+OMX_ERRORTYPE GetExtensionIndex(OMX_HANDLETYPE h, OMX_STRING name, OMX_INDEXTYPE *index) {
     EVRC_FORWARD(get_extension_index(h, name, index));
 }
 
-OMX_ERRORTYPE GetState(OMX_HANDLETYPE h, OMX_STATETYPE* state) {
-    EVRC_FORWARD(get_state(h, state));
-}
+OMX_ERRORTYPE GetState(OMX_HANDLETYPE h, OMX_STATETYPE *state) { EVRC_FORWARD(get_state(h, state)); }
 
 OMX_ERRORTYPE ComponentTunnelRequest(OMX_HANDLETYPE h, OMX_U32 port, OMX_HANDLETYPE peer, OMX_U32 peer_port,
-                                     OMX_TUNNELSETUPTYPE* setup) {
+                                     OMX_TUNNELSETUPTYPE *setup) {
     EVRC_FORWARD(component_tunnel_request(h, u32(port), peer, u32(peer_port), setup));
 }
 
-OMX_ERRORTYPE UseBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE** hdr, OMX_U32 port, OMX_PTR app, OMX_U32 bytes,
-                        OMX_U8* buffer) {
+OMX_ERRORTYPE UseBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE **hdr, OMX_U32 port, OMX_PTR app, OMX_U32 bytes,
+                        OMX_U8 *buffer) {
     EVRC_FORWARD(use_buffer(h, hdr, u32(port), app, u32(bytes), buffer));
 }
 
-OMX_ERRORTYPE AllocateBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE** hdr, OMX_U32 port, OMX_PTR app,
-                             OMX_U32 bytes) {
+OMX_ERRORTYPE AllocateBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE **hdr, OMX_U32 port, OMX_PTR app, OMX_U32 bytes) {
     EVRC_FORWARD(allocate_buffer(h, hdr, u32(port), app, u32(bytes)));
 }
 
-OMX_ERRORTYPE FreeBuffer(OMX_HANDLETYPE h, OMX_U32 port, OMX_BUFFERHEADERTYPE* hdr) {
+OMX_ERRORTYPE FreeBuffer(OMX_HANDLETYPE h, OMX_U32 port, OMX_BUFFERHEADERTYPE *hdr) {
     EVRC_FORWARD(free_buffer(h, u32(port), hdr));
 }
 
-OMX_ERRORTYPE EmptyThisBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE* hdr) {
-    EVRC_FORWARD(empty_this_buffer(h, hdr));
-}
+OMX_ERRORTYPE EmptyThisBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE *hdr) { EVRC_FORWARD(empty_this_buffer(h, hdr)); }
 
-OMX_ERRORTYPE FillThisBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE* hdr) {
-    EVRC_FORWARD(fill_this_buffer(h, hdr));
-}
+OMX_ERRORTYPE FillThisBuffer(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE *hdr) { EVRC_FORWARD(fill_this_buffer(h, hdr)); }
 
-OMX_ERRORTYPE SetCallbacks(OMX_HANDLETYPE h, OMX_CALLBACKTYPE* callbacks, OMX_PTR app) {
-    if (h != nullptr) static_cast<OMX_COMPONENTTYPE*>(h)->pApplicationPrivate = app;
+OMX_ERRORTYPE SetCallbacks(OMX_HANDLETYPE h, OMX_CALLBACKTYPE *callbacks, OMX_PTR app) {
+    if (h != nullptr) static_cast<OMX_COMPONENTTYPE *>(h)->pApplicationPrivate = app;
     EVRC_FORWARD(set_callbacks(h, callbacks, app));
 }
 
-OMX_ERRORTYPE UseEGLImage(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE** hdr, OMX_U32 port, OMX_PTR app, void* image) {
+OMX_ERRORTYPE UseEGLImage(OMX_HANDLETYPE h, OMX_BUFFERHEADERTYPE **hdr, OMX_U32 port, OMX_PTR app, void *image) {
     EVRC_FORWARD(use_EGL_image(h, hdr, u32(port), app, image));
 }
 
-OMX_ERRORTYPE ComponentRoleEnum(OMX_HANDLETYPE h, OMX_U8* role, OMX_U32 index) {
+OMX_ERRORTYPE ComponentRoleEnum(OMX_HANDLETYPE h, OMX_U8 *role, OMX_U32 index) {
     EVRC_FORWARD(component_role_enum(h, role, u32(index)));
 }
 
@@ -134,8 +127,8 @@ OMX_ERRORTYPE ComponentRoleEnum(OMX_HANDLETYPE h, OMX_U8* role, OMX_U32 index) {
 // OMX_COMPONENTTYPE itself afterwards.
 OMX_ERRORTYPE ComponentDeInit(OMX_HANDLETYPE h) {
     if (h == nullptr) return OMX_ErrorBadParameter;
-    auto* omx = static_cast<OMX_COMPONENTTYPE*>(h);
-    auto* binding = static_cast<BellagioBinding*>(omx->pComponentPrivate);
+    auto *omx = static_cast<OMX_COMPONENTTYPE *>(h);
+    auto *binding = static_cast<BellagioBinding *>(omx->pComponentPrivate);
     if (binding == nullptr) return OMX_ErrorNone;
     OMX_ERRORTYPE err = OMX_ErrorNone;
     if (binding->component != nullptr) {
@@ -147,7 +140,7 @@ OMX_ERRORTYPE ComponentDeInit(OMX_HANDLETYPE h) {
     return err;
 }
 
-void fill_function_table(OMX_COMPONENTTYPE* omx) {
+void fill_function_table(OMX_COMPONENTTYPE *omx) {
     omx->GetComponentVersion = GetComponentVersion;
     omx->SendCommand = SendCommand;
     omx->GetParameter = GetParameter;
@@ -173,14 +166,14 @@ void fill_function_table(OMX_COMPONENTTYPE* omx) {
 // ComponentDeInit and frees the handle, whereas for
 // OMX_ErrorInsufficientResources it would hand the half-built handle to the
 // client.
-OMX_ERRORTYPE construct(OMX_COMPONENTTYPE* omx, OMX_STRING name) {
+OMX_ERRORTYPE construct(OMX_COMPONENTTYPE *omx, OMX_STRING name) {
     if (omx == nullptr || name == nullptr) return OMX_ErrorBadParameter;
     omx->nSize = sizeof(OMX_COMPONENTTYPE);
     omx->nVersion.nVersion = omx_evrc_adec::kVersion;
     omx->pComponentPrivate = nullptr;
     fill_function_table(omx);
 
-    auto* binding = new (std::nothrow) BellagioBinding();
+    auto *binding = new (std::nothrow) BellagioBinding();
     if (binding == nullptr) {
         OMX_EVRC_LOG("Error: cannot allocate the component binding\n");
         return OMX_ErrorUndefined;
@@ -188,7 +181,7 @@ OMX_ERRORTYPE construct(OMX_COMPONENTTYPE* omx, OMX_STRING name) {
     binding->core_view.openmaxStandComp = omx;
     omx->pComponentPrivate = binding;
 
-    binding->component = static_cast<omx_evrc_adec*>(get_omx_component_factory_fn());
+    binding->component = static_cast<omx_evrc_adec *>(get_omx_component_factory_fn());
     if (binding->component == nullptr) {
         OMX_EVRC_LOG("Error: cannot create the component %s\n", name);
         return OMX_ErrorUndefined;
@@ -202,23 +195,23 @@ OMX_ERRORTYPE construct(OMX_COMPONENTTYPE* omx, OMX_STRING name) {
     return OMX_ErrorNone;
 }
 
-char* copy_string(const char* s) {
+char *copy_string(const char *s) {
     const std::size_t n = std::strlen(s) + 1;
-    char* out = static_cast<char*>(std::malloc(n));
+    char *out = static_cast<char *>(std::malloc(n));
     if (out != nullptr) std::memcpy(out, s, n);
     return out;
 }
 
 // Fills one loader record: the generic name, and both names under which
 // the component can be requested, each with the decoder role.
-bool describe_component(stLoaderComponentType* rec) {
-    static const char* const names[] = {omx_evrc_adec::kName, omx_evrc_adec::kTunneledName};
+bool describe_component(stLoaderComponentType *rec) {
+    static const char *const names[] = {omx_evrc_adec::kName, omx_evrc_adec::kTunneledName};
     constexpr unsigned kNames = sizeof(names) / sizeof(names[0]);
 
     rec->componentVersion.nVersion = omx_evrc_adec::kVersion;
     rec->name = copy_string(omx_evrc_adec::kName);
-    rec->name_specific = static_cast<char**>(std::calloc(kNames, sizeof(char*)));
-    rec->role_specific = static_cast<char**>(std::calloc(kNames, sizeof(char*)));
+    rec->name_specific = static_cast<char **>(std::calloc(kNames, sizeof(char *)));
+    rec->role_specific = static_cast<char **>(std::calloc(kNames, sizeof(char *)));
     if (rec->name == nullptr || rec->name_specific == nullptr || rec->role_specific == nullptr) return false;
     rec->name_specific_length = kNames;
     for (unsigned i = 0; i < kNames; ++i) {
@@ -237,7 +230,7 @@ bool describe_component(stLoaderComponentType* rec) {
 // Component list for Bellagio's static loader: with a null list returns the
 // number of components this library provides; otherwise fills the records
 // the caller has allocated, one per component, and returns the same number.
-extern "C" EVRC_API int omx_component_library_Setup(stLoaderComponentType** list) {
+extern "C" EVRC_API int omx_component_library_Setup(stLoaderComponentType **list) {
     constexpr int kComponents = 1;
     if (list == nullptr) return kComponents;
     if (list[0] == nullptr || !describe_component(list[0])) {

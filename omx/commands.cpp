@@ -1,17 +1,15 @@
 // Commands and the state machine: send_command on the client's thread,
 // send_command_proxy and the completions on the command thread.
+#include <unistd.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "omx/log.h"
 #include "omx/omx_evrc_adec.h"
 
-OMX_ERRORTYPE omx_evrc_adec::send_command(void* hComp, OMX_COMMANDTYPE cmd, unsigned int param, void* cmdData)
-{
-    if (state == OMX_StateInvalid)
-        return OMX_ErrorInvalidState;
+OMX_ERRORTYPE omx_evrc_adec::send_command(void *hComp, OMX_COMMANDTYPE cmd, unsigned int param, void *cmdData) {
+    if (state == OMX_StateInvalid) return OMX_ErrorInvalidState;
     if ((cmd == OMX_CommandMarkBuffer || cmd == OMX_CommandFlush) && static_cast<int>(param) > 1)
         return OMX_ErrorBadPortIndex;
 
@@ -26,11 +24,9 @@ OMX_ERRORTYPE omx_evrc_adec::send_command(void* hComp, OMX_COMMANDTYPE cmd, unsi
         return OMX_ErrorNone;
     }
 
-    if (param != 0)
-        return OMX_ErrorNotImplemented;
-    if (!cmdData)
-        return OMX_ErrorBadParameter;
-    const OMX_MARKTYPE* mark = static_cast<const OMX_MARKTYPE*>(cmdData);
+    if (param != 0) return OMX_ErrorNotImplemented;
+    if (!cmdData) return OMX_ErrorBadParameter;
+    const OMX_MARKTYPE *mark = static_cast<const OMX_MARKTYPE *>(cmdData);
     mark_target = mark->hMarkTargetComponent;
     mark_data = mark->pMarkData;
     OMX_EVRC_LOG("Propogate Mark: tgt comp %p mark data %p\t\t\t\tcur comp %p", mark->hMarkTargetComponent,
@@ -47,9 +43,8 @@ enum class Step { Now, Wait, Invalid, SameState, Incorrect, BadParameter };
 // The command thread's side of send_command: one function per command, then
 // the client is released and, for a command that completes at once, its
 // completion queued.
-OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void* /*hComp*/, OMX_COMMANDTYPE cmd, unsigned int param,
-                                                void* /*cmdData*/)
-{
+OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void * /*hComp*/, OMX_COMMANDTYPE cmd, unsigned int param,
+                                                void * /*cmdData*/) {
     CommandStep step{OMX_ErrorNone, true};
     if (static_cast<unsigned>(cmd) >= 4) {
         OMX_EVRC_LOG("SCP-->ERROR: Invali Command [%d]\n", cmd);
@@ -57,8 +52,7 @@ OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void* /*hComp*/, OMX_COMMANDTYPE
     } else if (cmd == OMX_CommandStateSet) {
         bool abandoned = false;
         step = change_state(param, &abandoned);
-        if (abandoned)
-            return step.result;  // no decoder state: the client stays in send_command
+        if (abandoned) return step.result;  // no decoder state: the client stays in send_command
     } else if (cmd == OMX_CommandFlush) {
         step = flush_ports(param);
     } else if (cmd == OMX_CommandPortDisable) {
@@ -73,15 +67,13 @@ OMX_ERRORTYPE omx_evrc_adec::send_command_proxy(void* /*hComp*/, OMX_COMMANDTYPE
     return step.result;
 }
 
-omx_evrc_adec::CommandStep omx_evrc_adec::change_state(unsigned int target, bool* abandoned)
-{
+omx_evrc_adec::CommandStep omx_evrc_adec::change_state(unsigned int target, bool *abandoned) {
     const OMX_STATETYPE cur = state;
     Step step = Step::BadParameter;
 
     if (cur == OMX_StatePause) {
         // Leaving Pause, whatever the target: the input thread is let go.
-        if (target == OMX_StateIdle)
-            idle_pending = 1;
+        if (target == OMX_StateIdle) idle_pending = 1;
         pthread_mutex_lock(&park_lock);
         if (input_parked) {
             input_parked = 0;
@@ -174,17 +166,14 @@ omx_evrc_adec::CommandStep omx_evrc_adec::change_state(unsigned int target, bool
                 OMX_EVRC_LOG("SCP--> %d to %d(Not Handled)\n", cur, target);
             }
             break;
-        default:
-            break;
+        default: break;
         }
     }
 
     // A refusal is reported at once by an error event; no completion follows.
     switch (step) {
-    case Step::Now:
-        return {OMX_ErrorNone, true};
-    case Step::Wait:
-        return {OMX_ErrorNone, false};
+    case Step::Now: return {OMX_ErrorNone, true};
+    case Step::Wait: return {OMX_ErrorNone, false};
     case Step::Invalid:
         pthread_mutex_lock(&state_lock);
         state = OMX_StateInvalid;
@@ -197,20 +186,17 @@ omx_evrc_adec::CommandStep omx_evrc_adec::change_state(unsigned int target, bool
     case Step::Incorrect:
         event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorIncorrectStateTransition), 1, nullptr);
         return {OMX_ErrorIncorrectStateTransition, true};
-    case Step::BadParameter:
-        break;
+    case Step::BadParameter: break;
     }
     return {OMX_ErrorBadParameter, true};
 }
 
-omx_evrc_adec::CommandStep omx_evrc_adec::flush_ports(unsigned int port)
-{
+omx_evrc_adec::CommandStep omx_evrc_adec::flush_ports(unsigned int port) {
     execute_omx_flush(port, true);
     return {OMX_ErrorNone, false};
 }
 
-omx_evrc_adec::CommandStep omx_evrc_adec::disable_ports(unsigned int port)
-{
+omx_evrc_adec::CommandStep omx_evrc_adec::disable_ports(unsigned int port) {
     const bool loaded_or_idle = state == OMX_StateLoaded || state == OMX_StateIdle;
     const bool running = state == OMX_StateExecuting || state == OMX_StatePause;
     bool complete_now = true;
@@ -248,8 +234,7 @@ omx_evrc_adec::CommandStep omx_evrc_adec::disable_ports(unsigned int port)
     return {OMX_ErrorNone, complete_now};
 }
 
-omx_evrc_adec::CommandStep omx_evrc_adec::enable_ports(unsigned int port)
-{
+omx_evrc_adec::CommandStep omx_evrc_adec::enable_ports(unsigned int port) {
     const bool loaded_not_waiting = state == OMX_StateLoaded && !(pending_flags & PENDING_LOADED_TO_IDLE);
     bool complete_now = true;
     // One port: done at once in WaitForResources, in Loaded (unless the
@@ -278,8 +263,7 @@ omx_evrc_adec::CommandStep omx_evrc_adec::enable_ports(unsigned int port)
     return {OMX_ErrorNone, complete_now};
 }
 
-void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param)
-{
+void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param) {
     if (!callbacks.EventHandler.load()) {
         OMX_EVRC_LOG("ERROR:CMD-->EventHandler NULL \n");
         return;
@@ -322,8 +306,7 @@ void omx_evrc_adec::complete_command(uintptr_t cmd, uintptr_t param)
 // Every waiting transition completes here, checked after each allocation
 // (Loaded -> Idle, port enable) and each freed buffer (port disable,
 // Idle -> Loaded).
-void omx_evrc_adec::check_pending(uint32_t which)
-{
+void omx_evrc_adec::check_pending(uint32_t which) {
     if (which & PENDING_LOADED_TO_IDLE) {
         const bool complete = allocate_done();  // also marks the ports populated
         if (complete && (pending_flags.fetch_and(~PENDING_LOADED_TO_IDLE) & PENDING_LOADED_TO_IDLE)) {
@@ -363,34 +346,26 @@ void omx_evrc_adec::check_pending(uint32_t which)
     }
 }
 
-bool omx_evrc_adec::allocate_done()
-{
+bool omx_evrc_adec::allocate_done() {
     const int32_t feedback = pcm_feedback;
     const bool in_full = in_alloc_count == in_actual_count;
     if (feedback == 0) {
-        if (in_full && in_port_enabled)
-            in_port_populated = 1;
+        if (in_full && in_port_enabled) in_port_populated = 1;
         return in_full;
     }
     if (feedback == 1) {
         const bool out_full = out_alloc_count == out_actual_count;
-        if (in_full && in_port_enabled)
-            in_port_populated = 1;
-        if (out_full && out_port_enabled)
-            out_port_populated = 1;
+        if (in_full && in_port_enabled) in_port_populated = 1;
+        if (out_full && out_port_enabled) out_port_populated = 1;
         return in_full && out_full;
     }
     return false;
 }
 
-bool omx_evrc_adec::release_done(unsigned int port)
-{
+bool omx_evrc_adec::release_done(unsigned int port) {
     eos_pending = 0;
-    if (port == 0)
-        return in_alloc_count == 0;
-    if (port == 1)
-        return out_alloc_count == 0;
-    if (port == OMX_ALL)
-        return in_alloc_count == 0 && out_alloc_count == 0;
+    if (port == 0) return in_alloc_count == 0;
+    if (port == 1) return out_alloc_count == 0;
+    if (port == OMX_ALL) return in_alloc_count == 0 && out_alloc_count == 0;
     return false;
 }

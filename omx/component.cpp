@@ -14,32 +14,25 @@ EVRC_API struct timezone evrc_decode_tz2;
 EVRC_API int64_t evrc_decode_total_time_us = 0;
 EVRC_API int64_t evrc_decode_time_us = 0;
 
-EVRC_API void* get_omx_component_factory_fn(void)
-{
-    return static_cast<void*>(new (std::nothrow) omx_evrc_adec());
-}
+EVRC_API void *get_omx_component_factory_fn(void) { return static_cast<void *>(new (std::nothrow) omx_evrc_adec()); }
 }
 
 namespace {
 
-void init_mutex(pthread_mutex_t* m, pthread_mutexattr_t* attr)
-{
+void init_mutex(pthread_mutex_t *m, pthread_mutexattr_t *attr) {
     pthread_mutexattr_init(attr);
     pthread_mutex_init(m, attr);
 }
 
-void destroy_mutex(pthread_mutex_t* m, pthread_mutexattr_t* attr)
-{
+void destroy_mutex(pthread_mutex_t *m, pthread_mutexattr_t *attr) {
     pthread_mutex_destroy(m);
     pthread_mutexattr_destroy(attr);
 }
 
 // Copies at most 127 characters and a terminating zero.
-void copy_name(OMX_U8* dst, const char* src)
-{
+void copy_name(OMX_U8 *dst, const char *src) {
     std::size_t i = 0;
-    for (; i < OMX_MAX_STRINGNAME_SIZE - 1 && src[i]; ++i)
-        dst[i] = static_cast<OMX_U8>(src[i]);
+    for (; i < OMX_MAX_STRINGNAME_SIZE - 1 && src[i]; ++i) dst[i] = static_cast<OMX_U8>(src[i]);
     dst[i] = 0;
 }
 
@@ -93,8 +86,7 @@ omx_evrc_adec::omx_evrc_adec()
       group_id(0),
       buffer_supplier(OMX_BufferSupplyUnspecified),
       shutting_down(false),
-      cb_handle(&handle)
-{
+      cb_handle(&handle) {
     std::memset(&handle, 0, sizeof(handle));
     std::memset(&evrc_params, 0, sizeof(evrc_params));
     std::memset(&pcm_params, 0, sizeof(pcm_params));
@@ -115,8 +107,7 @@ omx_evrc_adec::omx_evrc_adec()
     sem_init(&resume_sem, 0, 0);
 }
 
-omx_evrc_adec::~omx_evrc_adec()
-{
+omx_evrc_adec::~omx_evrc_adec() {
     sem_destroy(&cmd_done_sem);
     sem_destroy(&resume_sem);
     destroy_mutex(&data_q_lock, &data_q_attr);
@@ -132,10 +123,8 @@ omx_evrc_adec::~omx_evrc_adec()
     out_buf_map.eraseall();
 }
 
-OMX_ERRORTYPE omx_evrc_adec::component_init(char* name)
-{
-    if (!name)
-        return OMX_ErrorBadParameter;
+OMX_ERRORTYPE omx_evrc_adec::component_init(char *name) {
+    if (!name) return OMX_ErrorBadParameter;
 
     state = OMX_StateLoaded;
     total_frames = 0;
@@ -167,16 +156,14 @@ OMX_ERRORTYPE omx_evrc_adec::component_init(char* name)
     pcm_params.eChannelMapping[1] = OMX_AUDIO_ChannelRF;
 
     if (!pkt_array) {
-        pkt_array = static_cast<unsigned char*>(std::calloc(1, kSlots * kSlotSize));
-        if (!pkt_array)
-            return OMX_ErrorInsufficientResources;
+        pkt_array = static_cast<unsigned char *>(std::calloc(1, kSlots * kSlotSize));
+        if (!pkt_array) return OMX_ErrorInsufficientResources;
     }
     pkt_write_ptr = pkt_array;
 
     if (!resid_buf) {
-        resid_buf = static_cast<unsigned char*>(std::calloc(1, kSlotSize));
-        if (!resid_buf)
-            return OMX_ErrorInsufficientResources;
+        resid_buf = static_cast<unsigned char *>(std::calloc(1, kSlotSize));
+        if (!resid_buf) return OMX_ErrorInsufficientResources;
     }
     resid_read_ptr = resid_buf;
 
@@ -214,8 +201,7 @@ OMX_ERRORTYPE omx_evrc_adec::component_init(char* name)
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::component_deinit(void* /*hComp*/)
-{
+OMX_ERRORTYPE omx_evrc_adec::component_deinit(void * /*hComp*/) {
     const OMX_STATETYPE cur = state;
     if (cur >= OMX_StateIdle)
         OMX_EVRC_LOG("Warning: Received DeInit when not in LOADED state,\t\t\t\tcur_state %d\n", cur);
@@ -233,11 +219,11 @@ OMX_ERRORTYPE omx_evrc_adec::component_deinit(void* /*hComp*/)
     pthread_cond_broadcast(&event_cond);
     pthread_mutex_unlock(&event_lock);
 
-    if (WorkerThread* t = input_thread.load()) {
+    if (WorkerThread *t = input_thread.load()) {
         omx_evrc_thread_stop(t);
         input_thread = nullptr;
     }
-    if (WorkerThread* t = cmd_thread.load()) {
+    if (WorkerThread *t = cmd_thread.load()) {
         omx_evrc_thread_stop(t);
         cmd_thread = nullptr;
     }
@@ -263,33 +249,26 @@ OMX_ERRORTYPE omx_evrc_adec::component_deinit(void* /*hComp*/)
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::get_component_version(void* /*hComp*/, char* /*name*/,
-                                                   OMX_VERSIONTYPE* compVersion, OMX_VERSIONTYPE* specVersion,
-                                                   unsigned char (*/*uuid*/)[128])
-{
+OMX_ERRORTYPE omx_evrc_adec::get_component_version(void * /*hComp*/, char * /*name*/, OMX_VERSIONTYPE *compVersion,
+                                                   OMX_VERSIONTYPE *specVersion, unsigned char (* /*uuid*/)[128]) {
     if (state == OMX_StateInvalid) {
         OMX_EVRC_LOG("Get Comp Version in Invalid State\n");
         return OMX_ErrorInvalidState;
     }
-    if (!compVersion || !specVersion)
-        return OMX_ErrorBadParameter;
+    if (!compVersion || !specVersion) return OMX_ErrorBadParameter;
     compVersion->nVersion = kVersion;
     specVersion->nVersion = kVersion;
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::get_state(void* /*hComp*/, OMX_STATETYPE* out)
-{
-    if (!out)
-        return OMX_ErrorBadParameter;
+OMX_ERRORTYPE omx_evrc_adec::get_state(void * /*hComp*/, OMX_STATETYPE *out) {
+    if (!out) return OMX_ErrorBadParameter;
     *out = state;
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::set_callbacks(void* /*hComp*/, OMX_CALLBACKTYPE* cb, void* appData)
-{
-    if (!cb)
-        return OMX_ErrorBadParameter;
+OMX_ERRORTYPE omx_evrc_adec::set_callbacks(void * /*hComp*/, OMX_CALLBACKTYPE *cb, void *appData) {
+    if (!cb) return OMX_ErrorBadParameter;
     callbacks.EventHandler = cb->EventHandler;
     callbacks.EmptyBufferDone = cb->EmptyBufferDone;
     callbacks.FillBufferDone = cb->FillBufferDone;
@@ -297,10 +276,8 @@ OMX_ERRORTYPE omx_evrc_adec::set_callbacks(void* /*hComp*/, OMX_CALLBACKTYPE* cb
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::component_role_enum(void* /*hComp*/, unsigned char* role, unsigned int index)
-{
-    if (!role || index != 0)
-        return OMX_ErrorNoMore;
+OMX_ERRORTYPE omx_evrc_adec::component_role_enum(void * /*hComp*/, unsigned char *role, unsigned int index) {
+    if (!role || index != 0) return OMX_ErrorNoMore;
     // The 18 characters of the role, then a zero one byte further on: the
     // byte right behind the text keeps its value, so only a zero-filled
     // buffer comes back terminated.
@@ -311,8 +288,7 @@ OMX_ERRORTYPE omx_evrc_adec::component_role_enum(void* /*hComp*/, unsigned char*
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::get_extension_index(void* /*hComp*/, char* /*name*/, OMX_INDEXTYPE* /*index*/)
-{
+OMX_ERRORTYPE omx_evrc_adec::get_extension_index(void * /*hComp*/, char * /*name*/, OMX_INDEXTYPE * /*index*/) {
     if (state == OMX_StateInvalid) {
         OMX_EVRC_LOG("Get Extension Index in Invalid State\n");
         return OMX_ErrorInvalidState;
@@ -321,29 +297,24 @@ OMX_ERRORTYPE omx_evrc_adec::get_extension_index(void* /*hComp*/, char* /*name*/
     return OMX_ErrorNotImplemented;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::component_tunnel_request(void* /*hComp*/, unsigned int /*port*/,
-                                                      void* /*peerComp*/, unsigned int /*peerPort*/,
-                                                      OMX_TUNNELSETUPTYPE* /*setup*/)
-{
+OMX_ERRORTYPE omx_evrc_adec::component_tunnel_request(void * /*hComp*/, unsigned int /*port*/, void * /*peerComp*/,
+                                                      unsigned int /*peerPort*/, OMX_TUNNELSETUPTYPE * /*setup*/) {
     OMX_EVRC_LOG("Error: component_tunnel_request Not Implemented\n");
     return OMX_ErrorNotImplemented;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::use_EGL_image(void* /*hComp*/, OMX_BUFFERHEADERTYPE** /*hdr*/,
-                                           unsigned int /*port*/, void* /*appData*/, void* /*eglImage*/)
-{
+OMX_ERRORTYPE omx_evrc_adec::use_EGL_image(void * /*hComp*/, OMX_BUFFERHEADERTYPE ** /*hdr*/, unsigned int /*port*/,
+                                           void * /*appData*/, void * /*eglImage*/) {
     OMX_EVRC_LOG("Error : use_EGL_image:  Not Implemented \n");
     return OMX_ErrorNotImplemented;
 }
 
-void omx_evrc_adec::event(OMX_EVENTTYPE ev, OMX_U32 data1, OMX_U32 data2, OMX_PTR data)
-{
+void omx_evrc_adec::event(OMX_EVENTTYPE ev, OMX_U32 data1, OMX_U32 data2, OMX_PTR data) {
     if (auto handler = callbacks.EventHandler.load())
         handler(callback_handle(), app_data.load(), ev, data1, data2, data);
 }
 
-OMX_STATETYPE omx_evrc_adec::locked_state()
-{
+OMX_STATETYPE omx_evrc_adec::locked_state() {
     OMX_STATETYPE s = OMX_StateInvalid;
     pthread_mutex_lock(&state_lock);
     get_state(callback_handle(), &s);

@@ -12,28 +12,18 @@ namespace {
 constexpr unsigned char kRateCodes = EVRC_RATE_FULL + 1;
 
 // Packet length, rate byte included, of a rate code below kRateCodes.
-unsigned char packet_length(unsigned char rate)
-{
-    return static_cast<unsigned char>(1 + evrc::payload_bytes(rate));
-}
+unsigned char packet_length(unsigned char rate) { return static_cast<unsigned char>(1 + evrc::payload_bytes(rate)); }
 
 }  // namespace
 
-OMX_ERRORTYPE omx_evrc_adec::empty_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE* hdr)
-{
+OMX_ERRORTYPE omx_evrc_adec::empty_this_buffer(void *hComp, OMX_BUFFERHEADERTYPE *hdr) {
     const OMX_STATETYPE cur = state;
-    if (cur == OMX_StateInvalid)
-        return OMX_ErrorInvalidState;
-    if (!hdr)
-        return OMX_ErrorBadParameter;
-    if (!in_port_enabled)
-        return OMX_ErrorIncorrectStateOperation;
-    if (hdr->nSize != sizeof(OMX_BUFFERHEADERTYPE))
-        return OMX_ErrorBadParameter;
-    if (hdr->nVersion.nVersion != kVersion)
-        return OMX_ErrorVersionMismatch;
-    if (hdr->nInputPortIndex != 0)
-        return OMX_ErrorBadPortIndex;
+    if (cur == OMX_StateInvalid) return OMX_ErrorInvalidState;
+    if (!hdr) return OMX_ErrorBadParameter;
+    if (!in_port_enabled) return OMX_ErrorIncorrectStateOperation;
+    if (hdr->nSize != sizeof(OMX_BUFFERHEADERTYPE)) return OMX_ErrorBadParameter;
+    if (hdr->nVersion.nVersion != kVersion) return OMX_ErrorVersionMismatch;
+    if (hdr->nInputPortIndex != 0) return OMX_ErrorBadPortIndex;
 
     auto count_etb = [this] {
         pthread_mutex_lock(&in_count_lock);
@@ -46,7 +36,7 @@ OMX_ERRORTYPE omx_evrc_adec::empty_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE
         return OMX_ErrorInvalidState;
     }
     if (!search_input_bufhdr(hdr)) {
-        OMX_EVRC_LOG("Bad header %p \n", static_cast<void*>(hdr));
+        OMX_EVRC_LOG("Bad header %p \n", static_cast<void *>(hdr));
         count_etb();
         return OMX_ErrorBadParameter;
     }
@@ -68,8 +58,8 @@ OMX_ERRORTYPE omx_evrc_adec::empty_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE
             OMX_EVRC_LOG("Set Mark on i/p buffer tgt comp %p \t\t\t\t\tmark data %p\n", hdr->hMarkTargetComponent,
                          hdr->pMarkData);
         } else if (hdr->hMarkTargetComponent) {
-            OMX_EVRC_LOG("i/p buffer already marked \t\t\t\t\t\ttgt comp %p mark data %p\n",
-                         hdr->hMarkTargetComponent, hdr->pMarkData);
+            OMX_EVRC_LOG("i/p buffer already marked \t\t\t\t\t\ttgt comp %p mark data %p\n", hdr->hMarkTargetComponent,
+                         hdr->pMarkData);
         }
     }
 
@@ -78,18 +68,12 @@ OMX_ERRORTYPE omx_evrc_adec::empty_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE
     return OMX_ErrorNone;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::fill_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE* hdr)
-{
-    if (!hdr)
-        return OMX_ErrorBadParameter;
-    if (hdr->nSize != sizeof(OMX_BUFFERHEADERTYPE))
-        return OMX_ErrorBadParameter;
-    if (!out_port_enabled)
-        return OMX_ErrorIncorrectStateOperation;
-    if (hdr->nVersion.nVersion != kVersion)
-        return OMX_ErrorVersionMismatch;
-    if (hdr->nOutputPortIndex != 1)
-        return OMX_ErrorBadPortIndex;
+OMX_ERRORTYPE omx_evrc_adec::fill_this_buffer(void *hComp, OMX_BUFFERHEADERTYPE *hdr) {
+    if (!hdr) return OMX_ErrorBadParameter;
+    if (hdr->nSize != sizeof(OMX_BUFFERHEADERTYPE)) return OMX_ErrorBadParameter;
+    if (!out_port_enabled) return OMX_ErrorIncorrectStateOperation;
+    if (hdr->nVersion.nVersion != kVersion) return OMX_ErrorVersionMismatch;
+    if (hdr->nOutputPortIndex != 1) return OMX_ErrorBadPortIndex;
 
     pthread_mutex_lock(&out_count_lock);
     ++ftb_count;
@@ -98,9 +82,8 @@ OMX_ERRORTYPE omx_evrc_adec::fill_this_buffer(void* hComp, OMX_BUFFERHEADERTYPE*
     return OMX_ErrorNone;
 }
 
-unsigned int omx_evrc_adec::transcode_data(unsigned char** src, unsigned int filled_len, unsigned int* consumed,
-                                           unsigned char* rate)
-{
+unsigned int omx_evrc_adec::transcode_data(unsigned char **src, unsigned int filled_len, unsigned int *consumed,
+                                           unsigned char *rate) {
     const uint32_t held = resid_len;
     *rate = held ? resid_buf[0] : **src;
     if (*rate >= kRateCodes) {
@@ -153,13 +136,12 @@ unsigned int omx_evrc_adec::transcode_data(unsigned char** src, unsigned int fil
     return 0;
 }
 
-OMX_ERRORTYPE omx_evrc_adec::process_data(void* hComp, OMX_BUFFERHEADERTYPE* in, OMX_BUFFERHEADERTYPE* out)
-{
+OMX_ERRORTYPE omx_evrc_adec::process_data(void *hComp, OMX_BUFFERHEADERTYPE *in, OMX_BUFFERHEADERTYPE *out) {
     packet_complete = 1;
     if (in->nFilledLen == 0) {
         frames_in_buffer = 0;
     } else {
-        unsigned char* src = in->pBuffer;
+        unsigned char *src = in->pBuffer;
         const unsigned int filled = static_cast<unsigned int>(in->nFilledLen);
         unsigned int consumed = 0;
         unsigned int slots = 0;
@@ -172,13 +154,11 @@ OMX_ERRORTYPE omx_evrc_adec::process_data(void* hComp, OMX_BUFFERHEADERTYPE* in,
                 pkt_write_ptr = pkt_array;
                 buffer_done_cb(in);
                 process_ftb(hComp, out, pcm_out_buf, 0);
-                if (rate < kRateCodes)
-                    return OMX_ErrorUnderflow;
+                if (rate < kRateCodes) return OMX_ErrorUnderflow;
                 event(OMX_EventError, static_cast<OMX_U32>(OMX_ErrorStreamCorrupt), 1, nullptr);
                 return OMX_ErrorStreamCorrupt;
             }
-            if (!packet_complete)
-                break;
+            if (!packet_complete) break;
             ++slots;
             if (slots == kSlots) {
                 decode_batch(kSlots);
@@ -208,8 +188,8 @@ OMX_ERRORTYPE omx_evrc_adec::process_data(void* hComp, OMX_BUFFERHEADERTYPE* in,
     if (in->hMarkTargetComponent && in->hMarkTargetComponent != hComp) {
         out->hMarkTargetComponent = in->hMarkTargetComponent;
         out->pMarkData = in->pMarkData;
-        OMX_EVRC_LOG("Propagate Mark from i/p to o/p buffer tgt comp %p \t\t\tmark data %p\n",
-                     in->hMarkTargetComponent, in->pMarkData);
+        OMX_EVRC_LOG("Propagate Mark from i/p to o/p buffer tgt comp %p \t\t\tmark data %p\n", in->hMarkTargetComponent,
+                     in->pMarkData);
     }
 
     if (cur == OMX_StateExecuting)
@@ -221,11 +201,9 @@ OMX_ERRORTYPE omx_evrc_adec::process_data(void* hComp, OMX_BUFFERHEADERTYPE* in,
     return OMX_ErrorNone;
 }
 
-void omx_evrc_adec::buffer_done_cb(OMX_BUFFERHEADERTYPE* in)
-{
+void omx_evrc_adec::buffer_done_cb(OMX_BUFFERHEADERTYPE *in) {
     auto done = callbacks.EmptyBufferDone.load();
-    if (!done)
-        return;
+    if (!done) return;
     in->nFilledLen = 0;
     const OMX_HANDLETYPE self = callback_handle();
     if (in->hMarkTargetComponent == self) {
@@ -242,8 +220,7 @@ void omx_evrc_adec::buffer_done_cb(OMX_BUFFERHEADERTYPE* in)
     pthread_mutex_unlock(&in_count_lock);
 }
 
-void omx_evrc_adec::stamp_output(OMX_BUFFERHEADERTYPE* out)
-{
+void omx_evrc_adec::stamp_output(OMX_BUFFERHEADERTYPE *out) {
     if (fbd_count != 0) {
         const uint32_t duration = static_cast<uint32_t>((1000u * static_cast<uint32_t>(out->nFilledLen)) / 16000u);
         frame_duration = duration;
@@ -252,11 +229,9 @@ void omx_evrc_adec::stamp_output(OMX_BUFFERHEADERTYPE* out)
     out->nTimeStamp = static_cast<OMX_TICKS>(out_timestamp.load());
 }
 
-void omx_evrc_adec::frame_done_cb(OMX_BUFFERHEADERTYPE* out)
-{
+void omx_evrc_adec::frame_done_cb(OMX_BUFFERHEADERTYPE *out) {
     auto done = callbacks.FillBufferDone.load();
-    if (!done)
-        return;
+    if (!done) return;
     stamp_output(out);
     pthread_mutex_lock(&out_count_lock);
     ++fbd_count;
@@ -265,8 +240,7 @@ void omx_evrc_adec::frame_done_cb(OMX_BUFFERHEADERTYPE* out)
     done(callback_handle(), app_data.load(), out);
 }
 
-void omx_evrc_adec::process_ftb(void* /*hComp*/, OMX_BUFFERHEADERTYPE* out, short* pcm, unsigned int len)
-{
+void omx_evrc_adec::process_ftb(void * /*hComp*/, OMX_BUFFERHEADERTYPE *out, short *pcm, unsigned int len) {
     if (eos_pending) {
         // End of stream: the event follows through the input thread and the
         // output buffer goes back empty, flagged EOS.

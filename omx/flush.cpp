@@ -6,8 +6,7 @@
 #include "omx/log.h"
 #include "omx/omx_evrc_adec.h"
 
-bool omx_evrc_adec::execute_omx_flush(unsigned int port, bool send_event)
-{
+bool omx_evrc_adec::execute_omx_flush(unsigned int port, bool send_event) {
     if (port == 0 || port == 1 || port == OMX_ALL) {
         pthread_mutex_lock(&flush_lock);
         flush_ack_count = 1;
@@ -26,25 +25,21 @@ bool omx_evrc_adec::execute_omx_flush(unsigned int port, bool send_event)
         pthread_mutex_unlock(&park_lock);
 
         pthread_mutex_lock(&event_lock);
-        while (!event_flag && !shutting_down)
-            pthread_cond_wait(&event_cond, &event_lock);
+        while (!event_flag && !shutting_down) pthread_cond_wait(&event_cond, &event_lock);
         const bool acknowledged = event_flag != 0;
         event_flag = 0;
         pthread_mutex_unlock(&event_lock);
 
         if (send_event && acknowledged) {
-            if (port == 0 || port == OMX_ALL)
-                event(OMX_EventCmdComplete, OMX_CommandFlush, 0, nullptr);
-            if (port == 1 || port == OMX_ALL)
-                event(OMX_EventCmdComplete, OMX_CommandFlush, 1, nullptr);
+            if (port == 0 || port == OMX_ALL) event(OMX_EventCmdComplete, OMX_CommandFlush, 0, nullptr);
+            if (port == 1 || port == OMX_ALL) event(OMX_EventCmdComplete, OMX_CommandFlush, 1, nullptr);
         }
     }
     resid_len = 0;
     return true;
 }
 
-bool omx_evrc_adec::execute_data_flush()
-{
+bool omx_evrc_adec::execute_data_flush() {
     decoder_reset();
 
     pthread_mutex_lock(&data_q_lock);
@@ -53,18 +48,16 @@ bool omx_evrc_adec::execute_data_flush()
         unsigned char id = 0;
         if (in_data_q.size()) {
             in_data_q.pop_entry(&p1, &p2, &id);
-            if (id == MSG_ETB && p2)
-                buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+            if (id == MSG_ETB && p2) buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
         } else if (out_data_q.size()) {
             out_data_q.pop_entry(&p1, &p2, &id);
-            if (id == MSG_FTB && p2)
-                frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+            if (id == MSG_FTB && p2) frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
         } else {
             done_q.pop_entry(&p1, &p2, &id);
             if (id == MSG_FBD && p2)
-                frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+                frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
             else if (id == MSG_EBD && p2)
-                buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+                buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
         }
     }
 
@@ -73,8 +66,7 @@ bool omx_evrc_adec::execute_data_flush()
     return true;
 }
 
-void omx_evrc_adec::flush_ack()
-{
+void omx_evrc_adec::flush_ack() {
     pthread_mutex_lock(&flush_lock);
     flush_ack_count = static_cast<uint8_t>(flush_ack_count - 1);
     if (flush_ack_count == 0) {

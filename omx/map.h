@@ -13,23 +13,21 @@ class Map {
     struct Node {
         K key;
         V value;
-        Node* prev;
-        Node* next;
+        Node *prev;
+        Node *next;
     };
 
 public:
     Map() = default;
-    Map(const Map&) = delete;
-    Map& operator=(const Map&) = delete;
+    Map(const Map &) = delete;
+    Map &operator=(const Map &) = delete;
     ~Map() { eraseall(); }
 
     // Appends (key, value) at the tail; the cursor goes back to the head.
     // Returns false when the node cannot be allocated.
-    bool insert(K key, V value)
-    {
-        Node* node = new (std::nothrow) Node{key, value, tail_, nullptr};
-        if (!node)
-            return false;
+    bool insert(K key, V value) {
+        Node *node = new (std::nothrow) Node{key, value, tail_, nullptr};
+        if (!node) return false;
         if (tail_)
             tail_->next = node;
         else
@@ -44,21 +42,17 @@ public:
     // (or null) and reports whether one was found. Searches may run on two
     // client threads at once (empty and fill calls), so the walk uses a local
     // pointer and only the final cursor is published, atomically.
-    bool find(K key)
-    {
-        Node* node = head_;
-        while (node && !(node->key == key))
-            node = node->next;
+    bool find(K key) {
+        Node *node = head_;
+        while (node && !(node->key == key)) node = node->next;
         current_.store(node, std::memory_order_relaxed);
         return node != nullptr;
     }
 
     // Unlinks and deletes the first node with this key.
-    bool erase(K key)
-    {
-        if (!find(key))
-            return false;
-        Node* node = current_.load(std::memory_order_relaxed);
+    bool erase(K key) {
+        if (!find(key)) return false;
+        Node *node = current_.load(std::memory_order_relaxed);
         if (node->prev)
             node->prev->next = node->next;
         else
@@ -74,10 +68,9 @@ public:
     }
 
     // Deletes every node (never what the keys point to).
-    void eraseall()
-    {
+    void eraseall() {
         while (head_) {
-            Node* next = head_->next;
+            Node *next = head_->next;
             delete head_;
             head_ = next;
         }
@@ -89,18 +82,16 @@ public:
     std::size_t size() const { return count_; }
 
     // Key of the node at position i from the head (i < size()).
-    K key_at(std::size_t i) const
-    {
-        Node* node = head_;
-        while (i-- && node)
-            node = node->next;
+    K key_at(std::size_t i) const {
+        Node *node = head_;
+        while (i-- && node) node = node->next;
         return node ? node->key : K();
     }
 
 private:
-    Node* head_ = nullptr;
-    Node* tail_ = nullptr;
-    std::atomic<Node*> current_{nullptr};
+    Node *head_ = nullptr;
+    Node *tail_ = nullptr;
+    std::atomic<Node *> current_{nullptr};
     std::size_t count_ = 0;
 };
 

@@ -14,34 +14,30 @@ constexpr OMX_U32 kIndexMute = 0x04000026;
 // nSize the component writes into the structures it fills in.
 constexpr OMX_U32 kWrittenSize = 4;
 
-void copy_role(OMX_U8* dst, const OMX_U8* src)
-{
+void copy_role(OMX_U8 *dst, const OMX_U8 *src) {
     std::size_t i = 0;
-    for (; i < OMX_MAX_STRINGNAME_SIZE - 1 && src[i]; ++i)
-        dst[i] = src[i];
+    for (; i < OMX_MAX_STRINGNAME_SIZE - 1 && src[i]; ++i) dst[i] = src[i];
     dst[i] = 0;
 }
 
 }  // namespace
 
-OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index, void* params)
-{
+OMX_ERRORTYPE omx_evrc_adec::get_parameter(void * /*hComp*/, OMX_INDEXTYPE index, void *params) {
     if (state == OMX_StateInvalid) {
         OMX_EVRC_LOG("Get Param in Invalid State\n");
         return OMX_ErrorInvalidState;
     }
-    if (!params)
-        return OMX_ErrorBadParameter;
+    if (!params) return OMX_ErrorBadParameter;
 
     switch (static_cast<OMX_U32>(index)) {
     case OMX_IndexParamPriorityMgmt: {
-        auto* p = static_cast<OMX_PRIORITYMGMTTYPE*>(params);
+        auto *p = static_cast<OMX_PRIORITYMGMTTYPE *>(params);
         p->nGroupPriority = group_priority;
         p->nGroupID = group_id;
         return OMX_ErrorNone;
     }
     case OMX_IndexParamAudioInit: {
-        auto* p = static_cast<OMX_PORT_PARAM_TYPE*>(params);
+        auto *p = static_cast<OMX_PORT_PARAM_TYPE *>(params);
         p->nPorts = 2;
         p->nStartPortNumber = 0;
         return OMX_ErrorNone;
@@ -49,21 +45,21 @@ OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
     case OMX_IndexParamImageInit:
     case OMX_IndexParamVideoInit:
     case OMX_IndexParamOtherInit: {
-        auto* p = static_cast<OMX_PORT_PARAM_TYPE*>(params);
+        auto *p = static_cast<OMX_PORT_PARAM_TYPE *>(params);
         p->nPorts = 0;
         p->nStartPortNumber = 0;
         return OMX_ErrorNone;
     }
     case OMX_IndexParamStandardComponentRole: {
-        auto* p = static_cast<OMX_PARAM_COMPONENTROLETYPE*>(params);
+        auto *p = static_cast<OMX_PARAM_COMPONENTROLETYPE *>(params);
         p->nSize = role_record.nSize;
         p->nVersion = role_record.nVersion;
         copy_role(p->cRole, role_record.cRole);
-        OMX_EVRC_LOG("cRole = %s\n", reinterpret_cast<const char*>(p->cRole));
+        OMX_EVRC_LOG("cRole = %s\n", reinterpret_cast<const char *>(p->cRole));
         return OMX_ErrorNone;
     }
     case OMX_IndexParamPortDefinition: {
-        auto* p = static_cast<OMX_PARAM_PORTDEFINITIONTYPE*>(params);
+        auto *p = static_cast<OMX_PARAM_PORTDEFINITIONTYPE *>(params);
         p->nSize = kWrittenSize;
         p->nVersion.nVersion = kVersion;
         p->eDomain = OMX_PortDomainAudio;
@@ -95,18 +91,17 @@ OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return OMX_ErrorNone;
     }
     case OMX_IndexParamCompBufferSupplier: {
-        auto* p = static_cast<OMX_PARAM_BUFFERSUPPLIERTYPE*>(params);
+        auto *p = static_cast<OMX_PARAM_BUFFERSUPPLIERTYPE *>(params);
         OMX_ERRORTYPE ret = OMX_ErrorBadPortIndex;
         if (p->nPortIndex == 0 || p->nPortIndex == 1) {
             p->nPortIndex = 0;
             ret = OMX_ErrorNone;
         }
-        OMX_EVRC_LOG("get_parameter:OMX_IndexParamCompBufferSupplier \t\t\t\teRet %08x\n",
-                     static_cast<unsigned>(ret));
+        OMX_EVRC_LOG("get_parameter:OMX_IndexParamCompBufferSupplier \t\t\t\teRet %08x\n", static_cast<unsigned>(ret));
         return ret;
     }
     case OMX_IndexParamAudioPortFormat: {
-        auto* p = static_cast<OMX_AUDIO_PARAM_PORTFORMATTYPE*>(params);
+        auto *p = static_cast<OMX_AUDIO_PARAM_PORTFORMATTYPE *>(params);
         if (p->nPortIndex == 0) {
             p->eEncoding = OMX_AUDIO_CodingEVRC;
         } else if (p->nPortIndex == 1) {
@@ -118,7 +113,7 @@ OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return OMX_ErrorNone;
     }
     case OMX_IndexParamAudioPcm: {
-        auto* p = static_cast<OMX_AUDIO_PARAM_PCMMODETYPE*>(params);
+        auto *p = static_cast<OMX_AUDIO_PARAM_PCMMODETYPE *>(params);
         if (p->nPortIndex != 1) {
             OMX_EVRC_LOG("get_parameter:OMX_IndexParamAudioPcm \t\t\t\tOMX_ErrorBadPortIndex %u\n",
                          static_cast<unsigned>(p->nPortIndex));
@@ -135,7 +130,7 @@ OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return OMX_ErrorNone;
     }
     case OMX_IndexParamAudioEvrc: {
-        auto* p = static_cast<OMX_AUDIO_PARAM_EVRCTYPE*>(params);
+        auto *p = static_cast<OMX_AUDIO_PARAM_EVRCTYPE *>(params);
         if (p->nPortIndex != 0) {
             OMX_EVRC_LOG("get_parameter:OMX_IndexParamAudioEvrc \t\t\t\tOMX_ErrorBadPortIndex %d\n",
                          static_cast<int>(p->nPortIndex));
@@ -144,37 +139,33 @@ OMX_ERRORTYPE omx_evrc_adec::get_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         std::memcpy(p, &evrc_params, sizeof(evrc_params));
         return OMX_ErrorNone;
     }
-    default:
-        OMX_EVRC_LOG("unknown param %08x\n", static_cast<unsigned>(index));
-        return OMX_ErrorUnsupportedIndex;
+    default: OMX_EVRC_LOG("unknown param %08x\n", static_cast<unsigned>(index)); return OMX_ErrorUnsupportedIndex;
     }
 }
 
-OMX_ERRORTYPE omx_evrc_adec::set_parameter(void* /*hComp*/, OMX_INDEXTYPE index, void* params)
-{
+OMX_ERRORTYPE omx_evrc_adec::set_parameter(void * /*hComp*/, OMX_INDEXTYPE index, void *params) {
     if (state != OMX_StateLoaded) {
         OMX_EVRC_LOG("set_parameter is not in proper state\n");
         return OMX_ErrorIncorrectStateOperation;
     }
-    if (!params)
-        return OMX_ErrorBadParameter;
+    if (!params) return OMX_ErrorBadParameter;
 
     switch (static_cast<OMX_U32>(index)) {
     case OMX_IndexParamPriorityMgmt: {
-        const auto* p = static_cast<const OMX_PRIORITYMGMTTYPE*>(params);
+        const auto *p = static_cast<const OMX_PRIORITYMGMTTYPE *>(params);
         group_priority = p->nGroupPriority;
         group_id = p->nGroupID;
         return OMX_ErrorNone;
     }
     case OMX_IndexParamStandardComponentRole: {
-        const auto* p = static_cast<const OMX_PARAM_COMPONENTROLETYPE*>(params);
+        const auto *p = static_cast<const OMX_PARAM_COMPONENTROLETYPE *>(params);
         role_record.nSize = p->nSize;
         role_record.nVersion = p->nVersion;
         copy_role(role_record.cRole, p->cRole);
         return OMX_ErrorNone;
     }
     case OMX_IndexParamPortDefinition: {
-        const auto* p = static_cast<const OMX_PARAM_PORTDEFINITIONTYPE*>(params);
+        const auto *p = static_cast<const OMX_PARAM_PORTDEFINITIONTYPE *>(params);
         if (pending_flags & PENDING_LOADED_TO_IDLE) {
             // While Loaded-to-Idle waits for buffers only an input port
             // definition, and only with a port disabled, may change.
@@ -196,7 +187,7 @@ OMX_ERRORTYPE omx_evrc_adec::set_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return OMX_ErrorNone;
     }
     case OMX_IndexParamCompBufferSupplier: {
-        const auto* p = static_cast<const OMX_PARAM_BUFFERSUPPLIERTYPE*>(params);
+        const auto *p = static_cast<const OMX_PARAM_BUFFERSUPPLIERTYPE *>(params);
         OMX_ERRORTYPE ret = OMX_ErrorBadPortIndex;
         if (p->nPortIndex == 0 || p->nPortIndex == 1) {
             buffer_supplier = p->eBufferSupplier;
@@ -207,7 +198,7 @@ OMX_ERRORTYPE omx_evrc_adec::set_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return ret;
     }
     case OMX_IndexParamAudioPortFormat: {
-        auto* p = static_cast<OMX_AUDIO_PARAM_PORTFORMATTYPE*>(params);
+        auto *p = static_cast<OMX_AUDIO_PARAM_PORTFORMATTYPE *>(params);
         if (p->nPortIndex == 1) {
             p->eEncoding = OMX_AUDIO_CodingPCM;
         } else if (p->nPortIndex == 0) {
@@ -219,7 +210,7 @@ OMX_ERRORTYPE omx_evrc_adec::set_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         return OMX_ErrorNone;
     }
     case OMX_IndexParamAudioPcm: {
-        const auto* p = static_cast<const OMX_AUDIO_PARAM_PCMMODETYPE*>(params);
+        const auto *p = static_cast<const OMX_AUDIO_PARAM_PCMMODETYPE *>(params);
         if (p->nPortIndex != 1) {
             // The message names get_parameter; it is the one this call logs.
             OMX_EVRC_LOG("get_parameter:OMX_IndexParamAudioPcm \t\t\t\tOMX_ErrorBadPortIndex %d\n",
@@ -236,29 +227,22 @@ OMX_ERRORTYPE omx_evrc_adec::set_parameter(void* /*hComp*/, OMX_INDEXTYPE index,
         pcm_params.eChannelMapping[1] = p->eChannelMapping[1];
         return OMX_ErrorNone;
     }
-    case OMX_IndexParamAudioEvrc:
-        std::memcpy(&evrc_params, params, sizeof(evrc_params));
-        return OMX_ErrorNone;
-    default:
-        OMX_EVRC_LOG("unknown param %d\n", static_cast<int>(index));
-        return OMX_ErrorUnsupportedIndex;
+    case OMX_IndexParamAudioEvrc: std::memcpy(&evrc_params, params, sizeof(evrc_params)); return OMX_ErrorNone;
+    default: OMX_EVRC_LOG("unknown param %d\n", static_cast<int>(index)); return OMX_ErrorUnsupportedIndex;
     }
 }
 
-OMX_ERRORTYPE omx_evrc_adec::get_config(void* /*hComp*/, OMX_INDEXTYPE index, void* config)
-{
+OMX_ERRORTYPE omx_evrc_adec::get_config(void * /*hComp*/, OMX_INDEXTYPE index, void *config) {
     if (state == OMX_StateInvalid) {
         OMX_EVRC_LOG("Get Config in Invalid State\n");
         return OMX_ErrorInvalidState;
     }
-    if (!config)
-        return OMX_ErrorBadParameter;
+    if (!config) return OMX_ErrorBadParameter;
 
     switch (static_cast<OMX_U32>(index)) {
     case kIndexVolume: {
-        auto* p = static_cast<OMX_AUDIO_CONFIG_VOLUMETYPE*>(config);
-        if (p->nPortIndex != 0)
-            return OMX_ErrorBadPortIndex;
+        auto *p = static_cast<OMX_AUDIO_CONFIG_VOLUMETYPE *>(config);
+        if (p->nPortIndex != 0) return OMX_ErrorBadPortIndex;
         p->nSize = kWrittenSize;
         p->nVersion.nVersion = kVersion;
         p->bLinear = OMX_TRUE;
@@ -268,21 +252,18 @@ OMX_ERRORTYPE omx_evrc_adec::get_config(void* /*hComp*/, OMX_INDEXTYPE index, vo
         return OMX_ErrorNone;
     }
     case kIndexMute: {
-        auto* p = static_cast<OMX_AUDIO_CONFIG_MUTETYPE*>(config);
-        if (p->nPortIndex != 0)
-            return OMX_ErrorBadPortIndex;
+        auto *p = static_cast<OMX_AUDIO_CONFIG_MUTETYPE *>(config);
+        if (p->nPortIndex != 0) return OMX_ErrorBadPortIndex;
         p->nSize = kWrittenSize;
         p->nVersion.nVersion = kVersion;
         p->bMute = (pending_flags & PENDING_MUTE) ? OMX_TRUE : OMX_FALSE;
         return OMX_ErrorNone;
     }
-    default:
-        return OMX_ErrorUnsupportedIndex;
+    default: return OMX_ErrorUnsupportedIndex;
     }
 }
 
-OMX_ERRORTYPE omx_evrc_adec::set_config(void* /*hComp*/, OMX_INDEXTYPE index, void* config)
-{
+OMX_ERRORTYPE omx_evrc_adec::set_config(void * /*hComp*/, OMX_INDEXTYPE index, void *config) {
     const OMX_STATETYPE cur = state;
     if (cur == OMX_StateExecuting) {
         OMX_EVRC_LOG("set_config:Ignore in Exe state\n");
@@ -292,33 +273,28 @@ OMX_ERRORTYPE omx_evrc_adec::set_config(void* /*hComp*/, OMX_INDEXTYPE index, vo
         OMX_EVRC_LOG("Set Config in Invalid State\n");
         return OMX_ErrorInvalidState;
     }
-    if (!config)
-        return OMX_ErrorBadParameter;
+    if (!config) return OMX_ErrorBadParameter;
 
     switch (static_cast<OMX_U32>(index)) {
     case kIndexVolume: {
-        const auto* p = static_cast<const OMX_AUDIO_CONFIG_VOLUMETYPE*>(config);
-        if (p->nPortIndex != 0)
-            return OMX_ErrorBadPortIndex;
+        const auto *p = static_cast<const OMX_AUDIO_CONFIG_VOLUMETYPE *>(config);
+        if (p->nPortIndex != 0) return OMX_ErrorBadPortIndex;
         // nValue is signed in the structure; a negative value is out of range
         // as well once taken as unsigned.
         const OMX_U32 v = static_cast<OMX_U32>(p->sVolume.nValue);
-        if (v > 100)
-            return OMX_ErrorBadParameter;
+        if (v > 100) return OMX_ErrorBadParameter;
         volume = static_cast<uint32_t>(v);
         return OMX_ErrorNone;
     }
     case kIndexMute: {
-        const auto* p = static_cast<const OMX_AUDIO_CONFIG_MUTETYPE*>(config);
-        if (p->nPortIndex != 0)
-            return OMX_ErrorBadPortIndex;
+        const auto *p = static_cast<const OMX_AUDIO_CONFIG_MUTETYPE *>(config);
+        if (p->nPortIndex != 0) return OMX_ErrorBadPortIndex;
         if (p->bMute == OMX_TRUE)
             pending_flags |= PENDING_MUTE;
         else
             pending_flags &= ~PENDING_MUTE;
         return OMX_ErrorNone;
     }
-    default:
-        return OMX_ErrorUnsupportedIndex;
+    default: return OMX_ErrorUnsupportedIndex;
     }
 }

@@ -1,8 +1,8 @@
 // Message queues, the two worker threads and their dispatch loops.
+#include <unistd.h>
 #include <cerrno>
 #include <cstring>
 #include <new>
-#include <unistd.h>
 
 #include "omx/log.h"
 #include "omx/omx_evrc_adec.h"
@@ -11,8 +11,7 @@
 
 omx_evrc_adec::omx_cmd_queue::omx_cmd_queue() : m_q{}, m_read(0), m_write(0), m_size(0) {}
 
-bool omx_evrc_adec::omx_cmd_queue::insert_entry(uintptr_t p1, uintptr_t p2, unsigned char id)
-{
+bool omx_evrc_adec::omx_cmd_queue::insert_entry(uintptr_t p1, uintptr_t p2, unsigned char id) {
     if (m_size.load(std::memory_order_relaxed) >= kQueueSize) {
         OMX_EVRC_LOG("ERROR!!! Command Queue Full");
         return false;
@@ -23,13 +22,12 @@ bool omx_evrc_adec::omx_cmd_queue::insert_entry(uintptr_t p1, uintptr_t p2, unsi
     return true;
 }
 
-bool omx_evrc_adec::omx_cmd_queue::pop_entry(uintptr_t* p1, uintptr_t* p2, unsigned char* id)
-{
+bool omx_evrc_adec::omx_cmd_queue::pop_entry(uintptr_t *p1, uintptr_t *p2, unsigned char *id) {
     if (m_size.load(std::memory_order_relaxed) == 0) {
         OMX_EVRC_LOG("ERROR Delete!!! Command Queue Empty");
         return false;
     }
-    const entry& e = m_q[m_read];
+    const entry &e = m_q[m_read];
     *p1 = e.param1;
     *p2 = e.param2;
     *id = e.id;
@@ -40,16 +38,13 @@ bool omx_evrc_adec::omx_cmd_queue::pop_entry(uintptr_t* p1, uintptr_t* p2, unsig
 
 // ---- Worker threads ----
 
-WorkerThread* omx_evrc_thread_create(void (*handler)(void*, unsigned char), void* component, const char* name)
-{
-    WorkerThread* t = new (std::nothrow) WorkerThread();
-    if (!t)
-        return nullptr;
+WorkerThread *omx_evrc_thread_create(void (*handler)(void *, unsigned char), void *component, const char *name) {
+    WorkerThread *t = new (std::nothrow) WorkerThread();
+    if (!t) return nullptr;
     t->handler = handler;
     t->arg = component;
     // Only the first three characters of the name are kept ("INP", "CMD").
-    for (std::size_t i = 0; i < 3 && name && name[i]; ++i)
-        t->name[i] = name[i];
+    for (std::size_t i = 0; i < 3 && name && name[i]; ++i) t->name[i] = name[i];
 
     int fds[2];
     if (pipe(fds) != 0) {
@@ -58,19 +53,16 @@ WorkerThread* omx_evrc_thread_create(void (*handler)(void*, unsigned char), void
     }
     t->read_fd = fds[0];
     t->write_fd = fds[1];
-    if (pthread_create(&t->thread, nullptr, omx_evrc_msg, t) > -1)
-        return t;
+    if (pthread_create(&t->thread, nullptr, omx_evrc_msg, t) > -1) return t;
     close(t->read_fd);
     close(t->write_fd);
     delete t;
     return nullptr;
 }
 
-void* omx_evrc_msg(void* arg)
-{
-    WorkerThread* t = static_cast<WorkerThread*>(arg);
-    if (t->stop)
-        return nullptr;
+void *omx_evrc_msg(void *arg) {
+    WorkerThread *t = static_cast<WorkerThread *>(arg);
+    if (t->stop) return nullptr;
     for (;;) {
         unsigned char id = 0;
         const ssize_t n = read(t->read_fd, &id, 1);
@@ -81,16 +73,13 @@ void* omx_evrc_msg(void* arg)
         } else if (errno != EINTR) {
             break;
         }
-        if (t->stop)
-            break;
+        if (t->stop) break;
     }
     return nullptr;
 }
 
-void omx_evrc_thread_stop(WorkerThread* t)
-{
-    if (!t)
-        return;
+void omx_evrc_thread_stop(WorkerThread *t) {
+    if (!t) return;
     t->stop = 1;
     // Closing the write end ends the worker's read; the read end is closed
     // only once the worker is gone, so its descriptor number cannot be
@@ -101,10 +90,8 @@ void omx_evrc_thread_stop(WorkerThread* t)
     delete t;
 }
 
-void omx_evrc_post_msg(WorkerThread* t, unsigned char id)
-{
-    if (!t)
-        return;
+void omx_evrc_post_msg(WorkerThread *t, unsigned char id) {
+    if (!t) return;
     ssize_t n;
     do {
         n = write(t->write_fd, &id, 1);
@@ -113,56 +100,40 @@ void omx_evrc_post_msg(WorkerThread* t, unsigned char id)
 
 // ---- Posting ----
 
-bool omx_evrc_adec::post_command(uintptr_t p1, uintptr_t p2, unsigned char id, bool)
-{
+bool omx_evrc_adec::post_command(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&cmd_q_lock);
     cmd_q.insert_entry(p1, p2, id);
-    WorkerThread* t = cmd_thread;
-    if (t)
-        omx_evrc_post_msg(t, id);
+    WorkerThread *t = cmd_thread;
+    if (t) omx_evrc_post_msg(t, id);
     pthread_mutex_unlock(&cmd_q_lock);
     return t != nullptr;
 }
 
-bool omx_evrc_adec::post_data(uintptr_t p1, uintptr_t p2, unsigned char id, bool)
-{
+bool omx_evrc_adec::post_data(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&data_q_lock);
     bool wake = true;
     switch (id) {
     case MSG_EBD:
-    case MSG_FBD:
-        done_q.insert_entry(p1, p2, id);
-        break;
-    case MSG_ETB:
-        wake = !in_data_q.insert_entry(p1, p2, id) || out_data_q.size() != 0;
-        break;
+    case MSG_FBD: done_q.insert_entry(p1, p2, id); break;
+    case MSG_ETB: wake = !in_data_q.insert_entry(p1, p2, id) || out_data_q.size() != 0; break;
     case MSG_COMMAND:
-    case MSG_EOS:
-        in_ctrl_q.insert_entry(p1, p2, id);
-        break;
-    case MSG_FTB:
-        wake = !out_data_q.insert_entry(p1, p2, id) || in_data_q.size() != 0;
-        break;
-    default:
-        break;
+    case MSG_EOS: in_ctrl_q.insert_entry(p1, p2, id); break;
+    case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || in_data_q.size() != 0; break;
+    default: break;
     }
-    if (wake)
-        omx_evrc_post_msg(input_thread, id);
+    if (wake) omx_evrc_post_msg(input_thread, id);
     pthread_mutex_unlock(&data_q_lock);
     return true;
 }
 
-void omx_evrc_adec::wait_for_event()
-{
+void omx_evrc_adec::wait_for_event() {
     pthread_mutex_lock(&event_lock);
-    while (!event_flag && !shutting_down)
-        pthread_cond_wait(&event_cond, &event_lock);
+    while (!event_flag && !shutting_down) pthread_cond_wait(&event_cond, &event_lock);
     event_flag = 0;
     pthread_mutex_unlock(&event_lock);
 }
 
-void omx_evrc_adec::event_complete()
-{
+void omx_evrc_adec::event_complete() {
     pthread_mutex_lock(&event_lock);
     if (!event_flag) {
         event_flag = 1;
@@ -173,9 +144,8 @@ void omx_evrc_adec::event_complete()
 
 // ---- Command thread ----
 
-void omx_evrc_adec::process_command_msg(void* component, unsigned char /*byte*/)
-{
-    omx_evrc_adec* self = static_cast<omx_evrc_adec*>(component);
+void omx_evrc_adec::process_command_msg(void *component, unsigned char /*byte*/) {
+    omx_evrc_adec *self = static_cast<omx_evrc_adec *>(component);
     uintptr_t p1 = 0, p2 = 0;
     unsigned char id = 0;
 
@@ -188,36 +158,29 @@ void omx_evrc_adec::process_command_msg(void* component, unsigned char /*byte*/)
     pthread_mutex_unlock(&self->cmd_q_lock);
 
     switch (id) {
-    case MSG_PORT_SETTINGS:
-        self->event(OMX_EventPortSettingsChanged, 1, 1, nullptr);
-        break;
+    case MSG_PORT_SETTINGS: self->event(OMX_EventPortSettingsChanged, 1, 1, nullptr); break;
     case MSG_COMMAND:
         self->send_command_proxy(self->callback_handle(), static_cast<OMX_COMMANDTYPE>(p1),
                                  static_cast<unsigned int>(p2), nullptr);
         break;
-    case MSG_CMD_COMPLETE:
-        self->complete_command(p1, p2);
-        break;
+    case MSG_CMD_COMPLETE: self->complete_command(p1, p2); break;
     default:
-        if (self->state == OMX_StateExecuting)
-            OMX_EVRC_LOG("ERROR:CMD-->incorrect event[%d]\n", id);
+        if (self->state == OMX_StateExecuting) OMX_EVRC_LOG("ERROR:CMD-->incorrect event[%d]\n", id);
         break;
     }
 }
 
 // ---- Input thread ----
 
-void omx_evrc_adec::process_in_port_msg(void* component, unsigned char /*byte*/)
-{
-    omx_evrc_adec* self = static_cast<omx_evrc_adec*>(component);
+void omx_evrc_adec::process_in_port_msg(void *component, unsigned char /*byte*/) {
+    omx_evrc_adec *self = static_cast<omx_evrc_adec *>(component);
     if (!self) {
         OMX_EVRC_LOG("ERROR:IN--> Invalid Obj \n");
         return;
     }
 
     OMX_STATETYPE st = self->locked_state();
-    if (st == OMX_StateLoaded)
-        return;
+    if (st == OMX_StateLoaded) return;
 
     uintptr_t p1 = 0, p2 = 0, q1 = 0, q2 = 0;
     unsigned char id = 0, qid = 0;
@@ -229,8 +192,7 @@ void omx_evrc_adec::process_in_port_msg(void* component, unsigned char /*byte*/)
         if (st != OMX_StateExecuting && self->in_ctrl_q.size() == 0 && !self->resume_pending) {
             pthread_mutex_unlock(&self->data_q_lock);
             pthread_mutex_lock(&self->state_lock);
-            if (self->state == OMX_StatePause && !self->resume_pending && !self->idle_pending &&
-                !self->shutting_down) {
+            if (self->state == OMX_StatePause && !self->resume_pending && !self->idle_pending && !self->shutting_down) {
                 // Park until a resume, a flush or deinit posts resume_sem. A
                 // flush queues its entry before it takes park_lock, so one
                 // found here means there is no need to wait.
@@ -280,34 +242,26 @@ void omx_evrc_adec::process_in_port_msg(void* component, unsigned char /*byte*/)
         // Outside Executing with entries waiting: look again until the state
         // changes or a flush takes them away.
         st = self->locked_state();
-        if (st == OMX_StateLoaded || self->shutting_down)
-            return;
+        if (st == OMX_StateLoaded || self->shutting_down) return;
     }
     pthread_mutex_unlock(&self->data_q_lock);
 
     switch (id) {
     case MSG_EBD:
-        if (p2)
-            self->buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+        if (p2) self->buffer_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
         break;
     case MSG_FBD:
-        if (p2)
-            self->frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2));
+        if (p2) self->frame_done_cb(reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2));
         break;
     case MSG_ETB:
         if (have_pair && p2 && q2)
-            self->process_data(reinterpret_cast<void*>(p1), reinterpret_cast<OMX_BUFFERHEADERTYPE*>(p2),
-                               reinterpret_cast<OMX_BUFFERHEADERTYPE*>(q2));
+            self->process_data(reinterpret_cast<void *>(p1), reinterpret_cast<OMX_BUFFERHEADERTYPE *>(p2),
+                               reinterpret_cast<OMX_BUFFERHEADERTYPE *>(q2));
         break;
     case MSG_COMMAND:
-        if (p1 == 1)
-            self->execute_data_flush();
+        if (p1 == 1) self->execute_data_flush();
         break;
-    case MSG_EOS:
-        self->event(OMX_EventBufferFlag, 1, OMX_BUFFERFLAG_EOS, nullptr);
-        break;
-    default:
-        OMX_EVRC_LOG("ERROR:IN-->Invalid Id[%d]\n", id);
-        break;
+    case MSG_EOS: self->event(OMX_EventBufferFlag, 1, OMX_BUFFERFLAG_EOS, nullptr); break;
+    default: OMX_EVRC_LOG("ERROR:IN-->Invalid Id[%d]\n", id); break;
     }
 }

@@ -233,7 +233,8 @@ std::uint8_t packet_byte(const UWord16 *packet, std::size_t i) {
 class Progress {
 public:
     Progress(const std::string &name, std::size_t frames)
-        : name_(name), frames_(frames),
+        : name_(name),
+          frames_(frames),
           on_(isatty(STDERR_FILENO) != 0 && kFrameSeconds * static_cast<double>(frames) > kProgressAfterSeconds) {}
     void update(std::size_t done) {
         if (!on_) return;
@@ -357,8 +358,7 @@ bool load_raw(const std::string &path, bool strict, Stream &s, std::string &erro
 }
 
 bool load_qcp(const std::string &path, bool strict, Stream &s, std::string &error) {
-    evrc::QcpReadResult r =
-        evrc::read_qcp(path, strict ? evrc::QcpReadMode::kStrict : evrc::QcpReadMode::kForgiving);
+    evrc::QcpReadResult r = evrc::read_qcp(path, strict ? evrc::QcpReadMode::kStrict : evrc::QcpReadMode::kForgiving);
     if (!r) {
         error = r.error;
         return false;
@@ -433,8 +433,8 @@ int parse_decode(int argc, char **argv, DecodeOptions &opt) {
 
 std::string guid_text(const evrc::QcpGuid &g) {
     char buf[64];
-    std::snprintf(buf, sizeof buf, "{%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x}", g[3],
-                  g[2], g[1], g[0], g[5], g[4], g[7], g[6], g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]);
+    std::snprintf(buf, sizeof buf, "{%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x}", g[3], g[2],
+                  g[1], g[0], g[5], g[4], g[7], g[6], g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]);
     return buf;
 }
 
@@ -452,10 +452,9 @@ int run_info(const std::string &path) {
     if (!r.damage.empty()) {
         std::string p = r.damage;
         if (r.truncated_at != 0) {
-            const std::uint64_t declared = 8ull + (static_cast<std::uint64_t>(bytes[4]) |
-                                                   (static_cast<std::uint64_t>(bytes[5]) << 8) |
-                                                   (static_cast<std::uint64_t>(bytes[6]) << 16) |
-                                                   (static_cast<std::uint64_t>(bytes[7]) << 24));
+            const std::uint64_t declared =
+                8ull + (static_cast<std::uint64_t>(bytes[4]) | (static_cast<std::uint64_t>(bytes[5]) << 8) |
+                        (static_cast<std::uint64_t>(bytes[6]) << 16) | (static_cast<std::uint64_t>(bytes[7]) << 24));
             p += " (the RIFF header declares " + std::to_string(declared) + " bytes)";
         }
         problems.push_back(p + "; " + std::to_string(r.file.packets.size()) + " whole packets");

@@ -18,7 +18,6 @@
 #include <memory>
 #include <mutex>
 
-
 namespace evrc_tool {
 namespace {
 
@@ -49,12 +48,12 @@ std::string hex(unsigned v) {
 
 // Packs whole packets into input buffers: at most 30 packets (one output
 // buffer's worth of PCM) and at most `capacity` bytes each.
-bool split_into_buffers(const std::vector<Bytes>& packets, std::size_t capacity, std::size_t max_packets,
-                        std::vector<Bytes>& buffers, std::vector<std::size_t>& counts, std::string& error) {
+bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity, std::size_t max_packets,
+                        std::vector<Bytes> &buffers, std::vector<std::size_t> &counts, std::string &error) {
     Bytes cur;
     std::size_t n = 0;
     for (std::size_t i = 0; i < packets.size(); ++i) {
-        const Bytes& p = packets[i];
+        const Bytes &p = packets[i];
         if (p.empty()) {
             error = "packet " + std::to_string(i) + " is empty";
             return false;
@@ -89,9 +88,8 @@ bool split_into_buffers(const std::vector<Bytes>& packets, std::size_t capacity,
 // What the component hands back through the callbacks.
 class Returns {
 public:
-    static OMX_ERRORTYPE on_event(OMX_HANDLETYPE, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2,
-                                  OMX_PTR) {
-        Returns* self = static_cast<Returns*>(app);
+    static OMX_ERRORTYPE on_event(OMX_HANDLETYPE, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
+        Returns *self = static_cast<Returns *>(app);
         std::lock_guard<std::mutex> lock(self->mutex_);
         if (type == OMX_EventCmdComplete && d1 == OMX_CommandStateSet) {
             self->states_.push_back(static_cast<OMX_STATETYPE>(d2));
@@ -104,14 +102,14 @@ public:
     // A returned input buffer is only collected: its output buffer follows
     // it (the component answers every input buffer with one). Returned output
     // buffers wake the client once as many as it waits for are back.
-    static OMX_ERRORTYPE on_empty_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->inputs_, hdr, false);
+    static OMX_ERRORTYPE on_empty_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE *hdr) {
+        return static_cast<Returns *>(app)->push(static_cast<Returns *>(app)->inputs_, hdr, false);
     }
-    static OMX_ERRORTYPE on_fill_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE* hdr) {
-        return static_cast<Returns*>(app)->push(static_cast<Returns*>(app)->outputs_, hdr, true);
+    static OMX_ERRORTYPE on_fill_done(OMX_HANDLETYPE, OMX_PTR app, OMX_BUFFERHEADERTYPE *hdr) {
+        return static_cast<Returns *>(app)->push(static_cast<Returns *>(app)->outputs_, hdr, true);
     }
 
-    bool wait_state(OMX_STATETYPE s, std::string& error) {
+    bool wait_state(OMX_STATETYPE s, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
         const bool ok = cond_.wait_for(lock, kStepTimeout, [&] {
             for (auto it = states_.begin(); it != states_.end(); ++it) {
@@ -132,12 +130,11 @@ public:
     // event, and takes every buffer returned so far; false on timeout or
     // error, with `error` set. Only to be called with at least `wanted`
     // output buffers in the component.
-    bool wait_buffers(std::size_t wanted, std::deque<OMX_BUFFERHEADERTYPE*>& inputs,
-                      std::deque<OMX_BUFFERHEADERTYPE*>& outputs, std::string& error) {
+    bool wait_buffers(std::size_t wanted, std::deque<OMX_BUFFERHEADERTYPE *> &inputs,
+                      std::deque<OMX_BUFFERHEADERTYPE *> &outputs, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
         wanted_ = wanted > 0 ? wanted : 1;
-        const bool ok =
-            cond_.wait_for(lock, kStepTimeout, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
+        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
         wanted_ = 1;
         inputs.insert(inputs.end(), inputs_.begin(), inputs_.end());
         outputs.insert(outputs.end(), outputs_.begin(), outputs_.end());
@@ -145,13 +142,12 @@ public:
         outputs_.clear();
         if (ok && error_ == 0) return true;
         error = error_ != 0 ? "the component reported error " + hex(error_)
-                            : "the component returned no buffer within " +
-                                  std::to_string(kStepTimeout.count()) + " s";
+                            : "the component returned no buffer within " + std::to_string(kStepTimeout.count()) + " s";
         return false;
     }
 
 private:
-    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE*>& q, OMX_BUFFERHEADERTYPE* hdr, bool wake) {
+    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE *> &q, OMX_BUFFERHEADERTYPE *hdr, bool wake) {
         std::lock_guard<std::mutex> lock(mutex_);
         q.push_back(hdr);
         if (wake && q.size() >= wanted_) cond_.notify_all();
@@ -161,14 +157,14 @@ private:
     std::mutex mutex_;
     std::condition_variable cond_;
     std::deque<OMX_STATETYPE> states_;
-    std::deque<OMX_BUFFERHEADERTYPE*> inputs_;
-    std::deque<OMX_BUFFERHEADERTYPE*> outputs_;
+    std::deque<OMX_BUFFERHEADERTYPE *> inputs_;
+    std::deque<OMX_BUFFERHEADERTYPE *> outputs_;
     std::size_t wanted_ = 1;  // returned output buffers that wake the client
     unsigned error_ = 0;
 };
 
 // The library's component entry as an OpenMAX IL core sees it.
-extern "C" int omx_component_library_Setup(stLoaderComponentType** list);
+extern "C" int omx_component_library_Setup(stLoaderComponentType **list);
 
 // One component from creation to destruction, reached only through the
 // library's loader entry and the OpenMAX function table it fills. The
@@ -180,10 +176,10 @@ public:
         if (constructed_) handle_.ComponentDeInit(&handle_);
     }
 
-    bool open(std::string& error) {
+    bool open(std::string &error) {
         stLoaderComponentType record;
         std::memset(&record, 0, sizeof(record));
-        stLoaderComponentType* list[] = {&record};
+        stLoaderComponentType *list[] = {&record};
         const bool described = omx_component_library_Setup(list) == 1 && record.constructor != nullptr;
         release(record);
         if (!described) {
@@ -202,7 +198,7 @@ public:
     }
 
     // Sets the number of buffers of a port (its size stays).
-    bool set_buffer_count(unsigned port, OMX_U32 count, std::string& error) {
+    bool set_buffer_count(unsigned port, OMX_U32 count, std::string &error) {
         OMX_PARAM_PORTDEFINITIONTYPE def;
         if (!port_definition(port, def, error)) return false;
         def.nBufferCountActual = count;
@@ -210,7 +206,7 @@ public:
     }
 
     // Buffer size of a port.
-    bool buffer_size(unsigned port, std::size_t& size, std::string& error) {
+    bool buffer_size(unsigned port, std::size_t &size, std::string &error) {
         OMX_PARAM_PORTDEFINITIONTYPE def;
         if (!port_definition(port, def, error)) return false;
         size = def.nBufferSize;
@@ -219,7 +215,7 @@ public:
 
     // Loaded -> Idle with every buffer of both ports allocated, then
     // Executing.
-    bool start(std::string& error) {
+    bool start(std::string &error) {
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!allocate(0, inputs_, error) || !allocate(1, outputs_, error)) return false;
@@ -230,15 +226,15 @@ public:
     }
 
     // Executing -> Idle -> Loaded, freeing every buffer on the way.
-    bool stop(std::string& error) {
+    bool stop(std::string &error) {
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!returns_.wait_state(OMX_StateIdle, error)) return false;
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateLoaded, nullptr), "Loaded", error))
             return false;
-        for (OMX_BUFFERHEADERTYPE* hdr : inputs_)
+        for (OMX_BUFFERHEADERTYPE *hdr : inputs_)
             if (!check(handle_.FreeBuffer(&handle_, 0, hdr), "free_buffer", error)) return false;
-        for (OMX_BUFFERHEADERTYPE* hdr : outputs_)
+        for (OMX_BUFFERHEADERTYPE *hdr : outputs_)
             if (!check(handle_.FreeBuffer(&handle_, 1, hdr), "free_buffer", error)) return false;
         inputs_.clear();
         outputs_.clear();
@@ -247,10 +243,10 @@ public:
 
     // Sends the buffers in order and appends the PCM of each returned output
     // buffer; the component answers input buffers in the order received.
-    bool run(const std::vector<Bytes>& buffers, const std::vector<std::size_t>& counts,
-             std::vector<std::int16_t>& pcm, std::string& error) {
-        std::deque<OMX_BUFFERHEADERTYPE*> free_in(inputs_.begin(), inputs_.end());
-        std::deque<OMX_BUFFERHEADERTYPE*> free_out(outputs_.begin(), outputs_.end());
+    bool run(const std::vector<Bytes> &buffers, const std::vector<std::size_t> &counts, std::vector<std::int16_t> &pcm,
+             std::string &error) {
+        std::deque<OMX_BUFFERHEADERTYPE *> free_in(inputs_.begin(), inputs_.end());
+        std::deque<OMX_BUFFERHEADERTYPE *> free_out(outputs_.begin(), outputs_.end());
         std::size_t sent = 0;
         std::size_t received = 0;
         // While buffers are missing at least one output buffer is in the
@@ -261,7 +257,7 @@ public:
                 free_out.pop_front();
             }
             while (!free_in.empty() && sent < buffers.size()) {
-                OMX_BUFFERHEADERTYPE* hdr = free_in.front();
+                OMX_BUFFERHEADERTYPE *hdr = free_in.front();
                 std::memcpy(hdr->pBuffer, buffers[sent].data(), buffers[sent].size());
                 hdr->nOffset = 0;
                 hdr->nFilledLen = static_cast<OMX_U32>(buffers[sent].size());
@@ -279,16 +275,16 @@ public:
             std::size_t wanted = (outputs_.size() + 1) / 2;
             if (wanted > in_flight) wanted = in_flight;
             if (wanted > unanswered) wanted = unanswered;
-            std::deque<OMX_BUFFERHEADERTYPE*> done_out;
+            std::deque<OMX_BUFFERHEADERTYPE *> done_out;
             if (!returns_.wait_buffers(wanted, free_in, done_out, error)) return false;
-            for (OMX_BUFFERHEADERTYPE* hdr : done_out) {
+            for (OMX_BUFFERHEADERTYPE *hdr : done_out) {
                 const std::size_t expected = counts[received] * kSamplesPerPacket * sizeof(std::int16_t);
                 if (hdr->nFilledLen != expected) {
-                    error = "output buffer " + std::to_string(received) + " holds " +
-                            std::to_string(hdr->nFilledLen) + " bytes instead of " + std::to_string(expected);
+                    error = "output buffer " + std::to_string(received) + " holds " + std::to_string(hdr->nFilledLen) +
+                            " bytes instead of " + std::to_string(expected);
                     return false;
                 }
-                const auto* s = reinterpret_cast<const std::int16_t*>(hdr->pBuffer + hdr->nOffset);
+                const auto *s = reinterpret_cast<const std::int16_t *>(hdr->pBuffer + hdr->nOffset);
                 pcm.insert(pcm.end(), s, s + hdr->nFilledLen / sizeof(std::int16_t));
                 ++received;
                 free_out.push_back(hdr);
@@ -298,14 +294,14 @@ public:
     }
 
 private:
-    static bool check(OMX_ERRORTYPE err, const char* what, std::string& error) {
+    static bool check(OMX_ERRORTYPE err, const char *what, std::string &error) {
         if (err == OMX_ErrorNone) return true;
         error = std::string(what) + " failed with " + hex(static_cast<unsigned>(err));
         return false;
     }
 
     // The loader entry hands over malloc()ed strings, as a core expects.
-    static void release(stLoaderComponentType& record) {
+    static void release(stLoaderComponentType &record) {
         for (OMX_U32 i = 0; i < record.name_specific_length; ++i) {
             if (record.name_specific != nullptr) std::free(record.name_specific[i]);
             if (record.role_specific != nullptr) std::free(record.role_specific[i]);
@@ -315,7 +311,7 @@ private:
         std::free(record.name);
     }
 
-    bool port_definition(unsigned port, OMX_PARAM_PORTDEFINITIONTYPE& def, std::string& error) {
+    bool port_definition(unsigned port, OMX_PARAM_PORTDEFINITIONTYPE &def, std::string &error) {
         std::memset(&def, 0, sizeof(def));
         def.nSize = sizeof(def);
         def.nVersion.nVersion = kOmxVersion;
@@ -323,11 +319,11 @@ private:
         return check(handle_.GetParameter(&handle_, OMX_IndexParamPortDefinition, &def), "get_parameter", error);
     }
 
-    bool allocate(unsigned port, std::vector<OMX_BUFFERHEADERTYPE*>& hdrs, std::string& error) {
+    bool allocate(unsigned port, std::vector<OMX_BUFFERHEADERTYPE *> &hdrs, std::string &error) {
         OMX_PARAM_PORTDEFINITIONTYPE def;
         if (!port_definition(port, def, error)) return false;
         for (OMX_U32 i = 0; i < def.nBufferCountActual; ++i) {
-            OMX_BUFFERHEADERTYPE* hdr = nullptr;
+            OMX_BUFFERHEADERTYPE *hdr = nullptr;
             if (!check(handle_.AllocateBuffer(&handle_, &hdr, port, nullptr, def.nBufferSize), "allocate_buffer",
                        error))
                 return false;
@@ -339,14 +335,14 @@ private:
     OMX_COMPONENTTYPE handle_{};
     bool constructed_ = false;
     Returns returns_;
-    std::vector<OMX_BUFFERHEADERTYPE*> inputs_;
-    std::vector<OMX_BUFFERHEADERTYPE*> outputs_;
+    std::vector<OMX_BUFFERHEADERTYPE *> inputs_;
+    std::vector<OMX_BUFFERHEADERTYPE *> outputs_;
 };
 
 }  // namespace
 
-bool decode_with_component(const std::vector<std::vector<std::uint8_t>>& packets, std::vector<std::int16_t>& pcm,
-                           std::string& error) {
+bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets, std::vector<std::int16_t> &pcm,
+                           std::string &error) {
     auto session = std::make_unique<Session>();
     if (!session->open(error)) return false;
     // More buffers in flight than the component's default two keep its input

@@ -43,7 +43,7 @@ struct HalfRateFields {
     int lsp_index[3] = {};  // 7, 7, 8 bits
     int delay_index = 0;    // 7 bits
     int acb_gain_index[3] = {};
-    int fcb_index[3] = {};  // 10 bits
+    int fcb_index[3] = {};       // 10 bits
     int fcb_gain_index[3] = {};  // 4 bits
 };
 
@@ -52,9 +52,7 @@ struct EighthRateFields {
     int energy_index = 0;   // 8 bits
 };
 
-inline int uniform_int(std::mt19937 &rng, int lo, int hi) {
-    return std::uniform_int_distribution<int>(lo, hi)(rng);
-}
+inline int uniform_int(std::mt19937 &rng, int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); }
 
 // Chooses the codebook rows one codebook at a time, each drawn until it is
 // ascending and continues the run; restarts from the first codebook when a
@@ -82,9 +80,10 @@ inline void draw_ascending_rows(std::mt19937 &rng, const Word16 *const (&books)[
 inline FullRateFields random_full_rate_fields(std::mt19937 &rng) {
     FullRateFields f;
     f.mode_bit = uniform_int(rng, 0, 1);
-    draw_ascending_rows(rng, {&evrc_acsLspVQFull1[0][0], &evrc_acsLspVQFull2[0][0], &evrc_acsLspVQFull3[0][0],
-                              &evrc_acsLspVQFull4[0][0]},
-                        {64, 64, 512, 128}, {2, 2, 3, 3}, f.lsp_index);
+    draw_ascending_rows(
+        rng,
+        {&evrc_acsLspVQFull1[0][0], &evrc_acsLspVQFull2[0][0], &evrc_acsLspVQFull3[0][0], &evrc_acsLspVQFull4[0][0]},
+        {64, 64, 512, 128}, {2, 2, 3, 3}, f.lsp_index);
     f.delay_index = uniform_int(rng, 0, 100);
     f.delta_delay = uniform_int(rng, 0, 31);
     for (int k = 0; k < 3; ++k) {

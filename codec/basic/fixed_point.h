@@ -41,7 +41,8 @@ inline void count(UWord32 weight) { t_pending_ops += weight; }
 // Relaxed atomic accesses: threads coding independent streams may raise it at
 // the same time, and the store is the same whoever wins.
 inline void overflow() {
-    if (__atomic_load_n(&evrc_giOverflow, __ATOMIC_RELAXED) != 1) __atomic_store_n(&evrc_giOverflow, 1, __ATOMIC_RELAXED);
+    if (__atomic_load_n(&evrc_giOverflow, __ATOMIC_RELAXED) != 1)
+        __atomic_store_n(&evrc_giOverflow, 1, __ATOMIC_RELAXED);
 }
 
 // Two's-complement narrowing and wrapping helpers (well defined in C++17
@@ -58,9 +59,7 @@ inline Word64 wrap_sub64(Word64 a, Word64 b) {
     return static_cast<Word64>(static_cast<UWord64>(a) - static_cast<UWord64>(b));
 }
 // x shifted left by 0..63 with the bits shifted out lost.
-inline Word64 wrap_shl64(Word64 x, int n) {
-    return static_cast<Word64>(static_cast<UWord64>(x) << n);
-}
+inline Word64 wrap_shl64(Word64 x, int n) { return static_cast<Word64>(static_cast<UWord64>(x) << n); }
 
 // Saturation with the flag, no counting.
 inline Word16 sat16(Word32 x) {
@@ -372,9 +371,7 @@ inline Word16 norm_l(Word32 L) {
 
 inline Word32 extract64_l(Word64 x) { return detail::low32(x); }
 
-inline Word32 int_mult_16_16(Word32 a, Word32 b) {
-    return static_cast<Word32>(detail::low16(a)) * detail::low16(b);
-}
+inline Word32 int_mult_16_16(Word32 a, Word32 b) { return static_cast<Word32>(detail::low16(a)) * detail::low16(b); }
 
 inline Word32 int_mult_16h_16(Word32 a, Word32 b) {
     return static_cast<Word32>(static_cast<Word16>(a >> 16)) * detail::low16(b);
@@ -385,8 +382,7 @@ inline Word64 int_mult_32_16(Word32 a, Word32 b) { return static_cast<Word64>(a)
 inline Word64 int_mult_32_32(Word32 a, Word32 b) { return static_cast<Word64>(a) * b; }
 
 inline Word64 L_mult64_uu(Word32 a, Word32 b) {
-    return static_cast<Word64>(static_cast<UWord64>(static_cast<UWord32>(a)) *
-                               static_cast<UWord32>(b));
+    return static_cast<Word64>(static_cast<UWord64>(static_cast<UWord32>(a)) * static_cast<UWord32>(b));
 }
 
 inline Word32 L_mult_su(Word32 a, Word32 b) {
@@ -431,9 +427,7 @@ inline Word64 int_mac_16_16_shift(Word64 acc, Word32 a, Word32 b, Word16 s) {
     return detail::wrap_add64(acc, L_shl64(static_cast<Word64>(a) * b, s));
 }
 
-inline Word64 L_mac64_su(Word64 acc, Word32 a, Word32 b) {
-    return detail::wrap_add64(acc, L_mult_su(a, b));
-}
+inline Word64 L_mac64_su(Word64 acc, Word32 a, Word32 b) { return detail::wrap_add64(acc, L_mult_su(a, b)); }
 
 inline Word64 L_add64(Word64 x, Word64 y) { return detail::wrap_add64(x, y); }
 inline Word64 L_sub64(Word64 x, Word64 y) { return detail::wrap_sub64(x, y); }
@@ -446,9 +440,7 @@ inline Word32 MIN32(Word32 a, Word32 b) { return a >= b ? b : a; }
 
 // ---- 64-bit saturating and double-precision fractional operators ----------
 
-inline Word64 L_sat32_64(Word64 x) {
-    return x > kMax32 ? kMax32 : (x < kMin32 ? kMin32 : x);
-}
+inline Word64 L_sat32_64(Word64 x) { return x > kMax32 ? kMax32 : (x < kMin32 ? kMin32 : x); }
 
 // Out-of-range values clamp silently and uncounted; in range it is round32.
 inline Word16 L_sat32_64_round16(Word64 x) {

@@ -62,8 +62,7 @@ EVRC_API Word32 evrc_log2_3term(Word32 L) {
 
     Word32 m = wrap_add32(fx::L_mult(32709, x), fx::L_mult(-11050, fx::mult_r(x, x)));
     m = wrap_add32(m, 0xB300000);
-    const Word32 integer_part =
-        fx::L_shl(fx::L_mult(fx::detail::low16(static_cast<Word32>(n) + 1), -1024), 15);
+    const Word32 integer_part = fx::L_shl(fx::L_mult(fx::detail::low16(static_cast<Word32>(n) + 1), -1024), 15);
     return wrap_add32(integer_part, (m >> 3) & 0x3FFFFFF);
 }
 

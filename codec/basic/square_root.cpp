@@ -8,9 +8,7 @@
 namespace {
 
 // L - t^2, with t^2 formed as (2*t*t) >> 1 through the saturating operators.
-Word32 remainder_after(Word32 L, Word16 t) {
-    return fx::L_sub(L, fx::L_shr(fx::L_mult(t, t), 1));
-}
+Word32 remainder_after(Word32 L, Word16 t) { return fx::L_sub(L, fx::L_shr(fx::L_mult(t, t), 1)); }
 
 // Number of bits set in a 16-bit value, without a library call.
 inline UWord32 bits_set16(UWord32 v) {
@@ -20,9 +18,7 @@ inline UWord32 bits_set16(UWord32 v) {
     return (v + (v >> 8)) & 0x1Fu;
 }
 
-Word32 wrap_sub32(Word32 a, Word32 b) {
-    return static_cast<Word32>(static_cast<UWord32>(a) - static_cast<UWord32>(b));
-}
+Word32 wrap_sub32(Word32 a, Word32 b) { return static_cast<Word32>(static_cast<UWord32>(a) - static_cast<UWord32>(b)); }
 
 // Weight of the bit-by-bit root: for each of the 15 bits an add, the trial
 // (L_mult 1, L_shr 2, L_sub 2) and a shr, 7 in all, and the closing shr: 106;

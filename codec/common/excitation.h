@@ -18,10 +18,10 @@
 
 namespace evrc {
 
-constexpr int kExcHistoryLen = EVRC_HISTORY_LEN;                 // 128
-constexpr int kExcAhead = EVRC_MAX_SUBFRAME + kLookAhead;         // 64
-constexpr int kExcBufferLen = kExcHistoryLen + kExcAhead;         // 192
-constexpr int kContourLen = EVRC_MAX_SUBFRAME + kLookAhead;       // contour of one subframe
+constexpr int kExcHistoryLen = EVRC_HISTORY_LEN;             // 128
+constexpr int kExcAhead = EVRC_MAX_SUBFRAME + kLookAhead;    // 64
+constexpr int kExcBufferLen = kExcHistoryLen + kExcAhead;    // 192
+constexpr int kContourLen = EVRC_MAX_SUBFRAME + kLookAhead;  // contour of one subframe
 
 // Drops the L oldest history samples of buf (kExcBufferLen samples): the 128
 // samples starting L later become the history, so the current subframe ends

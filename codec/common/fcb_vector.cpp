@@ -95,8 +95,8 @@ EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16
 // Pitch lag of the subframe, pitch sharpening of fcb with the clamped ACB
 // gain, then exc[n] = acb_gain * exc[n] + fcb_gain * fcb[n] (Q14 and plain
 // gains) for n < L.
-EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points,
-                                   Word16 acb_gain, Word16 fcb_gain, Word16 L) {
+EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain,
+                                   Word16 fcb_gain, Word16 L) {
     fx::CallScope scope;
     const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
     const Word16 T = static_cast<Word16>(mean >> 16);

@@ -39,8 +39,8 @@ inline Word64 synthesis_feedback(const Word16 *a, const Word32 *past, bool &clam
     }
     Word64 hi = 0;
     for (int k = kOrder - 1; k >= 0; --k) {
-        hi = clamp_add32(hi, 2 * static_cast<Word64>(static_cast<Word32>(a[k]) * (past[kOrder - 1 - k] >> 16)),
-                         clamped);
+        hi =
+            clamp_add32(hi, 2 * static_cast<Word64>(static_cast<Word32>(a[k]) * (past[kOrder - 1 - k] >> 16)), clamped);
     }
     return hi + (lo >> 15);
 }
@@ -63,9 +63,7 @@ inline bool high_halves_fit(Word32 abs_sum, Word32 magnitude_or) {
 // Rounding a memory word to 16 bits saturates at the top only, from
 // kRoundLimit on.
 constexpr Word32 kRoundLimit = 0x7FFF8000;
-inline Word16 round_to_16(Word32 w) {
-    return w >= kRoundLimit ? fx::kMax16 : static_cast<Word16>((w + 0x8000) >> 16);
-}
+inline Word16 round_to_16(Word32 w) { return w >= kRoundLimit ? fx::kMax16 : static_cast<Word16>((w + 0x8000) >> 16); }
 
 // synthesis_feedback when no clamp fires: 2 * sum a_k h_k + (sum a_k l_k >> 15)
 // with h_k, l_k the high and low halves of the memory word m_k equals
@@ -175,7 +173,8 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
                 }
                 const UWord64 sum = older + static_cast<UWord64>(a64[0]) * static_cast<UWord64>(newest);
                 const UWord64 feedback = static_cast<UWord64>(static_cast<Word64>(sum) >> 15);
-                newest = static_cast<Word64>(feedback * 8u + static_cast<UWord64>(static_cast<Word64>(in[done + n]) * 65536));
+                newest = static_cast<Word64>(feedback * 8u +
+                                             static_cast<UWord64>(static_cast<Word64>(in[done + n]) * 65536));
                 y64[kOrder + n] = newest;
             }
             Word64 out_of_range = 0;
@@ -223,8 +222,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
 // itself. out[n] = round((x[n] - sum a_k x[n-k] / 4096) * 2^(shift - 4)) with
 // x[n] = in[10 + n), the sum clamped to 32 bits before rounding. out may equal
 // in, but must not overlap in[10 ..) otherwise.
-EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
-                                         Word16 shift) {
+EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L, Word16 shift) {
     fx::CallScope scope;
     // With sum |a_k| < 61440 the sum is at most 4096 * 32768 + 61439 * 32768
     // = 2^31 - 32768 in magnitude at every step, so 32-bit accumulation is

@@ -1,8 +1,8 @@
 // LSP codebooks: the codebooks hold absolute LSP values, so a row copy is the
 // whole dequantisation of one split; the splits of a rate together cover the
 // ten LSPs in order.
-#include "codec/basic/fixed_point.h"
 #include "codec/common/lsp_codebooks.h"
+#include "codec/basic/fixed_point.h"
 
 #include "evrc/evrc_tables.h"
 

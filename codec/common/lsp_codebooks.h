@@ -10,8 +10,8 @@ namespace evrc {
 struct LspSplit {
     const Word16 *codebook;  // rows of row_len absolute LSPs, Q15
     Word16 row_len;
-    Word16 first;            // first LSP the rows cover
-    Word16 index_bits;       // width of the packet's index field
+    Word16 first;       // first LSP the rows cover
+    Word16 index_bits;  // width of the packet's index field
 };
 
 struct LspSplits {

@@ -15,8 +15,8 @@
 namespace {
 
 constexpr int kLpcOrder = evrc::kOrder;
-constexpr int kPolyLen = 6;                // coefficients 0..5, middle at 5
-constexpr Word32 kOneQ24 = 16777216;       // 1.0 in Q24
+constexpr int kPolyLen = 6;                    // coefficients 0..5, middle at 5
+constexpr Word32 kOneQ24 = 16777216;           // 1.0 in Q24
 constexpr Word32 kPoscosOfZero = -1073741820;  // -cos(0) in Q30, 4 above -2^30
 constexpr Word64 kInt32Min = -2147483647LL - 1;
 constexpr Word64 kInt32Max = 2147483647LL;

@@ -20,8 +20,8 @@ inline Word16 read_packet_bits(const Word16 *data, int first_bit, int width) {
     const int high_width = 16 - offset;
     const int low_width = width - high_width;
     const Word16 high = static_cast<Word16>(data[word] & ((1 << high_width) - 1));
-    const Word16 low = static_cast<Word16>(fx::shr(data[word + 1], static_cast<Word16>(16 - low_width)) &
-                                           ((1 << low_width) - 1));
+    const Word16 low =
+        static_cast<Word16>(fx::shr(data[word + 1], static_cast<Word16>(16 - low_width)) & ((1 << low_width) - 1));
     return fx::add(fx::shl(high, static_cast<Word16>(low_width)), low);
 }
 
@@ -32,8 +32,8 @@ inline void write_packet_bits(Word16 *data, int first_bit, int width, UWord32 va
         const int bit = first_bit + i;
         const UWord16 mask = static_cast<UWord16>(0x8000u >> (bit % 16));
         UWord16 word = static_cast<UWord16>(data[bit / 16]);
-        word = ((value >> (width - 1 - i)) & 1u) ? static_cast<UWord16>(word | mask)
-                                                  : static_cast<UWord16>(word & ~mask);
+        word =
+            ((value >> (width - 1 - i)) & 1u) ? static_cast<UWord16>(word | mask) : static_cast<UWord16>(word & ~mask);
         data[bit / 16] = static_cast<Word16>(word);
     }
 }

@@ -52,24 +52,26 @@ namespace detail {
 using F = FieldId;
 
 inline constexpr PacketField kFullRate[] = {
-    {F::kModeBit, 0, 0, 0, 1}, {F::kLsp, 0, 0, 1, 6}, {F::kLsp, 0, 1, 7, 6}, {F::kLsp, 0, 2, 13, 9},
-    {F::kLsp, 0, 3, 22, 7}, {F::kDelay, 0, 0, 29, 7}, {F::kDeltaDelay, 0, 0, 36, 5},
-    {F::kAcbGain, 0, 0, 41, 3}, {F::kFcb, 0, 0, 44, 8}, {F::kFcb, 0, 1, 52, 8},
-    {F::kFcb, 0, 2, 60, 8}, {F::kFcb, 0, 3, 68, 11}, {F::kFcbGain, 0, 0, 79, 5},
-    {F::kAcbGain, 1, 0, 84, 3}, {F::kFcb, 1, 0, 87, 8}, {F::kFcb, 1, 1, 95, 8},
-    {F::kFcb, 1, 2, 103, 8}, {F::kFcb, 1, 3, 111, 11}, {F::kFcbGain, 1, 0, 122, 5},
-    {F::kAcbGain, 2, 0, 127, 3}, {F::kFcb, 2, 0, 130, 8}, {F::kFcb, 2, 1, 138, 8},
-    {F::kFcb, 2, 2, 146, 8}, {F::kFcb, 2, 3, 154, 11}, {F::kFcbGain, 2, 0, 165, 5},
-    {F::kReserved, 0, 0, 170, 1},
+    {F::kModeBit, 0, 0, 0, 1},     {F::kLsp, 0, 0, 1, 6},        {F::kLsp, 0, 1, 7, 6},
+    {F::kLsp, 0, 2, 13, 9},        {F::kLsp, 0, 3, 22, 7},       {F::kDelay, 0, 0, 29, 7},
+    {F::kDeltaDelay, 0, 0, 36, 5}, {F::kAcbGain, 0, 0, 41, 3},   {F::kFcb, 0, 0, 44, 8},
+    {F::kFcb, 0, 1, 52, 8},        {F::kFcb, 0, 2, 60, 8},       {F::kFcb, 0, 3, 68, 11},
+    {F::kFcbGain, 0, 0, 79, 5},    {F::kAcbGain, 1, 0, 84, 3},   {F::kFcb, 1, 0, 87, 8},
+    {F::kFcb, 1, 1, 95, 8},        {F::kFcb, 1, 2, 103, 8},      {F::kFcb, 1, 3, 111, 11},
+    {F::kFcbGain, 1, 0, 122, 5},   {F::kAcbGain, 2, 0, 127, 3},  {F::kFcb, 2, 0, 130, 8},
+    {F::kFcb, 2, 1, 138, 8},       {F::kFcb, 2, 2, 146, 8},      {F::kFcb, 2, 3, 154, 11},
+    {F::kFcbGain, 2, 0, 165, 5},   {F::kReserved, 0, 0, 170, 1},
 };
 inline constexpr PacketField kHalfRate[] = {
-    {F::kLsp, 0, 0, 0, 7}, {F::kLsp, 0, 1, 7, 7}, {F::kLsp, 0, 2, 14, 8}, {F::kDelay, 0, 0, 22, 7},
-    {F::kAcbGain, 0, 0, 29, 3}, {F::kFcb, 0, 0, 32, 10}, {F::kFcbGain, 0, 0, 42, 4},
-    {F::kAcbGain, 1, 0, 46, 3}, {F::kFcb, 1, 0, 49, 10}, {F::kFcbGain, 1, 0, 59, 4},
-    {F::kAcbGain, 2, 0, 63, 3}, {F::kFcb, 2, 0, 66, 10}, {F::kFcbGain, 2, 0, 76, 4},
+    {F::kLsp, 0, 0, 0, 7},      {F::kLsp, 0, 1, 7, 7},      {F::kLsp, 0, 2, 14, 8},     {F::kDelay, 0, 0, 22, 7},
+    {F::kAcbGain, 0, 0, 29, 3}, {F::kFcb, 0, 0, 32, 10},    {F::kFcbGain, 0, 0, 42, 4}, {F::kAcbGain, 1, 0, 46, 3},
+    {F::kFcb, 1, 0, 49, 10},    {F::kFcbGain, 1, 0, 59, 4}, {F::kAcbGain, 2, 0, 63, 3}, {F::kFcb, 2, 0, 66, 10},
+    {F::kFcbGain, 2, 0, 76, 4},
 };
 inline constexpr PacketField kEighthRate[] = {
-    {F::kLsp, 0, 0, 0, 4}, {F::kLsp, 0, 1, 4, 4}, {F::kEnergy, 0, 0, 8, 8},
+    {F::kLsp, 0, 0, 0, 4},
+    {F::kLsp, 0, 1, 4, 4},
+    {F::kEnergy, 0, 0, 8, 8},
 };
 
 // Every field starts where the one before it ends.

@@ -33,7 +33,7 @@ constexpr std::size_t kFmtNumRatesAt = 110;
 constexpr std::size_t kFmtRateMapAt = 114;
 constexpr std::size_t kFmtRateMapSlots = 8;
 constexpr std::size_t kFmtMinSize = kFmtRateMapAt + 2 * kFmtRateMapSlots;  // 130
-constexpr std::size_t kFmtSize = kFmtMinSize + 20;                          // 150, with the reserved words
+constexpr std::size_t kFmtSize = kFmtMinSize + 20;                         // 150, with the reserved words
 
 constexpr std::size_t kMaxPayloadKept = kEvrcMaxPayload;
 
@@ -149,8 +149,8 @@ std::string check_rate_map(const std::vector<QcpRateMapEntry> &map) {
                           expected);
         }
         if (e.size > kEvrcMaxPayload) {
-            return format("rate map gives %u bytes for rate %u, more than an EVRC packet holds (%zu)", e.size,
-                          e.octet, kEvrcMaxPayload);
+            return format("rate map gives %u bytes for rate %u, more than an EVRC packet holds (%zu)", e.size, e.octet,
+                          kEvrcMaxPayload);
         }
         for (std::size_t j = 0; j < i; ++j) {
             if (map[j].octet == e.octet && map[j].size != e.size) {
@@ -188,10 +188,10 @@ std::string parse_data(const std::uint8_t *p, std::size_t n, std::uint64_t base,
         if (size >= 0) {
             take = static_cast<std::size_t>(size);
             if (n - pos - 1 < take) {
-                std::string problem =
-                    format("'data' chunk ends inside a packet at byte offset %llu: rate %u needs %zu bytes, "
-                           "%zu present",
-                           static_cast<unsigned long long>(base + pos), pkt.rate, take + 1, n - pos);
+                std::string problem = format(
+                    "'data' chunk ends inside a packet at byte offset %llu: rate %u needs %zu bytes, "
+                    "%zu present",
+                    static_cast<unsigned long long>(base + pos), pkt.rate, take + 1, n - pos);
                 if (!forgiving) return problem;
                 if (damage.empty()) damage = std::move(problem);
                 return {};
@@ -225,7 +225,8 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size, QcpReadMode 
     if (size < 4 && std::memcmp(bytes, riff, size) == 0) return fail("truncated RIFF header");
     if (size < 4 || !is_id(bytes, "RIFF")) return fail("not a RIFF file");
     if (size < 12) return fail(format("truncated RIFF header: %zu bytes", size));
-    if (!is_id(bytes + 8, "QLCM")) return fail("not a QCP file: RIFF form type is " + fourcc(bytes + 8) + ", not 'QLCM'");
+    if (!is_id(bytes + 8, "QLCM"))
+        return fail("not a QCP file: RIFF form type is " + fourcc(bytes + 8) + ", not 'QLCM'");
     const std::uint64_t declared = static_cast<std::uint64_t>(le32(bytes + 4)) + 8;
     // A file cut short is read up to where it stops when forgiving.
     const bool cut = declared > size;
@@ -286,7 +287,8 @@ QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size, QcpReadMode 
         // A missing pad byte after the last chunk is tolerated.
         pos = body + n + (n & 1);
     }
-    if (!have_fmt) return fail(cut ? format("truncated at byte %zu, before the 'fmt ' chunk", size) : "no 'fmt ' chunk");
+    if (!have_fmt)
+        return fail(cut ? format("truncated at byte %zu, before the 'fmt ' chunk", size) : "no 'fmt ' chunk");
     // A damaged file that stops before its 'data' chunk holds no packets.
     if (data == nullptr && damage.empty()) return fail("no 'data' chunk");
     std::string err = check_rate_map(f.rate_map);
@@ -353,11 +355,11 @@ bool write_qcp(const std::vector<QcpPacket> &packets, std::vector<std::uint8_t> 
     const std::size_t name_len = std::strlen(kEvrcCodecName);
     b.insert(b.end(), kEvrcCodecName, kEvrcCodecName + name_len);
     b.insert(b.end(), kFmtNameLen - name_len, 0);
-    put16(b, 8500);                // average bits per second
-    put16(b, 1 + kEvrcMaxPayload); // largest packet, rate octet included
-    put16(b, EVRC_FRAME_SIZE);     // samples per packet
-    put16(b, 8000);                // sampling rate
-    put16(b, 16);                  // bits per sample
+    put16(b, 8500);                 // average bits per second
+    put16(b, 1 + kEvrcMaxPayload);  // largest packet, rate octet included
+    put16(b, EVRC_FRAME_SIZE);      // samples per packet
+    put16(b, 8000);                 // sampling rate
+    put16(b, 16);                   // bits per sample
     static const int kRates[] = {EVRC_RATE_FULL, EVRC_RATE_HALF, EVRC_RATE_EIGHTH, EVRC_RATE_BLANK};
     put32(b, 4);
     for (int r : kRates) {

@@ -84,8 +84,8 @@ Word16 evrc_dec::decoder_agc_reference(EvrcDecoderState *st, const Word16 *ref, 
 
 extern "C" {
 
-EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out,
-                                 Word16 mode, Word16 L) {
+EVRC_API Word16 evrc_decoder_agc(EvrcDecoderState *st, const Word16 *ref, const Word16 *in, Word16 *out, Word16 mode,
+                                 Word16 L) {
     fx::CallScope scope;
     return agc<scale>(st, ref, in, out, mode, L);
 }

@@ -20,10 +20,10 @@ using evrc::kOrder;
 using evrc::kSubframes;
 
 constexpr Word16 kInitialSeed = 4660;
-constexpr Word16 kAgcWeight = 16384;     // 0.5
+constexpr Word16 kAgcWeight = 16384;  // 0.5
 constexpr Word16 kInitialDelay = 40;
 constexpr Word16 kPrefilterRampStep = 6554;
-constexpr Word16 kThirdQ16 = 21845;      // 1/3: running mean of the ACB gains
+constexpr Word16 kThirdQ16 = 21845;        // 1/3: running mean of the ACB gains
 constexpr Word16 kTwentyFourthQ16 = 2731;  // 1/24: running mean of the FCB gains
 
 // high half of ((avg << 16) + 32768 + gain * weight): one rounded step of a
@@ -65,8 +65,7 @@ void speech_subframe_lpc(EvrcDecoderState *st, const EvrcFrameParams *fp, int k)
 
 // Adaptive plus fixed codebook excitation of subframe k, built behind the
 // history; returns the pitch pre-filtered copy in `prefiltered`.
-void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 rate, int k, int L,
-                      Word16 *prefiltered) {
+void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 rate, int k, int L, Word16 *prefiltered) {
     Word16 *exc = evrc_dec::current_subframe(st);
     Word32 points[3];
     evrc_interpol_delay(fp->delay, st->prev_delay, static_cast<Word16>(k), points);
@@ -88,8 +87,7 @@ void build_excitation(EvrcDecoderState *st, const EvrcFrameParams *fp, Word16 ra
     evrc_pitch_pre_filter(exc + L - 1, st->pitch_lag, prefiltered, st->acb_gain, static_cast<Word16>(L));
 }
 
-void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate, Word16 *output,
-                         int postfilter_off) {
+void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate, Word16 *output, int postfilter_off) {
     start_speech_frame(st, fp, rate);
     const evrc_dec::PostfilterSetting pf = evrc_dec::speech_postfilter(rate);
     const bool postfilter = evrc_dec::speech_postfilter_on(postfilter_off);
@@ -109,7 +107,10 @@ void decode_speech_frame(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 rate,
 
 extern "C" {
 
-EVRC_API int get_sizeof_evrc_dec_struct(void) { fx::CallScope scope; return static_cast<int>(sizeof(EvrcDecoderState)); }
+EVRC_API int get_sizeof_evrc_dec_struct(void) {
+    fx::CallScope scope;
+    return static_cast<int>(sizeof(EvrcDecoderState));
+}
 
 EVRC_API void evrc_init_dec(EvrcDecoderState *st) {
     fx::CallScope scope;
@@ -132,15 +133,20 @@ EVRC_API void evrc_init_dec(EvrcDecoderState *st) {
     for (int i = 0; i < kOrder; ++i) st->prev_lsp[i] = evrc_acsLspBiasValues[i];
 }
 
-EVRC_API void evrc_init_dec_illegal_rate_transition(EvrcDecoderState *st) { fx::CallScope scope; evrc_init_dec(st); }
+EVRC_API void evrc_init_dec_illegal_rate_transition(EvrcDecoderState *st) {
+    fx::CallScope scope;
+    evrc_init_dec(st);
+}
 
-EVRC_API void evrc_init_tty_dec(EvrcDecoderState *st, Word16 mode) { fx::CallScope scope; st->tty_mode = mode; }
+EVRC_API void evrc_init_tty_dec(EvrcDecoderState *st, Word16 mode) {
+    fx::CallScope scope;
+    st->tty_mode = mode;
+}
 
 EVRC_API void evrc_check_illegal_rate_transition(EvrcDecoderState *st, Word16 rate) {
     fx::CallScope scope;
     // Rate 1/8 straight after rate 1 cannot happen in a valid stream: restart.
-    if ((rate & 15) == EVRC_RATE_EIGHTH && st->prev_rate == EVRC_RATE_FULL)
-        evrc_init_dec_illegal_rate_transition(st);
+    if ((rate & 15) == EVRC_RATE_EIGHTH && st->prev_rate == EVRC_RATE_FULL) evrc_init_dec_illegal_rate_transition(st);
 }
 
 EVRC_API Word16 evrc_fer_detect_and_unpack(EvrcDecoderState *st, EvrcFrameParams *fp, EvrcPacket *packet) {

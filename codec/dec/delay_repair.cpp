@@ -2,8 +2,8 @@
 // rate-1 frame tells its delay: the lost frame's delay is the current delay
 // minus the packet's delta delay, and the history saved by the concealment is
 // run again through the adaptive codebook along the lost frame's contour.
-#include "codec/basic/fixed_point.h"
 #include <cstring>
+#include "codec/basic/fixed_point.h"
 
 #include "codec/common/excitation.h"
 #include "codec/dec/excitation_internal.h"

@@ -110,8 +110,8 @@ void conceal_as_eighth_rate(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *o
 
 extern "C" {
 
-EVRC_API void evrc_decode_erasure(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate,
-                                  Word16 erased, int postfilter_off) {
+EVRC_API void evrc_decode_erasure(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate, Word16 erased,
+                                  int postfilter_off) {
     fx::CallScope scope;
     st->erasure_count = fx::add(st->erasure_count, 1);
 

@@ -12,8 +12,7 @@ using evrc::kExcAhead;
 using evrc::kExcBufferLen;
 using evrc::kExcHistoryLen;
 
-static_assert(sizeof(static_cast<EvrcDecoderState *>(nullptr)->exc_history) ==
-                  kExcBufferLen * sizeof(Word16),
+static_assert(sizeof(static_cast<EvrcDecoderState *>(nullptr)->exc_history) == kExcBufferLen * sizeof(Word16),
               "exc_history layout");
 
 // Start of the current subframe inside the state's excitation buffer.
@@ -24,8 +23,7 @@ inline void shift_exc_history(EvrcDecoderState *st, int L) { evrc::shift_exc_his
 
 // Comb pre-filter of the subframe buf[start .. start + L) with lag T into
 // out[0 .. L); samples outside buf[0 .. buf_len) read as 0.
-void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 T, Word16 *out, Word16 acb_gain,
-                              int L);
+void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 T, Word16 *out, Word16 acb_gain, int L);
 
 }  // namespace evrc_dec
 

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr Word16 kFcbGainDecay = 24500;       // per concealed frame, first three
-constexpr Word16 kFcbGainDecayLate = 6125;    // 24500 / 4, from the third on
+constexpr Word16 kFcbGainDecay = 24500;     // per concealed frame, first three
+constexpr Word16 kFcbGainDecayLate = 6125;  // 24500 / 4, from the third on
 constexpr Word16 kFastDecayAfter = 3;
 
 // Weight of doubling one sample: L_deposit_h 1, L_shl 2, round32 1, and the
@@ -58,13 +58,12 @@ EVRC_API void evrc_decoder_gain_adjust(EvrcDecoderState *st, Word16 *output) {
         st->erasure_count = 0;
         return;
     }
-    st->avg_fcb_gain = fx::mult(st->avg_fcb_gain,
-                                st->erasure_count < kFastDecayAfter ? kFcbGainDecay : kFcbGainDecayLate);
+    st->avg_fcb_gain =
+        fx::mult(st->avg_fcb_gain, st->erasure_count < kFastDecayAfter ? kFcbGainDecay : kFcbGainDecayLate);
     st->pow_quant_ptr.ptr = &evrc_acsPowQuant[0][0];
 }
 
-EVRC_API void evrc_dec_clean_up(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate,
-                                Word16 erased) {
+EVRC_API void evrc_dec_clean_up(EvrcDecoderState *st, EvrcFrameParams *fp, Word16 *output, Word16 rate, Word16 erased) {
     fx::CallScope scope;
     for (int i = 0; i < evrc::kOrder; ++i) st->prev_lsp[i] = fp->lsp[i];
     st->prev_rate = rate;

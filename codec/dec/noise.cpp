@@ -72,7 +72,10 @@ Word16 polar_pair(EvrcGaussRecord *gen, Word16 x, Word16 y, Word32 s) {
 
 extern "C" {
 
-EVRC_API Word16 evrc_ran_uniform(Word16 *seed) { fx::CallScope scope; return low15(lcg_draw(seed)); }
+EVRC_API Word16 evrc_ran_uniform(Word16 *seed) {
+    fx::CallScope scope;
+    return low15(lcg_draw(seed));
+}
 
 EVRC_API Word16 evrc_ran_gaussian(EvrcGaussRecord *gen) {
     fx::CallScope scope;

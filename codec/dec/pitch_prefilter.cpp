@@ -52,7 +52,8 @@ void pitch_pre_filter_bounded(const Word16 *buf, int buf_len, int start, Word16 
         const int past = cur - T;
         const Word16 x = (cur >= 0 && cur < buf_len) ? buf[cur] : 0;
         const Word16 xp = (past >= 0 && past < buf_len) ? buf[past] : 0;
-        const Word64 acc = static_cast<Word64>(x) * 65536 + 32768 + 2 * static_cast<Word64>(static_cast<Word32>(g) * xp);
+        const Word64 acc =
+            static_cast<Word64>(x) * 65536 + 32768 + 2 * static_cast<Word64>(static_cast<Word32>(g) * xp);
         Word64 c = acc > fx::kMax32 ? fx::kMax32 : acc;
         c = c < fx::kMin32 ? fx::kMin32 : c;
         clamped |= c != acc;
@@ -85,8 +86,7 @@ extern "C" {
 // and writes out[0 .. L), out[n] filtering subframe sample n. The frame
 // driver and the concealment call it before the history shift, with exc_last =
 // exc_history + 128 + L - 1.
-EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain,
-                                    Word16 L) {
+EVRC_API void evrc_pitch_pre_filter(const Word16 *exc_last, Word16 pitch_lag, Word16 *out, Word16 acb_gain, Word16 L) {
     fx::CallScope scope;
     if (L <= 0) {
         return;

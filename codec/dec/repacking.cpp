@@ -3,14 +3,13 @@
 // EvrcPacket (16-bit words, earlier data byte in the high half). Only the
 // odd-numbered bytes move: with little-endian words, word k is byte 2k (low
 // half) and byte 2k + 1 (high half).
-#include "codec/basic/fixed_point.h"
 #include <cstdint>
+#include "codec/basic/fixed_point.h"
 
 #include "codec/common/packet_layout.h"
 #include "evrc/evrc_dec.h"
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
-              "packet repacking moves bytes of little-endian 16-bit words");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "packet repacking moves bytes of little-endian 16-bit words");
 
 namespace {
 

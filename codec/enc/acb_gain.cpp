@@ -13,9 +13,9 @@ namespace {
 
 constexpr int kMaxLen = 64;
 constexpr int kGains = 8;
-constexpr int kImpulseShift = 11;   // h in Q11
-constexpr int kGainShift = 14;      // table gains in Q14
-constexpr int kEnergyBits = 31;     // energies are brought below 2^31 before the comparison
+constexpr int kImpulseShift = 11;  // h in Q11
+constexpr int kGainShift = 14;     // table gains in Q14
+constexpr int kEnergyBits = 31;    // energies are brought below 2^31 before the comparison
 
 // y[n] = sum_k v[k] h[n - k], rounded from Q11 and saturated to 16 bits.
 void filter_through_reference(const Word16 *v, const Word16 *h, Word16 *y, int L) {
@@ -83,7 +83,9 @@ int best_gain_index(Word64 corr, Word64 energy) {
 
 namespace evrc_enc {
 
-void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L) { filter_through_reference(v, h, y, L); }
+void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L) {
+    filter_through_reference(v, h, y, L);
+}
 void acb_filter(const Word16 *v, const Word16 *h, Word16 *y, Word16 L) { filter_through(v, h, y, L); }
 
 }  // namespace evrc_enc

@@ -27,15 +27,15 @@ namespace {
 constexpr int kOrder = 10;
 constexpr int kSubframes = 3;
 constexpr int kRows = 256;
-constexpr int kImpulseLen = 64;             // impulse response samples summed
-constexpr Word16 kImpulse = 1024;           // impulse amplitude (h scaled by 2^10)
+constexpr int kImpulseLen = 64;    // impulse response samples summed
+constexpr Word16 kImpulse = 1024;  // impulse amplitude (h scaled by 2^10)
 constexpr Word32 kLog10Of2Q26 = 20201781;
 constexpr Word32 kLog10SubLenQ26[kSubframes] = {115714195, 115714195, 116258977};  // log10 53, 53, 54
 // 2 log10(2^21 / 7896) - log10(16400) - log10(16) + log10(2^20): noise scale,
 // codebook offset, output doubling and the impulse amplitude.
 constexpr Word32 kLevelOffsetQ26 = 365748786;
-constexpr Word16 kSilenceQ12 = -32768;        // log level of an all-zero subframe
-constexpr Word16 kReservedIndex = 255;        // with LSP indices 15, 15 it would be the all-ones packet
+constexpr Word16 kSilenceQ12 = -32768;  // log level of an all-zero subframe
+constexpr Word16 kReservedIndex = 255;  // with LSP indices 15, 15 it would be the all-ones packet
 constexpr Word16 kReservedLsp = 15;
 
 // log10(v) in Q26 for v > 0.

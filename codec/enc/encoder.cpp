@@ -24,22 +24,22 @@ static_assert(sizeof(EvrcEncoderState) == 3544, "the encoder state record is 354
 
 namespace {
 
+using evrc::FieldId;
 using evrc::kOrder;
 using evrc::kSubframes;
-using evrc::FieldId;
 constexpr int kFrame = EVRC_ENC_FRAME;
 constexpr int kHistory = EVRC_ENC_HISTORY;
 constexpr int kMaxSubframe = EVRC_MAX_SUBFRAME;
-constexpr int kAhead = evrc::kLookAhead;   // samples the adaptive codebook builds beyond a subframe
-constexpr Word16 kImpulse = 2048;          // unit pulse of the impulse response (Q11)
-constexpr int kEighthBlock = 54;           // filter update of an eighth-rate frame
-constexpr Word32 kDeltaOffset = 16;        // the delta delay is packed plus 16
-constexpr int kBlockTaps8 = 8;             // half-width of the interpolation filter
+constexpr int kAhead = evrc::kLookAhead;  // samples the adaptive codebook builds beyond a subframe
+constexpr Word16 kImpulse = 2048;         // unit pulse of the impulse response (Q11)
+constexpr int kEighthBlock = 54;          // filter update of an eighth-rate frame
+constexpr Word32 kDeltaOffset = 16;       // the delta delay is packed plus 16
+constexpr int kBlockTaps8 = 8;            // half-width of the interpolation filter
 constexpr Word16 kMaxRateCode = EVRC_RATE_FULL;
-constexpr Word16 kDecoderNoiseSeed = 4660;  // the decoder's initial noise seed
+constexpr Word16 kDecoderNoiseSeed = 4660;      // the decoder's initial noise seed
 constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to the excitation
 constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor would bias the level)
-constexpr Word16 kNoiseShift = 6;           // noise times gain: Q22 down to the excitation
+constexpr Word16 kNoiseShift = 6;               // noise times gain: Q22 down to the excitation
 
 using FilterMemory = Word32[3][kOrder];
 
@@ -53,8 +53,9 @@ struct Packer {
     Word16 rate;
     void put(Word32 value, Word32 width) { evrc_bit_pack(value, &acc, &free_bits, width, &out); }
     void put(FieldId id, Word32 value, int subframe = 0, int part = 0) {
-        put(value, evrc::find_field(layout_rate(id), id, static_cast<std::uint8_t>(subframe),
-                                    static_cast<std::uint8_t>(part))->width);
+        put(value,
+            evrc::find_field(layout_rate(id), id, static_cast<std::uint8_t>(subframe), static_cast<std::uint8_t>(part))
+                ->width);
     }
     Word16 layout_rate(FieldId id) const {
         if (rate == EVRC_RATE_FULL || rate == EVRC_RATE_HALF) return rate;
@@ -163,8 +164,7 @@ void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
                                    kEighthBlock);
     to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, block, kEighthBlock);
-    evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0],
-                                   kEighthBlock);
+    evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0], kEighthBlock);
     save_filter_memories(st);
     st->sAccumShift = 0;
     st->sShiftCarry = 0;
@@ -189,7 +189,7 @@ struct Subframe {
     Word16 zir[kMaxSubframe];
     Word16 h[kMaxSubframe];
     Word16 acb8[kMaxSubframe + kAhead];
-    Word16 residual[kMaxSubframe];   // modified residual at the excitation's level
+    Word16 residual[kMaxSubframe];  // modified residual at the excitation's level
     Word16 target[kMaxSubframe];
     Word16 fcb_target[kMaxSubframe];
 };
@@ -256,8 +256,8 @@ Word16 fcb_gain_of(Word16 index, Word16 rate) {
 
 // Excitation e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
 // 64 bits, the high half saturated; fcb is the decoder's sharpened vector.
-void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate,
-                      Word16 acb_gain, Word16 fcb_gain) {
+void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate, Word16 acb_gain,
+                      Word16 fcb_gain) {
     Word16 fcb[evrc::kFcbLen];
     evrc_dec_fixed_codebook(fcb, fcb_index, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF);
     Word16 scratch[kMaxSubframe] = {};
@@ -275,8 +275,8 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fc
 // history moves down by L; the saved memories follow.
 void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     Word16 out[kMaxSubframe];
-    evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den,
-                                   &st->wsf_mem[0][0][0], static_cast<Word16>(sf.L));
+    evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
+                                   static_cast<Word16>(sf.L));
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
     save_filter_memories(st);
 }
@@ -320,8 +320,8 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word16 ltp_residual[kMaxSubframe];
     residual_after_acb(sf, acb_gain, ltp_residual);
     Word16 fcb_index[4] = {};
-    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
-                                         static_cast<Word16>(sf.L), fcb_index);
+    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points),
+                                         cb_rate, static_cast<Word16>(sf.L), fcb_index);
     pack_fixed_codebook(pk, j, fcb_index, gain_index, cb_rate);
 
     build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));

@@ -12,8 +12,7 @@ namespace evrc_enc {
 // may be null; acb8: 8-tap interpolation of the excitation history). Writes the modified residual to
 // st->mod_residual[EVRC_ENC_HISTORY .. EVRC_ENC_HISTORY + L) and updates the
 // accumulated shift bookkeeping.
-void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, const Word16 *acb3,
-                     const Word16 *acb8);
+void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, const Word16 *acb3, const Word16 *acb8);
 
 // evrc_acelp with the rate-1 pulse search in its reference form (the plain
 // loops the fast form must match choice for choice).

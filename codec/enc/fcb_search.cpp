@@ -43,11 +43,11 @@ constexpr int kMaxLen = 54;
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
-constexpr int kTrackStride = 12;       // kTrackPositions padded, rows of the track-major copies
-constexpr int kShifts = 4;             // track shifts of the rate-1 layout
-constexpr int kShiftsTried = 4;        // track shifts searched, most promising first
+constexpr int kTrackStride = 12;  // kTrackPositions padded, rows of the track-major copies
+constexpr int kShifts = 4;        // track shifts of the rate-1 layout
+constexpr int kShiftsTried = 4;   // track shifts searched, most promising first
 constexpr int kRefinePasses = 2;
-constexpr int kRefined = 4;            // depth-first sets (of 2 per shift) improved further
+constexpr int kRefined = 4;  // depth-first sets (of 2 per shift) improved further
 constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
@@ -59,10 +59,10 @@ constexpr int kMatrixBits = 20;        // rr[0][0] scaled below 2^20: C^2 E stay
 constexpr int kAccBits = 30;           // the correlation sums in 32 bits
 constexpr int kFullGains = 32;
 constexpr int kHalfGains = 16;
-constexpr int kGainQ = 15;             // filtered contribution = gain * z / 2^15
+constexpr int kGainQ = 15;  // filtered contribution = gain * z / 2^15
 constexpr int kEnergyBits = 31;
-constexpr int kPairPasses = 1;         // pair re-placement passes after the depth-first search
-constexpr int kRepairCandidates = 7;   // first-track positions tried when a pair is placed again
+constexpr int kPairPasses = 1;        // pair re-placement passes after the depth-first search
+constexpr int kRepairCandidates = 7;  // first-track positions tried when a pair is placed again
 // The gain chosen is the table entry nearest 1.2 times the least-squares
 // gain: the least-squares gain shrinks with the (low) correlation of the
 // pulse vector and the target, which leaves the decoded spectrum too weak
@@ -82,10 +82,10 @@ struct Search {
     // is column t + 5m.
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
-    Word32 diag[kMaxLen];  // rr[p][p]
+    Word32 diag[kMaxLen];                // rr[p][p]
     Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
     int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;      // rr is filled (the reference and the rate-1/2 search), else rrt
+    bool full_matrix;                    // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
 // Offset of position p in a track-major row.

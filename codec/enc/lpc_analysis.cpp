@@ -25,7 +25,7 @@ constexpr int kFrame = EVRC_ENC_FRAME;
 constexpr int kOrder = 10;
 constexpr int kLags = 17;
 constexpr int kLpcQ = 27;
-constexpr int kRefQ = 30;                     // reflection coefficients, Q30
+constexpr int kRefQ = 30;                      // reflection coefficients, Q30
 constexpr Word32 kMaxReflection = 1073634449;  // 0.9999 in Q30
 constexpr Word16 kErrorMarginShift = 10;       // error kept below r0 (1 - 2^-10)
 constexpr Word16 kTransitionShift = 2;         // residual energy ratio 4 (6 dB) marks a transition
@@ -96,8 +96,8 @@ EVRC_API Word32 cmn1x_durbins_recursion(const Word32 *r, Word32 *lpc) {
     // Lag-windowed copy at half scale (the lag-0 factor is slightly above one).
     Word32 rw[kOrder + 1];
     for (int k = 0; k <= kOrder; ++k) {
-        rw[k] = static_cast<Word32>(
-            fx::L_shr64(fx::int_mult_32_32(r[k], evrc_enc_tables::lag_window_q30[k]), kRefQ + 1));
+        rw[k] =
+            static_cast<Word32>(fx::L_shr64(fx::int_mult_32_32(r[k], evrc_enc_tables::lag_window_q30[k]), kRefQ + 1));
     }
     fx::charge(5u * (kOrder + 1));
 

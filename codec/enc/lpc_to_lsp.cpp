@@ -25,8 +25,8 @@ constexpr int kPolyLen = 6;
 constexpr Word32 kOneQ22 = 1 << 22;
 constexpr Word16 kLpcToPolyShift = 5;  // Q27 -> Q22
 constexpr Word16 kLspNyquist = 16384;
-constexpr Word16 kGridStep = 128;      // 31 Hz: roots of one polynomial lie two LSP gaps apart
-constexpr Word16 kMinGap = 64;         // smallest distance between neighbours
+constexpr Word16 kGridStep = 128;  // 31 Hz: roots of one polynomial lie two LSP gaps apart
+constexpr Word16 kMinGap = 64;     // smallest distance between neighbours
 constexpr Word32 kOneQ30 = 1 << 30;
 constexpr Word32 kGridStepCosQ30 = 1073418433;  // cos(2 pi 128 / 32768) = cos(pi / 128)
 constexpr UWord32 kEvalWeight = 3 * kHalf + 3;  // one multiply, add, subtract per Clenshaw step

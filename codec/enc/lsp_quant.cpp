@@ -38,9 +38,8 @@ const Split kFullSplits[4] = {{0, 0, &evrc_acsLspVQFull1[0][0]},
                               {2, 1, &evrc_acsLspVQFull2[0][0]},
                               {4, 2, &evrc_acsLspVQFull3[0][0]},
                               {7, 3, &evrc_acsLspVQFull4[0][0]}};
-const Split kHalfSplits[3] = {{0, 4, &evrc_acsLspVQHalf1[0][0]},
-                              {3, 5, &evrc_acsLspVQHalf2[0][0]},
-                              {6, 6, &evrc_acsLspVQHalf3[0][0]}};
+const Split kHalfSplits[3] = {
+    {0, 4, &evrc_acsLspVQHalf1[0][0]}, {3, 5, &evrc_acsLspVQHalf2[0][0]}, {6, 6, &evrc_acsLspVQHalf3[0][0]}};
 const Split kEighthSplits[2] = {{0, 7, &evrc_acsLspVQEighth1[0][0]}, {5, 8, &evrc_acsLspVQEighth2[0][0]}};
 
 inline int split_dim(int param) { return static_cast<int>(evrc_acsLspSearchParams[param] >> 16); }
@@ -134,8 +133,8 @@ EVRC_API void evrc_norm_lsp_weights(const Word32 *weights, Word16 *norm, Word16 
     normalise_weights(weights, norm, n);
 }
 
-EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word16 *lsp_floor,
-                               const Word16 *codebook, UWord32 params, Word16 *out, Word16 *index) {
+EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word16 *lsp_floor, const Word16 *codebook,
+                               UWord32 params, Word16 *out, Word16 *index) {
     fx::CallScope scope;
     int n = static_cast<int>(params >> 16);
     if (n < 2) n = 2;
@@ -145,10 +144,10 @@ EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word
 
     int best = 0;
     switch (n) {
-        case 2: best = best_row<2>(weights, target, floor_value, codebook, bound); break;
-        case 3: best = best_row<3>(weights, target, floor_value, codebook, bound); break;
-        case 4: best = best_row<4>(weights, target, floor_value, codebook, bound); break;
-        default: best = best_row<5>(weights, target, floor_value, codebook, bound); break;
+    case 2: best = best_row<2>(weights, target, floor_value, codebook, bound); break;
+    case 3: best = best_row<3>(weights, target, floor_value, codebook, bound); break;
+    case 4: best = best_row<4>(weights, target, floor_value, codebook, bound); break;
+    default: best = best_row<5>(weights, target, floor_value, codebook, bound); break;
     }
     for (int k = 0; k < n; ++k) out[k] = codebook[best + k];
     *index = static_cast<Word16>(best / n);

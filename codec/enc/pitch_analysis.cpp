@@ -184,8 +184,8 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
         }
     }
     // Continuity with the previous delay.
-    if (prev_delay >= kMinDelay && prev_delay <= kMaxDelay && state->work_pitch[evrc_enc::kPrevBetaSlot] >=
-                                                                   kVoicedMinQ15) {
+    if (prev_delay >= kMinDelay && prev_delay <= kMaxDelay &&
+        state->work_pitch[evrc_enc::kPrevBetaSlot] >= kVoicedMinQ15) {
         const Word16 track_floor = fx::mult(rho_at(best), kTrackRatioQ15);
         int found = -1;
         for (int d = prev_delay - kTrackSpan; d <= prev_delay + kTrackSpan; ++d) {
@@ -205,8 +205,8 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
         // true period below the whole lag.
         const Word16 lean = fx::sub(rho_at(best + 1), rho_at(best - 1));
         const Word16 shift_q8 = state->sAccumShift;
-        if (shift_q8 > kSteerShiftQ8 && lean < 0) delay -= 1;      // floor of the true period
-        if (shift_q8 < -kSteerShiftQ8 && lean > 0) delay += 1;     // ceiling of the true period
+        if (shift_q8 > kSteerShiftQ8 && lean < 0) delay -= 1;   // floor of the true period
+        if (shift_q8 < -kSteerShiftQ8 && lean > 0) delay += 1;  // ceiling of the true period
     }
     state->sDelay = static_cast<Word16>(delay);
     state->sBeta = beta;

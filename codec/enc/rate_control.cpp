@@ -69,7 +69,10 @@ Word16 limit_full_rate(EvrcEncoderState *st, Word16 rate, UWord32 flags) {
 
 extern "C" {
 
-EVRC_API UWord32 get_sizeof_evrc_enc_struct(void) { fx::CallScope scope; return kStateBytes; }
+EVRC_API UWord32 get_sizeof_evrc_enc_struct(void) {
+    fx::CallScope scope;
+    return kStateBytes;
+}
 
 // Writes only the fields with a non-zero start; the caller has zero-filled
 // the record before.

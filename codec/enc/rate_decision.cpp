@@ -31,8 +31,8 @@ constexpr Word16 kBetaHighQ15 = 16384;  // 0.5
 constexpr Word16 kLowBetaFrames = 7;
 constexpr Word16 kHighBetaFrames = 5;
 constexpr Word16 kScaleUnityQ14 = 16384;
-constexpr Word16 kScaleSlowQ14 = 16474;   // 1.0055
-constexpr Word16 kScaleFastQ14 = 16876;   // 1.03
+constexpr Word16 kScaleSlowQ14 = 16474;     // 1.0055
+constexpr Word16 kScaleFastQ14 = 16876;     // 1.03
 constexpr UWord16 kSignalDecayQ15 = 31785;  // 0.97
 constexpr UWord16 kSignalHoldQ15 = 32768;   // 1.0
 
@@ -89,9 +89,8 @@ void noise_flags_from_snr(const Word16 snr_index[2], Word16 flag[2], Word16 scal
 extern "C" {
 
 EVRC_API Word16 evrc_rate_selection(const Word32 autocorr[17], const Word16 snr_index[2], const Word32 noise[2],
-                                    Word32 band_energy[2], Word16 *hangover, Word16 *first_frame_done,
-                                    Word16 prev_rate, Word16 last_rate, Word16 window_shift,
-                                    Word16 autocorr_shift) {
+                                    Word32 band_energy[2], Word16 *hangover, Word16 *first_frame_done, Word16 prev_rate,
+                                    Word16 last_rate, Word16 window_shift, Word16 autocorr_shift) {
     fx::CallScope scope;
     // The window scales the frame by 2^w (energies by 2^2w), the correlation by 2^a.
     Word16 s = sat16q(static_cast<Word32>(sat16q(static_cast<Word32>(window_shift) + window_shift)) + autocorr_shift);
@@ -130,9 +129,8 @@ EVRC_API Word16 evrc_rate_selection(const Word32 autocorr[17], const Word16 snr_
     return rate;
 }
 
-EVRC_API void evrc_update_rate_info(Word32 noise[2], const Word32 band_energy[2], Word32 signal[2],
-                                    Word16 snr_index[2], Word16 *low_beta_count, Word16 *high_beta_count,
-                                    Word16 beta) {
+EVRC_API void evrc_update_rate_info(Word32 noise[2], const Word32 band_energy[2], Word32 signal[2], Word16 snr_index[2],
+                                    Word16 *low_beta_count, Word16 *high_beta_count, Word16 beta) {
     fx::CallScope scope;
     Word16 flag[2];
     Word16 scale[2];
@@ -168,8 +166,8 @@ EVRC_API Word32 cmn1x_compute_bne(Word32 noise[2], const Word32 band_energy[2], 
     for (int k = 0; k < 2; ++k) {
         const Word32 n = noise[k];
         // n * m in Q14: unsigned low half plainly, high half through L_mult.
-        const Word32 scaled = sat32q(((lo16u(n) * scale[k]) >> 14) +
-                                     2 * static_cast<Word64>(fx::L_mult(hi16(n), scale[k])));
+        const Word32 scaled =
+            sat32q(((lo16u(n) * scale[k]) >> 14) + 2 * static_cast<Word64>(fx::L_mult(hi16(n), scale[k])));
         const Word32 raised = sat32q(static_cast<Word64>(n) + (fx::L_mult(flag[k], flag[k]) >> 1));
         const Word32 rise = fx::MAX32(raised, scaled);
         const Word32 cap = fx::MIN32(band_energy[k], kNoiseCap);

@@ -186,8 +186,8 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
                 const Word32 pos_q3 = (static_cast<Word32>(base + pos + n - kCentre) << 3) - s_q3;
                 seg[n + kMaxSearch] = read_at(st->residual, kResLen, pos_q3);
             }
-            step_q3 = evrc_comp_shift(seg + kMaxSearch, acb8 + pos, static_cast<Word16>(len),
-                                      static_cast<Word16>(max_q3));
+            step_q3 =
+                evrc_comp_shift(seg + kMaxSearch, acb8 + pos, static_cast<Word16>(len), static_cast<Word16>(max_q3));
         }
         const Word16 old_q8 = st->sAccumShift;
         evrc_update_hysteresis(st, clamp_accum(static_cast<Word32>(old_q8) + (step_q3 << 5)));
@@ -260,8 +260,8 @@ EVRC_API Word16 evrc_comp_shift(const Word16 *residual, const Word16 *target, Wo
     if (best > 0 && best < 2 * kmax) {
         // Vertex offset (rho- - rho+) / (2 (rho- - 2 rho0 + rho+)), in 1/8.
         const Word32 num = fx::L_sub(rho[best - 1], rho[best + 1]);
-        const Word32 den = fx::L_shl(
-            fx::L_sub(fx::L_add(rho[best - 1], rho[best + 1]), fx::L_shl(fx::L_deposit_l(rho[best]), 1)), 1);
+        const Word32 den =
+            fx::L_shl(fx::L_sub(fx::L_add(rho[best - 1], rho[best + 1]), fx::L_shl(fx::L_deposit_l(rho[best]), 1)), 1);
         if (den < 0) {
             // |offset| <= 1/2 at a local peak: 4 |num| / |den| * 2^29 fits.
             const Word32 q = fx::divide_dp(fx::L_shl(fx::L_abs(num), 2), fx::L_negate(den), 0);

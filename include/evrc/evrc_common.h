@@ -17,13 +17,7 @@
 EVRC_EXTERN_C_BEGIN
 
 /* Rate codes (the packet's rate word). Any other code is an erasure. */
-enum {
-    EVRC_RATE_BLANK = 0,
-    EVRC_RATE_EIGHTH = 1,
-    EVRC_RATE_QUARTER = 2,
-    EVRC_RATE_HALF = 3,
-    EVRC_RATE_FULL = 4
-};
+enum { EVRC_RATE_BLANK = 0, EVRC_RATE_EIGHTH = 1, EVRC_RATE_QUARTER = 2, EVRC_RATE_HALF = 3, EVRC_RATE_FULL = 4 };
 
 #define EVRC_FRAME_SIZE 160
 #define EVRC_PACKET_WORDS 12
@@ -38,7 +32,7 @@ typedef struct EvrcPacket {
 /* Excitation buffers (the decoder's exc_history, the encoder's adaptive
  * codebook memory): EVRC_HISTORY_LEN past samples, the current subframe of at
  * most EVRC_MAX_SUBFRAME samples, and ten samples beyond it. */
-#define EVRC_HISTORY_LEN 128  /* past excitation samples */
+#define EVRC_HISTORY_LEN 128 /* past excitation samples */
 #define EVRC_MAX_SUBFRAME 54
 
 /* LSP codebooks and LSP-to-LPC conversion. */
@@ -63,13 +57,12 @@ EVRC_API void evrc_rx_acb_excitation(const Word32 *points, Word16 *exc, Word16 L
 
 /* Fixed codebook and the sum of the two codebooks. */
 EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16 rate);
-EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points,
-                                   Word16 acb_gain, Word16 fcb_gain, Word16 L);
+EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain,
+                                   Word16 fcb_gain, Word16 L);
 
 /* Tenth-order LPC filters. */
 EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Word16 *out, Word32 *mem, Word16 L);
-EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L,
-                                         Word16 shift);
+EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Word16 *out, Word16 L, Word16 shift);
 
 EVRC_EXTERN_C_END
 

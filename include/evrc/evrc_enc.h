@@ -18,8 +18,8 @@
 
 EVRC_EXTERN_C_BEGIN
 
-#define EVRC_ENC_FRAME 160          /* samples per frame */
-#define EVRC_ENC_HISTORY 128        /* adaptive-codebook history */
+#define EVRC_ENC_FRAME 160   /* samples per frame */
+#define EVRC_ENC_HISTORY 128 /* adaptive-codebook history */
 #define EVRC_ENC_ACB_LEN (EVRC_ENC_HISTORY + 54 + 10)
 #define EVRC_ENC_MODRES_LEN (EVRC_ENC_HISTORY + EVRC_ENC_FRAME)
 /* The 160 samples a packet codes are asSpeech[80 .. 240): the second half of
@@ -34,69 +34,69 @@ EVRC_EXTERN_C_BEGIN
  * the order of the encoder's state table; the owning stage of each working
  * memory is named beside it. */
 typedef struct EvrcEncoderState {
-    Word32 lead[2];               /* 524288, 0 at init; not read */
-    Word32 autocorr[17];          /* LPC analysis: lags 0..16, normalised */
-    Word32 lpc[10];               /* LPC analysis: a1..a10 Q27, bandwidth-expanded */
-    Word32 wsf_mem[2][3][10];     /* weighted synthesis filter: [0] working, [1] saved;
-                                     blocks: synthesis, weighting zeros, weighting poles */
-    Word32 p_poly[6];             /* LPC analysis: symmetric polynomial */
-    Word32 q_poly[6];             /* LPC analysis: antisymmetric polynomial */
-    Word32 band_noise[2];         /* rate decision: noise estimate per band */
-    Word32 band_signal[2];        /* rate decision: signal estimate per band */
-    Word32 band_energy[2];        /* rate decision: smoothed band energy */
-    Word32 pred_error;            /* LPC analysis: final Durbin error energy */
-    Word32 lsp_weights[10];       /* LSP quantisation: raw weights of the frame */
-    Word16 sLpcFlag;              /* spectral-transition flag (full-rate mode bit) */
+    Word32 lead[2];           /* 524288, 0 at init; not read */
+    Word32 autocorr[17];      /* LPC analysis: lags 0..16, normalised */
+    Word32 lpc[10];           /* LPC analysis: a1..a10 Q27, bandwidth-expanded */
+    Word32 wsf_mem[2][3][10]; /* weighted synthesis filter: [0] working, [1] saved;
+                                 blocks: synthesis, weighting zeros, weighting poles */
+    Word32 p_poly[6];         /* LPC analysis: symmetric polynomial */
+    Word32 q_poly[6];         /* LPC analysis: antisymmetric polynomial */
+    Word32 band_noise[2];     /* rate decision: noise estimate per band */
+    Word32 band_signal[2];    /* rate decision: signal estimate per band */
+    Word32 band_energy[2];    /* rate decision: smoothed band energy */
+    Word32 pred_error;        /* LPC analysis: final Durbin error energy */
+    Word32 lsp_weights[10];   /* LSP quantisation: raw weights of the frame */
+    Word16 sLpcFlag;          /* spectral-transition flag (full-rate mode bit) */
     Word16 pad0;
-    Word32 lRateCtrlFlags;        /* rate-control flags (evrc_set_enc_params) */
-    Word16 asSpeech[2 * EVRC_ENC_FRAME];   /* previous then current frame, 2x input */
-    Word16 residual[2 * EVRC_ENC_FRAME];   /* pitch analysis: LPC residual of asSpeech */
+    Word32 lRateCtrlFlags;                    /* rate-control flags (evrc_set_enc_params) */
+    Word16 asSpeech[2 * EVRC_ENC_FRAME];      /* previous then current frame, 2x input */
+    Word16 residual[2 * EVRC_ENC_FRAME];      /* pitch analysis: LPC residual of asSpeech */
     Word16 mod_residual[EVRC_ENC_MODRES_LEN]; /* signal modification: modified residual */
-    Word16 acb_mem[EVRC_ENC_ACB_LEN];      /* local decoder: excitation history, subframe, 10 ahead */
-    Word16 qlpc[3][10];           /* quantised LPC per subframe, Q12 */
-    Word16 prev_lpc[10];          /* previous frame's LPC, Q12 */
-    Word16 cur_lpc[10];           /* current frame's LPC, Q12 */
-    Word16 uqlpc[3][10];          /* unquantised LPC per subframe, Q12 */
-    Word16 qlsp[10];              /* current quantised LSPs, Q15 */
-    Word16 prev_qlsp[10];         /* previous quantised LSPs */
-    Word16 root_lsp[10];          /* LSP memory of the root search (previous frame's set) */
-    Word16 snr_index[2];          /* rate decision: band SNR indices 0..7 */
-    Word16 noise_lpc[10];         /* noise estimation: LPC snapshot (high halves) */
-    Word16 lsp_index[4];          /* LSP codebook indices */
-    Word16 eighth[4];             /* eighth-rate stage; eighth[0] is the seed (1234) */
-    Word16 shift_carry_copy;      /* sShiftCarry at the start of the subframe */
-    Word16 window_shift;          /* result of cmn1x_hamming_window */
-    Word16 autocorr_shift;        /* result of evrc_autocorr */
-    Word16 uq_lsp[10];            /* unquantised LSPs of the frame, Q15 */
-    Word16 sDelay;                /* open-loop delay 20..120 */
-    Word16 sBeta;                 /* open-loop pitch gain, Q15 */
+    Word16 acb_mem[EVRC_ENC_ACB_LEN];         /* local decoder: excitation history, subframe, 10 ahead */
+    Word16 qlpc[3][10];                       /* quantised LPC per subframe, Q12 */
+    Word16 prev_lpc[10];                      /* previous frame's LPC, Q12 */
+    Word16 cur_lpc[10];                       /* current frame's LPC, Q12 */
+    Word16 uqlpc[3][10];                      /* unquantised LPC per subframe, Q12 */
+    Word16 qlsp[10];                          /* current quantised LSPs, Q15 */
+    Word16 prev_qlsp[10];                     /* previous quantised LSPs */
+    Word16 root_lsp[10];                      /* LSP memory of the root search (previous frame's set) */
+    Word16 snr_index[2];                      /* rate decision: band SNR indices 0..7 */
+    Word16 noise_lpc[10];                     /* noise estimation: LPC snapshot (high halves) */
+    Word16 lsp_index[4];                      /* LSP codebook indices */
+    Word16 eighth[4];                         /* eighth-rate stage; eighth[0] is the seed (1234) */
+    Word16 shift_carry_copy;                  /* sShiftCarry at the start of the subframe */
+    Word16 window_shift;                      /* result of cmn1x_hamming_window */
+    Word16 autocorr_shift;                    /* result of evrc_autocorr */
+    Word16 uq_lsp[10];                        /* unquantised LSPs of the frame, Q15 */
+    Word16 sDelay;                            /* open-loop delay 20..120 */
+    Word16 sBeta;                             /* open-loop pitch gain, Q15 */
     Word16 sPrevDelay;
     Word16 sRate;
     Word16 sPrevRate;
     Word16 sFirstFrameDone;
-    Word16 hangover;              /* rate decision hangover counter */
+    Word16 hangover; /* rate decision hangover counter */
     Word16 sMaxRate;
     Word16 sMinRate;
     Word16 sFullRateCount;
-    Word16 low_beta_count;        /* rate decision: frames with low beta */
-    Word16 high_beta_count;       /* rate decision: frames with high beta */
-    Word16 pred_gain;             /* noise estimation: prediction-gain value */
+    Word16 low_beta_count;  /* rate decision: frames with low beta */
+    Word16 high_beta_count; /* rate decision: frames with high beta */
+    Word16 pred_gain;       /* noise estimation: prediction-gain value */
     Word16 sSkipNoiseUpdate;
-    Word16 noise_level;           /* noise estimation: scalar level */
-    Word16 noise_pending;         /* noise estimation: snapshot pending */
-    Word16 sAccumShift;           /* accumulated RCELP shift, Q8 samples */
-    Word16 sShiftCarry;           /* shift-frame position carried to the next subframe */
-    Word16 sigmod[3];             /* signal modification working values */
+    Word16 noise_level;   /* noise estimation: scalar level */
+    Word16 noise_pending; /* noise estimation: snapshot pending */
+    Word16 sAccumShift;   /* accumulated RCELP shift, Q8 samples */
+    Word16 sShiftCarry;   /* shift-frame position carried to the next subframe */
+    Word16 sigmod[3];     /* signal modification working values */
     /* Working room of the open stages (each stage carves named fields out of
      * its own block; the three blocks keep the record at 3544 bytes). */
-    Word16 work_lpc[24];          /* LPC analysis, spectral-transition flag, eighth rate */
-    Word16 work_pitch[150];       /* pitch analysis and signal modification */
-    Word16 noise_gen[3];          /* local decoder: the decoder's noise generator at eighth rate
-                                     (have-spare, spare, seed), mirrored */
-    Word16 noise_gen_started;     /* 0 until the mirrored generator is seeded */
-    Word32 ref_mem[3][10];        /* weighting filter of the modified residual: synthesis with
-                                     the frame's LPC, weighting zeros, weighting poles */
-    Word16 work_core[9];          /* frame driver, codebook searches, local decoder */
+    Word16 work_lpc[24];      /* LPC analysis, spectral-transition flag, eighth rate */
+    Word16 work_pitch[150];   /* pitch analysis and signal modification */
+    Word16 noise_gen[3];      /* local decoder: the decoder's noise generator at eighth rate
+                                 (have-spare, spare, seed), mirrored */
+    Word16 noise_gen_started; /* 0 until the mirrored generator is seeded */
+    Word32 ref_mem[3][10];    /* weighting filter of the modified residual: synthesis with
+                                 the frame's LPC, weighting zeros, weighting poles */
+    Word16 work_core[9];      /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
@@ -112,12 +112,10 @@ EVRC_API int evrc_encoder(EvrcEncoderState *state, const Word16 *input, UWord16 
 /* ---- Rate decision and noise estimation ------------------------------ */
 EVRC_API Word16 evrc_ratedec(EvrcEncoderState *state);
 EVRC_API Word16 evrc_rate_selection(const Word32 autocorr[17], const Word16 snr_index[2], const Word32 noise[2],
-                                    Word32 band_energy[2], Word16 *hangover, Word16 *first_frame_done,
-                                    Word16 prev_rate, Word16 last_rate, Word16 window_shift,
-                                    Word16 autocorr_shift);
-EVRC_API void evrc_update_rate_info(Word32 noise[2], const Word32 band_energy[2], Word32 signal[2],
-                                    Word16 snr_index[2], Word16 *low_beta_count, Word16 *high_beta_count,
-                                    Word16 beta);
+                                    Word32 band_energy[2], Word16 *hangover, Word16 *first_frame_done, Word16 prev_rate,
+                                    Word16 last_rate, Word16 window_shift, Word16 autocorr_shift);
+EVRC_API void evrc_update_rate_info(Word32 noise[2], const Word32 band_energy[2], Word32 signal[2], Word16 snr_index[2],
+                                    Word16 *low_beta_count, Word16 *high_beta_count, Word16 beta);
 EVRC_API Word32 cmn1x_compute_bne(Word32 noise[2], const Word32 band_energy[2], const Word16 flag[2],
                                   const Word16 scale[2]);
 EVRC_API Word32 cmn1x_compute_signal(Word32 signal[2], const Word32 band_energy[2], UWord16 gain);
@@ -128,8 +126,8 @@ EVRC_API void evrc_background_noise_estimation(EvrcEncoderState *state, const Wo
 /* ---- LSP quantisation ------------------------------------------------ */
 EVRC_API void evrc_compute_lsp_weights(const Word16 lsp[10], Word32 weights[10]);
 EVRC_API void evrc_norm_lsp_weights(const Word32 *weights, Word16 *norm, Word16 n);
-EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word16 *lsp_floor,
-                               const Word16 *codebook, UWord32 params, Word16 *out, Word16 *index);
+EVRC_API void evrc_search_lsps(const Word16 *weights, const Word16 *target, Word16 *lsp_floor, const Word16 *codebook,
+                               UWord32 params, Word16 *out, Word16 *index);
 EVRC_API void evrc_quantize_lsps(Word32 weights[10], Word16 qlsp[10], Word16 *indices, const Word16 target[10],
                                  Word16 rate);
 
@@ -238,8 +236,7 @@ EVRC_API void evrc_weighted_synthesis_filter(const Word16 *in, Word16 *out, cons
  * removed), I acb[L] adaptive-codebook vector, I h[L] weighted impulse
  * response (Q11: 2048 = 1.0), O fcb_target[L] = target minus the table gain
  * times the filtered acb. Returns the index 0..7 into evrc_acsACBGainTable. */
-EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const Word16 *h, Word16 *fcb_target,
-                                Word16 L);
+EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const Word16 *h, Word16 *fcb_target, Word16 L);
 /* Fixed-codebook search. I target[L] (adaptive contribution removed), I
  * residual[L] or NULL: the excitation-domain target less the gained adaptive
  * vector, which with the backward-filtered target presets the pulse signs at

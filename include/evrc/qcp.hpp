@@ -28,10 +28,10 @@ namespace evrc {
 using QcpGuid = std::array<std::uint8_t, 16>;
 
 // Codec GUIDs as stored in the file (the first three groups little-endian).
-extern EVRC_API const QcpGuid kQcpGuidEvrc;   // {e689d48d-9076-46b5-91ef-736a5100ceb4}
-extern EVRC_API const QcpGuid kQcpGuid13k;    // {5e7f6d41-b115-11d0-ba91-00805fb4b97e}
-extern EVRC_API const QcpGuid kQcpGuid13kAlt; // {5e7f6d42-b115-11d0-ba91-00805fb4b97e}
-extern EVRC_API const QcpGuid kQcpGuidSmv;    // {8d7c2b75-a797-ed49-985e-d53c8cc75f84}
+extern EVRC_API const QcpGuid kQcpGuidEvrc;    // {e689d48d-9076-46b5-91ef-736a5100ceb4}
+extern EVRC_API const QcpGuid kQcpGuid13k;     // {5e7f6d41-b115-11d0-ba91-00805fb4b97e}
+extern EVRC_API const QcpGuid kQcpGuid13kAlt;  // {5e7f6d42-b115-11d0-ba91-00805fb4b97e}
+extern EVRC_API const QcpGuid kQcpGuidSmv;     // {8d7c2b75-a797-ed49-985e-d53c8cc75f84}
 
 // Rate word handed to the decoder for a packet whose rate octet the file's
 // rate map does not know: not a rate code, so the decoder conceals it.
@@ -67,9 +67,9 @@ struct QcpFormat {
 };
 
 struct QcpPacket {
-    std::uint8_t rate = 0;            // rate octet as stored
-    bool known_rate = true;           // false: octet missing from the rate map
-    std::vector<std::uint8_t> data;   // the bytes after the rate octet
+    std::uint8_t rate = 0;           // rate octet as stored
+    bool known_rate = true;          // false: octet missing from the rate map
+    std::vector<std::uint8_t> data;  // the bytes after the rate octet
 };
 
 struct QcpFile {
@@ -96,8 +96,7 @@ struct QcpReadResult {
 enum class QcpReadMode { kStrict, kForgiving };
 
 // Parses a QCP image held in memory.
-EVRC_API QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size,
-                                QcpReadMode mode = QcpReadMode::kStrict);
+EVRC_API QcpReadResult read_qcp(const std::uint8_t *bytes, std::size_t size, QcpReadMode mode = QcpReadMode::kStrict);
 // Reads and parses a QCP file; I/O failures are reported like format errors.
 EVRC_API QcpReadResult read_qcp(const std::string &path, QcpReadMode mode = QcpReadMode::kStrict);
 

@@ -24,7 +24,9 @@ inline long iterations(long divisor = 1) {
 
 // What one call did: its value, whether it set the flag, the counter delta.
 struct Outcome {
-    int64_t value; bool flag; uint32_t weight;
+    int64_t value;
+    bool flag;
+    uint32_t weight;
     bool operator==(const Outcome &o) const { return value == o.value && flag == o.flag && weight == o.weight; }
 };
 inline std::ostream &operator<<(std::ostream &os, const Outcome &o) {
@@ -55,7 +57,10 @@ Outcome observe(F f, Word32 initial = 0) {
 // Operand generator biased towards the values where fixed-point code breaks.
 struct Gen {
     std::mt19937_64 rng;
-    explicit Gen(const std::string &seed) { std::seed_seq seq(seed.begin(), seed.end()); rng.seed(seq); }
+    explicit Gen(const std::string &seed) {
+        std::seed_seq seq(seed.begin(), seed.end());
+        rng.seed(seq);
+    }
     uint64_t bits() { return rng(); }
     int pick(int n) { return static_cast<int>(bits() % static_cast<uint64_t>(n)); }
     // A signed value of `width` bits: extremes, small, powers of two and their

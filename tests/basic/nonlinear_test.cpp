@@ -2,8 +2,8 @@
 // algorithm has a closed form (restoring division, bitwise root, table
 // logarithm), mathematical bounds where it approximates, and their operation
 // weights, which follow the operators each algorithm is built from.
-#include "harness.h"
 #include "codec/common/reference_forms.h"
+#include "harness.h"
 
 #include <cmath>
 
@@ -48,7 +48,8 @@ TEST(Nonlinear, ClosedFormAlgorithmsMatchExactModel) {
     // Values around perfect squares as well as anything else.
     const auto root_arg = [](Gen &g) {
         const int64_t s = g.pick(32769);
-        return std::make_tuple(g.pick(2) ? static_cast<Word32>(std::min<int64_t>(s * s + g.pick(3) - 1, kMax32)) : g.w32());
+        return std::make_tuple(g.pick(2) ? static_cast<Word32>(std::min<int64_t>(s * s + g.pick(3) - 1, kMax32))
+                                         : g.w32());
     };
     const auto div_args = [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); };
     EVRC_DIFF(signed_32_div_16, div_args, m_signed_32_div_16);
@@ -56,8 +57,9 @@ TEST(Nonlinear, ClosedFormAlgorithmsMatchExactModel) {
     const auto reference = [](Word32 num, Word16 den) { return fx::signed_32_div_16_reference(num, den); };
     differential("signed_32_div_16_reference", n, div_args, m_signed_32_div_16, reference, reference);
     // The bit-by-bit chain and the exported root (computed directly for L >= 0).
-    differential("square_root", n, root_arg, m_square_root, [](Word32 L) { return evrc::square_root_reference(L); },
-                 [](Word32 L) { return evrc_square_root(L); });
+    differential(
+        "square_root", n, root_arg, m_square_root, [](Word32 L) { return evrc::square_root_reference(L); },
+        [](Word32 L) { return evrc_square_root(L); });
     EVRC_DIFF(log2, one32, m_log2);
 }
 
@@ -73,7 +75,8 @@ TEST(Nonlinear, DivisionAndReciprocal) {
         const long double exact = std::ldexp(static_cast<long double>(num), 29 + q) / (den != 0 ? den : 1);
         if (den != 0 && std::fabs(exact) < 0.999L * kMax32 && num != -1 && num != kMin32 && den != kMin32) {
             const Outcome got = observe([&] { return evrc_divide_dp(num, den, q); });
-            ASSERT_LE(std::fabs(got.value - exact), std::fabs(exact) / 67108864.0L + 2) << num << " / " << den << " " << q;
+            ASSERT_LE(std::fabs(got.value - exact), std::fabs(exact) / 67108864.0L + 2)
+                << num << " / " << den << " " << q;
             ASSERT_TRUE(got.weight == 124u && got.value == fx::divide_dp(num, den, q)) << num << " / " << den;
             ++checked;
         }
@@ -90,8 +93,8 @@ TEST(Nonlinear, DivisionAndReciprocal) {
 
     for (Word32 x : {0, 1, -1, INT32_MIN, INT32_MAX})  // a zero denominator gives 0, uncounted
         for (Word16 q : {-32768, 0, 2, 32767}) EXPECT_EQ(observe([&] { return evrc_divide_dp(x, 0, q); }), plain(0));
-    EXPECT_LT(evrc_divide_dp(12345, 12345, 2), 0);  // a quotient of 1.0 in Q31 wraps
-    EXPECT_EQ(evrc_divide_dp(-5, 3, -32768), -1);    // far scale factors shift everything out
+    EXPECT_LT(evrc_divide_dp(12345, 12345, 2), 0);                       // a quotient of 1.0 in Q31 wraps
+    EXPECT_EQ(evrc_divide_dp(-5, 3, -32768), -1);                        // far scale factors shift everything out
     EXPECT_TRUE(observe([] { return evrc_divide_dp(-1, 3, 1); }).flag);  // -1 normalises to MIN_32
     Word16 e = 77;
     EXPECT_EQ(observe([&] { return evrc_invert_dp(0, 4, &e); }), plain(0));
@@ -116,7 +119,13 @@ TEST(Nonlinear, SeriesRootAndPolynomialLogarithmsApproximate) {
         const Outcome v = observe([&] { return evrc_fnLog2(L); });
         ASSERT_NEAR(v.value, std::log2(L / 2147483648.0) * 67108864.0, 0.01 * 67108864.0) << L;
         ASSERT_EQ(v, (Outcome{fx::fnLog2(L), false, 48})) << L;
-        const struct { Outcome got; int64_t inlined; int scale; uint32_t weight; double tol; } scaled[] = {
+        const struct {
+            Outcome got;
+            int64_t inlined;
+            int scale;
+            uint32_t weight;
+            double tol;
+        } scaled[] = {
             {observe([&] { return evrc_log2_3term(L); }), fx::log2_3term(L), 32768, 40, 0},  // exactly fnLog2
             {observe([&] { return evrc_fnLog10(L); }), fx::fnLog10(L), 9864, 51, 2},
             {observe([&] { return evrc_log_3term(L); }), fx::log_3term(L), 22713, 41, 2},
@@ -129,7 +138,8 @@ TEST(Nonlinear, SeriesRootAndPolynomialLogarithmsApproximate) {
     }
     EXPECT_EQ(evrc_fnLog2(0x40000000), -66519040);
     for (Word32 L : {0, -1, INT32_MIN})  // non-positive arguments give defined values
-        evrc_fnLog2(L), evrc_fnLog10(L), evrc_log2_3term(L), evrc_log_3term(L), evrc_log10_3term(L), evrc_taylor_sqroot(L);
+        evrc_fnLog2(L), evrc_fnLog10(L), evrc_log2_3term(L), evrc_log_3term(L), evrc_log10_3term(L),
+            evrc_taylor_sqroot(L);
 }
 
 }  // namespace

@@ -98,11 +98,12 @@ TEST(Operators, PlainWideMatchExactModel) {
     EVRC_DIFF(int_mac_16_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); });
     EVRC_DIFF(int_mac_32_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(a * b))); });
     EVRC_DIFF(int_msu_16_16, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) - Wide(a * b))); });
-    differential("int_mac_16_16_s1", n, acc32,
-                 [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(2) * Wide(a * b))); },
-                 [](auto... x) { return ::int_mac_16_16_s1(x...); }, [](auto... x) { return fx::int_mac_16_16_s1(x...); });
-    EVRC_DIFF(int_mac_16_16_shift, [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32(), g.shift()); },
-              [](I acc, I a, I b, I s) { return plain(low64(Wide(acc) + Wide(shift_model(a * b, int(s))))); });
+    differential(
+        "int_mac_16_16_s1", n, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(2) * Wide(a * b))); },
+        [](auto... x) { return ::int_mac_16_16_s1(x...); }, [](auto... x) { return fx::int_mac_16_16_s1(x...); });
+    EVRC_DIFF(
+        int_mac_16_16_shift, [](Gen &g) { return std::make_tuple(g.w64(), g.w32(), g.w32(), g.shift()); },
+        [](I acc, I a, I b, I s) { return plain(low64(Wide(acc) + Wide(shift_model(a * b, int(s))))); });
     EVRC_DIFF(L_mac64_su, acc32, [](I acc, I a, I b) { return plain(low64(Wide(acc) + Wide(low_signed(a * b, 32)))); });
     EVRC_DIFF(L_add64, two64, [](I x, I y) { return plain(low64(Wide(x) + Wide(y))); });
     EVRC_DIFF(L_sub64, two64, [](I x, I y) { return plain(low64(Wide(x) - Wide(y))); });
@@ -121,12 +122,15 @@ TEST(Operators, SaturatingWideMatchExactModel) {
     EVRC_DIFF(L_sat32_64, one64, [](I x) { return plain(std::min(std::max(x, kMin32), kMax32)); });
     EVRC_DIFF(L_sat32_64_round16, one64,
               [](I x) { return x > kMax32 || x < kMin32 ? plain(x > 0 ? kMax16 : kMin16) : m_round32(x); });
-    EVRC_DIFF(L_mac64, acc32, [](I acc, I a, I b) { return clamp(low64(Wide(acc) + Wide(2) * Wide(a * b)), kMax32, 4); });
-    EVRC_DIFF(L_mult_32_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); }, [](I L, I b) {
-        const Outcome hi = clamp(2 * high16(L) * b, kMax32, 0);
-        const Outcome sum = clamp(hi.value + floor_div_pow2(low16u(L) * b, 15), kMax32, 5);
-        return Outcome{sum.value, hi.flag || sum.flag, 5};
-    });
+    EVRC_DIFF(L_mac64, acc32,
+              [](I acc, I a, I b) { return clamp(low64(Wide(acc) + Wide(2) * Wide(a * b)), kMax32, 4); });
+    EVRC_DIFF(
+        L_mult_32_16, [](Gen &g) { return std::make_tuple(g.w32(), g.w16()); },
+        [](I L, I b) {
+            const Outcome hi = clamp(2 * high16(L) * b, kMax32, 0);
+            const Outcome sum = clamp(hi.value + floor_div_pow2(low16u(L) * b, 15), kMax32, 5);
+            return Outcome{sum.value, hi.flag || sum.flag, 5};
+        });
     // Drops the low x low term and truncates: 0 to 2 units below a*b / 2^31.
     EVRC_DIFF(L_mult64_32_32, two32, [](I a, I b) {
         const Outcome hi = clamp(2 * high16(a) * high16(b), kMax32, 5);

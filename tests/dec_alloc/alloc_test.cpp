@@ -34,7 +34,9 @@ void *__wrap_malloc(std::size_t n) { return note_allocation(), __real_malloc(n);
 void *__wrap_calloc(std::size_t n, std::size_t size) { return note_allocation(), __real_calloc(n, size); }
 void *__wrap_realloc(void *p, std::size_t n) { return note_allocation(), __real_realloc(p, n); }
 void *__wrap_aligned_alloc(std::size_t a, std::size_t n) { return note_allocation(), __real_aligned_alloc(a, n); }
-int __wrap_posix_memalign(void **p, std::size_t a, std::size_t n) { return note_allocation(), __real_posix_memalign(p, a, n); }
+int __wrap_posix_memalign(void **p, std::size_t a, std::size_t n) {
+    return note_allocation(), __real_posix_memalign(p, a, n);
+}
 }
 
 // The replacements below are built on malloc and free; GCC cannot tell that
@@ -73,7 +75,10 @@ TEST(DecoderAllocation, DecodingAllocatesNothing) {
     for (int i = 0; i < frames; ++i) {  // every rate, erasure rate words, noise under a full-rate word, quarter rate
         const int kind = i % 8;
         EvrcPacket p{EVRC_RATE_QUARTER, {}};
-        if (kind < 5) p = evrc_random::random_packet(rng, kind < 2 ? EVRC_RATE_FULL : kind == 2 ? EVRC_RATE_HALF : EVRC_RATE_EIGHTH);
+        if (kind < 5)
+            p = evrc_random::random_packet(rng, kind < 2    ? EVRC_RATE_FULL
+                                                : kind == 2 ? EVRC_RATE_HALF
+                                                            : EVRC_RATE_EIGHTH);
         if (kind == 5) p.rate = static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013);
         if (kind == 6) p.rate = EVRC_RATE_FULL;
         for (auto &w : p.data) w = kind == 6 ? static_cast<Word16>(evrc_random::uniform_int(rng, -32768, 32767)) : w;

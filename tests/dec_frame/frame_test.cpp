@@ -4,8 +4,8 @@
 // test do not reach: the in-place conversion between the byte-stream and
 // word layouts (no caller in this project) and the LSP-to-LPC overflow
 // fallback; the LSP order check at equal neighbours and the erasure
-// detection's table. (The other packet checks and the field layout are pinned by the golden streams, the encoder's pack/unpack
-// round trip and FFmpeg reading the encoder's files.)
+// detection's table. (The other packet checks and the field layout are pinned by the golden streams, the encoder's
+// pack/unpack round trip and FFmpeg reading the encoder's files.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -243,7 +243,8 @@ TEST(LspToLpc, OverflowingSetKeepsThePreviousVectorScaledByPowersOfPointEight) {
         Word16 a[10];
         std::copy(before, before + 10, a);
         cmn1x_lsp2lpc(lsp, a, 3);
-        for (int i = 0; i < 10; ++i) EXPECT_EQ(a[i], static_cast<Word16>((2 * int64_t{before[i]} * evrc_acsPwAlpha1[i] + 0x8000) >> 16)) << i;
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(a[i], static_cast<Word16>((2 * int64_t{before[i]} * evrc_acsPwAlpha1[i] + 0x8000) >> 16)) << i;
     }
 }
 

@@ -4,8 +4,8 @@
 // clamps fire.
 #include <cstdint>
 #include <cstring>
-#include <utility>
 #include <random>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -87,7 +87,9 @@ TEST(FilterModels, BlockInterpolationMatchesPlainForm) {
         const int n_samples = 1 + static_cast<int>(rng() % 64);
         Word32 contour[64];
         for (int n = 0; n < n_samples; ++n) contour[n] = static_cast<Word32>(rng() % 0x80000000u);
-        const auto want = measure([&] { evrc::block_interp_reference(want_buf, 192, 128, contour, &evrc_acsBlockCoeff8[0][0], 8, n_samples); });
+        const auto want = measure([&] {
+            evrc::block_interp_reference(want_buf, 192, 128, contour, &evrc_acsBlockCoeff8[0][0], 8, n_samples);
+        });
         const auto got = measure([&] {
             evrc_voc_rclp_block_interp(buf + 128, contour, &evrc_acsBlockCoeff8[0][0], 8,
                                        static_cast<Word16>(n_samples));
@@ -115,7 +117,9 @@ TEST(FilterModels, AgcAndOutputDoublingMatchPlainForms) {
         std::memcpy(out, in, sizeof out);
         std::memcpy(want_out, in, sizeof want_out);
         Word16 ret = 0, want_ret = 0;
-        const auto want = measure([&] { want_ret = evrc_dec::decoder_agc_reference(&want_st, ref, in, want_out, mode, static_cast<Word16>(L)); });
+        const auto want = measure([&] {
+            want_ret = evrc_dec::decoder_agc_reference(&want_st, ref, in, want_out, mode, static_cast<Word16>(L));
+        });
         const auto got = measure([&] { ret = evrc_decoder_agc(&st, ref, in, out, mode, static_cast<Word16>(L)); });
         EXPECT_EQ(ret, want_ret);
         ASSERT_EQ(0, std::memcmp(out, want_out, L * sizeof(Word16))) << "trial " << trial;

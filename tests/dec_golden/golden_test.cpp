@@ -49,8 +49,8 @@ EvrcPacket next_packet(std::mt19937 &rng, Mix mix) {
         return random_any_rate_packet(rng);
     }
     case Mix::Bad: {
-        static const Word16 rates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL,
-                                       EVRC_RATE_QUARTER, 5, 0x00FF, -1};
+        static const Word16 rates[] = {
+            EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL, EVRC_RATE_QUARTER, 5, 0x00FF, -1};
         if (uniform_int(rng, 0, 2) == 0) return random_any_rate_packet(rng);
         EvrcPacket p = noise_packet(rng, rates[uniform_int(rng, 0, 6)]);
         // An all-ones rate 1/8 word now and then.

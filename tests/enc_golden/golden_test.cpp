@@ -37,7 +37,7 @@ std::vector<Word16> synthetic_input() {
         const size_t frame = n / kFrame;
         const int part = static_cast<int>(frame % 25);
         int32_t source = noise / 256;  // background
-        if (part < 14) {                // voiced, pitch gliding from 64 to 40 and back
+        if (part < 14) {               // voiced, pitch gliding from 64 to 40 and back
             if (until_pulse-- == 0) {
                 source += 6000;
                 period = 40 + static_cast<int>((frame * 7) % 25);

@@ -41,7 +41,8 @@ struct Rng {
     // Anything, small, near the limits, or of random magnitude.
     int32_t w32() {
         const int k = static_cast<int>(in(0, 3));
-        return static_cast<int32_t>(k == 0 ? static_cast<int32_t>(g()) : k == 1 ? in(-40, 40)
+        return static_cast<int32_t>(k == 0   ? static_cast<int32_t>(g())
+                                    : k == 1 ? in(-40, 40)
                                     : k == 2 ? (in(0, 1) ? kMax32 - in(0, 3) : kMin32 + in(0, 3))
                                              : static_cast<int32_t>(g()) >> in(0, 31));
     }
@@ -70,7 +71,10 @@ struct Ops {
     int32_t L_mac(int32_t acc, int32_t a, int32_t b) { return weight += 1, clamp(acc + 2 * int64_t{a} * b); }
     int32_t L_shl(int32_t x, int n) {
         // Up to 31 places the exact product fits 64 bits; beyond, only its sign matters.
-        const int64_t v = x == 0 ? 0 : n <= 31 ? int64_t{x} * (int64_t{1} << n) : x > 0 ? int64_t{kMax32} + 1 : int64_t{kMin32} - 1;
+        const int64_t v = x == 0    ? 0
+                          : n <= 31 ? int64_t{x} * (int64_t{1} << n)
+                          : x > 0   ? int64_t{kMax32} + 1
+                                    : int64_t{kMin32} - 1;
         return weight += 2, clamp(v);
     }
     int32_t L_mult_32_16(int32_t L, int16_t b) {
@@ -300,11 +304,18 @@ TEST(OpenLoopPitch, FastCorrelationMatchesTheOperatorChain) {
     Rng r(7);
     Word16 x[2 * EVRC_ENC_FRAME];
     for (int it = 0; it < iterations(2000); ++it) {
-        for (int n = 0; n < 2 * EVRC_ENC_FRAME; ++n) x[n] = static_cast<Word16>(it % 3 ? r.in(-2047, 2047) : n % 2 ? 2047 : -2047);
+        for (int n = 0; n < 2 * EVRC_ENC_FRAME; ++n)
+            x[n] = static_cast<Word16>(it % 3 ? r.in(-2047, 2047) : n % 2 ? 2047 : -2047);
         const int lag = static_cast<int>(r.in(20, 120));
         Word32 fast = 0, ref = 0;
-        const Effects e = effects([&] { fx::CallScope scope; fast = evrc_enc::correlate_fast(x, lag); });
-        ASSERT_EQ(e, effects([&] { fx::CallScope scope; ref = evrc_enc::correlate_reference(x, lag); }));
+        const Effects e = effects([&] {
+            fx::CallScope scope;
+            fast = evrc_enc::correlate_fast(x, lag);
+        });
+        ASSERT_EQ(e, effects([&] {
+                      fx::CallScope scope;
+                      ref = evrc_enc::correlate_reference(x, lag);
+                  }));
         ASSERT_GT(e.second, 0u);
         ASSERT_EQ(fast, ref) << it;
     }
@@ -327,8 +338,11 @@ TEST(LpcAnalysis, DurbinMatchesDoublePrecision) {
         for (int n = 0; n < EVRC_ENC_FRAME; ++n) {
             const double y = level * g(r.g) + 2 * radius * std::cos(theta) * y1 - radius * radius * y2;
             y2 = y1, y1 = y;
-            x[n] = static_cast<Word16>(it == 0 ? 0 : it == 1 ? 12000 : it == 2 ? (n == 70) * -30000
-                                       : it == 3 ? (n & 1 ? 32767 : -32768) : std::clamp(y, -32768.0, 32767.0));
+            x[n] = static_cast<Word16>(it == 0   ? 0
+                                       : it == 1 ? 12000
+                                       : it == 2 ? (n == 70) * -30000
+                                       : it == 3 ? (n & 1 ? 32767 : -32768)
+                                                 : std::clamp(y, -32768.0, 32767.0));
         }
         cmn1x_hamming_window(x, w);
         Word32 ac[17], lpc[10];
@@ -361,7 +375,8 @@ void model_weights(const int16_t lsp[10], int32_t w[10]) {
         const int16_t d = static_cast<int16_t>(std::min(below, above));
         Word16 e = 0;
         const int32_t rcp = d ? evrc_invert_dp(d, 4, &e) : 0;
-        w[i] = d == 0 ? (seen ? 411775 : 3688575) : static_cast<int32_t>(sat((int64_t{rcp} >> (31 - e)) + 411775, kMax32));
+        w[i] =
+            d == 0 ? (seen ? 411775 : 3688575) : static_cast<int32_t>(sat((int64_t{rcp} >> (31 - e)) + 411775, kMax32));
         seen |= d != 0;
     }
 }
@@ -374,11 +389,16 @@ void model_norm(const int32_t *w, int n, uint16_t *out) {
 }
 
 void model_quantize(const int16_t target[10], int16_t rate, int32_t w[10], int16_t q[10], int16_t idx[4]) {
-    struct Split { int first, dim, param; const Word16 *book; };
-    const Split full[4] = {{0, 2, 0, evrc_acsLspVQFull1[0]}, {2, 2, 1, evrc_acsLspVQFull2[0]},
-                           {4, 3, 2, evrc_acsLspVQFull3[0]}, {7, 3, 3, evrc_acsLspVQFull4[0]}};
-    const Split half[3] = {{0, 3, 4, evrc_acsLspVQHalf1[0]}, {3, 3, 5, evrc_acsLspVQHalf2[0]},
-                           {6, 4, 6, evrc_acsLspVQHalf3[0]}};
+    struct Split {
+        int first, dim, param;
+        const Word16 *book;
+    };
+    const Split full[4] = {{0, 2, 0, evrc_acsLspVQFull1[0]},
+                           {2, 2, 1, evrc_acsLspVQFull2[0]},
+                           {4, 3, 2, evrc_acsLspVQFull3[0]},
+                           {7, 3, 3, evrc_acsLspVQFull4[0]}};
+    const Split half[3] = {
+        {0, 3, 4, evrc_acsLspVQHalf1[0]}, {3, 3, 5, evrc_acsLspVQHalf2[0]}, {6, 4, 6, evrc_acsLspVQHalf3[0]}};
     const Split eighth[2] = {{0, 5, 7, evrc_acsLspVQEighth1[0]}, {5, 5, 8, evrc_acsLspVQEighth2[0]}};
     const Split *splits = rate == 4 ? full : rate == 3 ? half : eighth;
     model_weights(target, w);
@@ -546,8 +566,9 @@ struct Stream {
         const double amp = std::ldexp(1.0, static_cast<int>(rng.in(6, 14))), period = 25 + (frame_no * 7) % 90;
         for (int n = 0; n < 160; ++n) {
             const double t = frame_no * 160 + n;
-            const double v = kind == 0 ? 0 : kind == 1 ? amp * static_cast<double>(rng.in(-1000, 1000)) / 1000
-                                                       : amp * (std::fmod(t, period) < 3 ? 1.0 : -0.05);
+            const double v = kind == 0   ? 0
+                             : kind == 1 ? amp * static_cast<double>(rng.in(-1000, 1000)) / 1000
+                                         : amp * (std::fmod(t, period) < 3 ? 1.0 : -0.05);
             pcm[n] = static_cast<Word16>(std::max(-32768.0, std::min(32767.0, v)));
         }
         ++frame_no;

@@ -29,7 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     for (const std::uint8_t *at = data + 2; at + 24 <= data + size; at += 24) {
         EvrcPacket pa = evrc_random::bytes_to_packet(std::vector<std::uint8_t>(at, at + 24));
         if (words) {
-            for (int w = 0; w < EVRC_PACKET_WORDS; ++w) (&pa.rate)[w] = static_cast<Word16>(at[2 * w] | (at[2 * w + 1] << 8));
+            for (int w = 0; w < EVRC_PACKET_WORDS; ++w)
+                (&pa.rate)[w] = static_cast<Word16>(at[2 * w] | (at[2 * w + 1] << 8));
         }
         EvrcPacket pb = pa;
         Word16 out_a[EVRC_FRAME_SIZE], out_b[EVRC_FRAME_SIZE];

@@ -14,7 +14,8 @@
 
 static bool save(const std::string &path, const std::vector<std::uint8_t> &bytes) {
     std::ofstream f(path, std::ios::binary);
-    return static_cast<bool>(f.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush());
+    return static_cast<bool>(
+        f.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size())).flush());
 }
 
 int main(int argc, char **argv) {
@@ -49,8 +50,8 @@ int main(int argc, char **argv) {
     // Encoder seeds: default parameters (full down to eighth), then forced
     // eighth, then half rate at most; 12 frames of a tone with pauses, noise.
     for (int n = 0; argc == 4 && n < 3; ++n) {
-        std::vector<std::uint8_t> input = {2, static_cast<std::uint8_t>(n == 2 ? 0 : 3), 0, 0,
-                                           static_cast<std::uint8_t>(n == 1 ? 1 : 0), 0};
+        std::vector<std::uint8_t> input = {2, static_cast<std::uint8_t>(n == 2 ? 0 : 3), 0,
+                                           0, static_cast<std::uint8_t>(n == 1 ? 1 : 0), 0};
         std::normal_distribution<double> noise(0.0, 300.0);
         for (int f = 0; f < 12; ++f) {
             input.push_back(0);

@@ -13,8 +13,7 @@ namespace {
 const OMX_INDEXTYPE kVolume = static_cast<OMX_INDEXTYPE>(0x04000023);
 const OMX_INDEXTYPE kMute = static_cast<OMX_INDEXTYPE>(0x04000026);
 
-TEST(OmxBuffers, CountsSizesAndUseBuffer)
-{
+TEST(OmxBuffers, CountsSizesAndUseBuffer) {
     Client c;
     int app = 0;
     // Requested sizes below the port's are raised to it, larger ones kept;
@@ -22,8 +21,8 @@ TEST(OmxBuffers, CountsSizesAndUseBuffer)
     const struct {
         unsigned port, request, alloc;
     } kAllocs[] = {{0, 100, 720}, {0, 800, 800}, {1, 100, 9600}, {1, 20000, 20000}};
-    for (const auto& a : kAllocs) {
-        OMX_BUFFERHEADERTYPE* hdr = nullptr;
+    for (const auto &a : kAllocs) {
+        OMX_BUFFERHEADERTYPE *hdr = nullptr;
         ASSERT_EQ(c.comp->allocate_buffer(c.h, &hdr, a.port, &app, a.request), OMX_ErrorNone);
         (a.port ? c.out : c.in).push_back(hdr);
         EXPECT_EQ(hdr->nAllocLen, a.alloc);
@@ -31,7 +30,7 @@ TEST(OmxBuffers, CountsSizesAndUseBuffer)
         EXPECT_EQ(a.port ? hdr->nOutputPortIndex : hdr->nInputPortIndex, a.port);
         std::memset(hdr->pBuffer, 0x5A, hdr->nAllocLen);  // the whole block is ours
     }
-    OMX_BUFFERHEADERTYPE* x = nullptr;
+    OMX_BUFFERHEADERTYPE *x = nullptr;
     EXPECT_EQ(c.comp->allocate_buffer(c.h, &x, 0, nullptr, 0), OMX_ErrorInsufficientResources);
     clear_log();
     EXPECT_EQ(c.comp->allocate_buffer(c.h, &x, 2, nullptr, 0), OMX_ErrorBadPortIndex);
@@ -55,8 +54,7 @@ TEST(OmxBuffers, CountsSizesAndUseBuffer)
     EXPECT_EQ(u.comp->use_buffer(u.h, &x, 5, nullptr, 500, mem2.data()), OMX_ErrorBadPortIndex);
 }
 
-TEST(OmxParameters, GetAndSetRecords)
-{
+TEST(OmxParameters, GetAndSetRecords) {
     Client c;
     OMX_PARAM_PORTDEFINITIONTYPE def;
     for (OMX_U32 port : {0u, 1u}) {
@@ -118,8 +116,7 @@ TEST(OmxParameters, GetAndSetRecords)
     EXPECT_TRUE(log_contains("set_parameter is not in proper state\n"));
 }
 
-TEST(OmxConfig, VolumeAndMute)
-{
+TEST(OmxConfig, VolumeAndMute) {
     Client c;
     OMX_AUDIO_CONFIG_VOLUMETYPE vol{};
     ASSERT_EQ(c.comp->get_config(c.h, kVolume, &vol), OMX_ErrorNone);
@@ -150,11 +147,9 @@ TEST(OmxConfig, VolumeAndMute)
     EXPECT_TRUE(log_contains("set_config:Ignore in Exe state\n"));
 }
 
-Bytes concat(const std::vector<Bytes>& parts)
-{
+Bytes concat(const std::vector<Bytes> &parts) {
     Bytes all;
-    for (const auto& p : parts)
-        all.insert(all.end(), p.begin(), p.end());
+    for (const auto &p : parts) all.insert(all.end(), p.begin(), p.end());
     return all;
 }
 
@@ -162,15 +157,14 @@ Bytes concat(const std::vector<Bytes>& parts)
 // time, and checks every output buffer against the reference decoder: it
 // holds the PCM of the last batch of at most 30 packets completed in its
 // input buffer. Chunks are long enough that a packet spans at most two.
-void run_session(uint32_t seed, std::size_t packet_count, std::size_t min_chunk, std::size_t max_chunk)
-{
+void run_session(uint32_t seed, std::size_t packet_count, std::size_t min_chunk, std::size_t max_chunk) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     const auto packets = random_stream(seed, packet_count);
     const Bytes stream = concat(packets);
     RefDecoder ref;
     std::vector<Bytes> pcm;
     std::vector<std::size_t> ends;  // where each packet ends in the stream
-    for (const auto& p : packets) {
+    for (const auto &p : packets) {
         pcm.push_back(ref.decode(p));
         ends.push_back((ends.empty() ? 0 : ends.back()) + p.size());
     }
@@ -180,24 +174,25 @@ void run_session(uint32_t seed, std::size_t packet_count, std::size_t min_chunk,
     std::mt19937 rng(seed ^ 0x5a5a5a5au);
     std::size_t start = 0, next_packet = 0, buffers = 0;
     while (start < stream.size()) {
-        const std::size_t stop =
-            start + std::min(stream.size() - start, std::uniform_int_distribution<std::size_t>(min_chunk, max_chunk)(rng));
+        const std::size_t stop = start + std::min(stream.size() - start, std::uniform_int_distribution<std::size_t>(
+                                                                             min_chunk, max_chunk)(rng));
         const std::size_t first = next_packet;
-        while (next_packet < ends.size() && ends[next_packet] <= stop)
-            ++next_packet;
+        while (next_packet < ends.size() && ends[next_packet] <= stop) ++next_packet;
         Bytes expected;
         if (next_packet > first)
-            expected = concat(std::vector<Bytes>(pcm.begin() + static_cast<std::ptrdiff_t>(next_packet - (next_packet - first - 1) % 30 - 1),
-                               pcm.begin() + static_cast<std::ptrdiff_t>(next_packet)));
+            expected = concat(std::vector<Bytes>(
+                pcm.begin() + static_cast<std::ptrdiff_t>(next_packet - (next_packet - first - 1) % 30 - 1),
+                pcm.begin() + static_cast<std::ptrdiff_t>(next_packet)));
         // The first output carries the input timestamp; later ones add
         // 1000 * bytes / 16000 to it.
         const OMX_TICKS in_ts = static_cast<OMX_TICKS>(1000 * buffers + 7);
         const uint64_t out_ts = static_cast<uint64_t>(in_ts) + (buffers ? (1000u * expected.size()) / 16000u : 0);
 
-        OMX_BUFFERHEADERTYPE* ib = c.in[buffers % 2];
-        OMX_BUFFERHEADERTYPE* ob = c.out[buffers % 2];
-        ASSERT_EQ(c.etb(ib, Bytes(stream.begin() + static_cast<std::ptrdiff_t>(start),
-                                  stream.begin() + static_cast<std::ptrdiff_t>(stop)),
+        OMX_BUFFERHEADERTYPE *ib = c.in[buffers % 2];
+        OMX_BUFFERHEADERTYPE *ob = c.out[buffers % 2];
+        ASSERT_EQ(c.etb(ib,
+                        Bytes(stream.begin() + static_cast<std::ptrdiff_t>(start),
+                              stream.begin() + static_cast<std::ptrdiff_t>(stop)),
                         0, in_ts),
                   OMX_ErrorNone);
         ASSERT_EQ(c.ftb(ob), OMX_ErrorNone);
@@ -215,16 +210,14 @@ void run_session(uint32_t seed, std::size_t packet_count, std::size_t min_chunk,
     EXPECT_EQ(c.comp->fbd_count.load(), buffers);
 }
 
-TEST(OmxDataPath, RandomStreamsSplitAnywhereMatchDirectDecoding)
-{
+TEST(OmxDataPath, RandomStreamsSplitAnywhereMatchDirectDecoding) {
     // Short buffers split most packets across two buffers; long ones hold
     // more than 30 packets, of which only the last batch is delivered.
     run_session(1, 150, 23, 60);
     run_session(2, 400, 23, 720);
 }
 
-TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
-{
+TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly) {
     std::mt19937 rng(11);
     const auto a = evrc_random::random_packet_bytes(rng, EVRC_RATE_HALF);
     const auto b = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
@@ -248,7 +241,7 @@ TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
     RefDecoder ref;
     Bytes expected, good;
     for (int i = 0; i < 30; ++i) {
-        const auto& p = (i % 2) ? a : b;
+        const auto &p = (i % 2) ? a : b;
         good.insert(good.end(), p.begin(), p.end());
         const auto pcm = ref.decode(p);
         expected.insert(expected.end(), pcm.begin(), pcm.end());
@@ -258,8 +251,7 @@ TEST(OmxDataPath, BadRateByteReturnsBothBuffersAndLaterBuffersDecodeCleanly)
     EXPECT_TRUE(c.fbd(1).data == expected);
 }
 
-TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel)
-{
+TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel) {
     std::mt19937 rng(17);
     const auto p = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     const Bytes want = RefDecoder().decode(p);  // before the component decodes: one decoder at a time
@@ -304,8 +296,9 @@ TEST(OmxDataPath, PauseHoldsBuffersThenMarksAndEndOfStreamTravel)
 
     // End of stream: an empty flagged output and the buffer-flag event.
     from = c.event_count();
-    ASSERT_EQ(c.etb(c.in[1], evrc_random::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
-              OMX_ErrorNone);
+    ASSERT_EQ(
+        c.etb(c.in[1], evrc_random::random_packet_bytes(rng, EVRC_RATE_EIGHTH), OMX_BUFFERFLAG_EOS, 0x123456789LL),
+        OMX_ErrorNone);
     ASSERT_EQ(c.ftb(c.out[1]), OMX_ErrorNone);
     const Returned eos = c.fbd(3);
     ASSERT_NE(eos.hdr, nullptr);

@@ -10,8 +10,7 @@ namespace omx_test {
 namespace {
 
 // Brings a fresh client into state s.
-void bring_to(Client& c, OMX_STATETYPE s)
-{
+void bring_to(Client &c, OMX_STATETYPE s) {
     if (s == OMX_StateIdle) {
         ASSERT_EQ(c.command(OMX_CommandStateSet, OMX_StateIdle), OMX_ErrorNone);
         c.allocate();
@@ -32,12 +31,12 @@ void bring_to(Client& c, OMX_STATETYPE s)
 // N completes now, W waits for buffers (nothing yet), I goes Invalid with an
 // error event, S is a SameState error, X an IncorrectStateTransition error,
 // B ignored as a bad parameter, R refused by the call itself, - not tried.
-const char* const kTable[] = {"-RR---R", "ISWXXNB", "IWSNNXB", "IXNSNXB", "IXNNSXB", "INBXXSB"};
+const char *const kTable[] = {"-RR---R", "ISWXXNB", "IWSNNXB", "IXNSNXB", "IXNNSXB", "INBXXSB"};
 
 struct Logged {
     OMX_STATETYPE from;
     unsigned to;
-    const char* line;
+    const char *line;
 };
 const Logged kLogged[] = {{OMX_StateLoaded, 7, "SCP-->Loaded to Invalid(7))\n"},
                           {OMX_StateIdle, 7, "SCP--> Idle to 7 Not Handled\n"},
@@ -45,15 +44,13 @@ const Logged kLogged[] = {{OMX_StateLoaded, 7, "SCP-->Loaded to Invalid(7))\n"},
                           {OMX_StateWaitForResources, OMX_StateIdle, "SCP--> 5 to 2(Not Handled)\n"},
                           {OMX_StateWaitForResources, 7, "SCP--> 5 to 7(Not Handled)\n"}};
 
-TEST(OmxStateMachine, EveryTransitionGivesItsEventOrError)
-{
+TEST(OmxStateMachine, EveryTransitionGivesItsEventOrError) {
     for (unsigned from_i = 0; from_i < 6; ++from_i) {
         for (unsigned to = 0; to < 7; ++to) {
             const char outcome = kTable[from_i][to];
             const auto from_state = static_cast<OMX_STATETYPE>(from_i);
             SCOPED_TRACE(::testing::Message() << "from " << from_i << " to " << to);
-            if (outcome == '-')
-                continue;
+            if (outcome == '-') continue;
             clear_log();
             Client c;
             bring_to(c, from_state);
@@ -77,16 +74,17 @@ TEST(OmxStateMachine, EveryTransitionGivesItsEventOrError)
                 EXPECT_GE(c.wait_event(OMX_EventError, static_cast<OMX_U32>(err), 1, from), 0);
             }
             const bool moves = outcome == 'N' || outcome == 'I';
-            EXPECT_EQ(c.state(), outcome == 'I' ? OMX_StateInvalid : moves ? static_cast<OMX_STATETYPE>(to) : from_state);
-            for (const Logged& l : kLogged)
+            EXPECT_EQ(c.state(), outcome == 'I' ? OMX_StateInvalid
+                                 : moves        ? static_cast<OMX_STATETYPE>(to)
+                                                : from_state);
+            for (const Logged &l : kLogged)
                 EXPECT_TRUE(l.from != from_state || l.to != to || log_contains(l.line)) << l.line;
             EXPECT_FALSE(c.foreign_handle());
         }
     }
 }
 
-TEST(OmxStateMachine, DeinitFromExecutingWarnsAndTearsDown)
-{
+TEST(OmxStateMachine, DeinitFromExecutingWarnsAndTearsDown) {
     Client c;
     ASSERT_TRUE(c.start());
     clear_log();
@@ -98,8 +96,7 @@ TEST(OmxStateMachine, DeinitFromExecutingWarnsAndTearsDown)
     EXPECT_EQ(c.comp->decoder_state.load(), nullptr);
 }
 
-TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder)
-{
+TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder) {
     std::mt19937 rng(23);
     const auto a = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     const auto b = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
@@ -134,8 +131,7 @@ TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder)
     ASSERT_NE(c.fbd(1).hdr, nullptr);
     ASSERT_TRUE(c.wait_cmd_complete(OMX_CommandFlush, 0, from));
     ASSERT_TRUE(c.barrier());
-    for (const auto& e : c.events_since(from))
-        EXPECT_FALSE(e.type == OMX_EventCmdComplete && e.data2 == 1);
+    for (const auto &e : c.events_since(from)) EXPECT_FALSE(e.type == OMX_EventCmdComplete && e.data2 == 1);
     EXPECT_EQ(c.comp->etb_count.load(), 0u);
     EXPECT_EQ(c.comp->ftb_count.load(), 0u);
     EXPECT_EQ(c.comp->flush_ack_count.load(), 0);
@@ -161,8 +157,7 @@ TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder)
     EXPECT_TRUE(c.fbd(3).data == expected);
 }
 
-TEST(OmxPorts, DisableWhileRunningWaitsForFreesAndEnableForBuffers)
-{
+TEST(OmxPorts, DisableWhileRunningWaitsForFreesAndEnableForBuffers) {
     std::mt19937 rng(29);
     const auto p = evrc_random::random_packet_bytes(rng, EVRC_RATE_FULL);
     Client c;
@@ -170,13 +165,13 @@ TEST(OmxPorts, DisableWhileRunningWaitsForFreesAndEnableForBuffers)
 
     for (OMX_U32 port : {0u, 1u}) {
         SCOPED_TRACE(port);
-        auto& bufs = port == 0 ? c.in : c.out;
+        auto &bufs = port == 0 ? c.in : c.out;
         std::size_t from = c.event_count();
         ASSERT_EQ(c.command(OMX_CommandPortDisable, port), OMX_ErrorNone);
         EXPECT_EQ(port == 0 ? c.etb(c.in[0], p) : c.ftb(c.out[0]), OMX_ErrorIncorrectStateOperation);
         EXPECT_EQ(c.comp->free_buffer(c.h, port, bufs[0]), OMX_ErrorNone);
         ASSERT_TRUE(c.barrier());
-        for (const auto& e : c.events_since(from))
+        for (const auto &e : c.events_since(from))
             EXPECT_FALSE(e.type == OMX_EventCmdComplete && e.data1 == OMX_CommandPortDisable);
         EXPECT_EQ(c.comp->free_buffer(c.h, port, bufs[1]), OMX_ErrorNone);
         bufs.clear();
@@ -187,8 +182,7 @@ TEST(OmxPorts, DisableWhileRunningWaitsForFreesAndEnableForBuffers)
         c.allocate(port == 0 ? 2 : 0, port == 1 ? 2 : 0);
         ASSERT_EQ(bufs.size(), 2u);
         ASSERT_TRUE(c.wait_cmd_complete(OMX_CommandPortEnable, port, from));
-        for (const auto& e : c.events_since(from))
-            EXPECT_NE(e.type, OMX_EventError);
+        for (const auto &e : c.events_since(from)) EXPECT_NE(e.type, OMX_EventError);
     }
     EXPECT_EQ(c.comp->pcm_feedback.load(), 1);
     const Bytes want = RefDecoder().decode(p);  // before the component decodes: one decoder at a time

@@ -33,7 +33,7 @@ struct Event {
 
 // A buffer as it came back through EmptyBufferDone or FillBufferDone.
 struct Returned {
-    OMX_BUFFERHEADERTYPE* hdr;
+    OMX_BUFFERHEADERTYPE *hdr;
     OMX_U32 filled, flags;
     OMX_TICKS timestamp;
     OMX_HANDLETYPE mark_target;
@@ -43,20 +43,20 @@ struct Returned {
 
 // Log lines the component wrote, fully formatted.
 void clear_log();
-bool log_contains(const std::string& line);
+bool log_contains(const std::string &line);
 
 class Client {
 public:
-    explicit Client(const char* name = omx_evrc_adec::kName);
+    explicit Client(const char *name = omx_evrc_adec::kName);
     ~Client();
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
 
-    omx_evrc_adec* comp;
+    omx_evrc_adec *comp;
     OMX_HANDLETYPE h;  // the handle the client passes and callbacks carry
-    std::vector<OMX_BUFFERHEADERTYPE*> in, out;
+    std::vector<OMX_BUFFERHEADERTYPE *> in, out;
 
-    OMX_ERRORTYPE command(OMX_COMMANDTYPE cmd, OMX_U32 param, void* data = nullptr) {
+    OMX_ERRORTYPE command(OMX_COMMANDTYPE cmd, OMX_U32 param, void *data = nullptr) {
         return comp->send_command(h, cmd, static_cast<unsigned int>(param), data);
     }
     OMX_STATETYPE state() {
@@ -114,29 +114,25 @@ public:
     // Buffers of both ports, allocated by the component.
     void allocate(unsigned in_count = 2, unsigned out_count = 2) {
         for (unsigned i = 0; i < in_count + out_count; ++i) {
-            OMX_BUFFERHEADERTYPE* hdr = nullptr;
+            OMX_BUFFERHEADERTYPE *hdr = nullptr;
             const unsigned port = i < in_count ? 0 : 1;
-            if (comp->allocate_buffer(h, &hdr, port, this, 0) == OMX_ErrorNone)
-                (port ? out : in).push_back(hdr);
+            if (comp->allocate_buffer(h, &hdr, port, this, 0) == OMX_ErrorNone) (port ? out : in).push_back(hdr);
         }
     }
     // Loaded -> Idle -> Executing with the default buffers.
     bool start() {
         const std::size_t from = event_count();
-        if (command(OMX_CommandStateSet, OMX_StateIdle) != OMX_ErrorNone)
-            return false;
+        if (command(OMX_CommandStateSet, OMX_StateIdle) != OMX_ErrorNone) return false;
         allocate();
         return wait_cmd_complete(OMX_CommandStateSet, OMX_StateIdle, from) && set_state(OMX_StateExecuting);
     }
     void free_all() {
-        for (auto* hdr : in)
-            comp->free_buffer(h, 0, hdr);
-        for (auto* hdr : out)
-            comp->free_buffer(h, 1, hdr);
+        for (auto *hdr : in) comp->free_buffer(h, 0, hdr);
+        for (auto *hdr : out) comp->free_buffer(h, 1, hdr);
         in.clear();
         out.clear();
     }
-    OMX_ERRORTYPE etb(OMX_BUFFERHEADERTYPE* hdr, const Bytes& bytes, OMX_U32 flags = 0, OMX_TICKS ts = 0) {
+    OMX_ERRORTYPE etb(OMX_BUFFERHEADERTYPE *hdr, const Bytes &bytes, OMX_U32 flags = 0, OMX_TICKS ts = 0) {
         std::copy(bytes.begin(), bytes.end(), hdr->pBuffer);
         hdr->nFilledLen = static_cast<OMX_U32>(bytes.size());
         hdr->nOffset = 0;
@@ -144,18 +140,18 @@ public:
         hdr->nTimeStamp = ts;
         return comp->empty_this_buffer(h, hdr);
     }
-    OMX_ERRORTYPE ftb(OMX_BUFFERHEADERTYPE* hdr) { return comp->fill_this_buffer(h, hdr); }
+    OMX_ERRORTYPE ftb(OMX_BUFFERHEADERTYPE *hdr) { return comp->fill_this_buffer(h, hdr); }
 
 private:
-    bool wait(const std::function<bool()>& done) {
+    bool wait(const std::function<bool()> &done) {
         std::unique_lock<std::mutex> lock(mu_);
         return cv_.wait_for(lock, kTimeout, done);
     }
-    Returned returned(const std::vector<Returned>& list, std::size_t i) {
+    Returned returned(const std::vector<Returned> &list, std::size_t i) {
         std::unique_lock<std::mutex> lock(mu_);
         return cv_.wait_for(lock, kTimeout, [&] { return list.size() > i; }) ? list[i] : Returned{};
     }
-    OMX_ERRORTYPE record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* hdr, const Event& e);
+    OMX_ERRORTYPE record(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE *hdr, const Event &e);
 
     std::mutex mu_;
     std::condition_variable cv_;
@@ -170,11 +166,11 @@ struct RefDecoder {
     std::unique_ptr<EvrcDecoderState> st{new EvrcDecoderState()};
     RefDecoder() { reset(); }
     void reset() { evrc_init_dec(st.get()); }
-    Bytes decode(const Bytes& packet) {  // PCM bytes
+    Bytes decode(const Bytes &packet) {  // PCM bytes
         EvrcPacket p = evrc_random::bytes_to_packet(packet);
         int16_t pcm[EVRC_FRAME_SIZE];
         evrc_decode(st.get(), &p, pcm, 0);
-        return Bytes(reinterpret_cast<const uint8_t*>(pcm), reinterpret_cast<const uint8_t*>(pcm + EVRC_FRAME_SIZE));
+        return Bytes(reinterpret_cast<const uint8_t *>(pcm), reinterpret_cast<const uint8_t *>(pcm + EVRC_FRAME_SIZE));
     }
 };
 

@@ -34,18 +34,18 @@ struct Recorder {
     std::mutex mu;
     std::condition_variable cv;
     std::vector<std::array<OMX_U32, 3>> events;  // type, data1, data2
-    std::deque<OMX_BUFFERHEADERTYPE*> done[2];     // emptied inputs, filled outputs
-    int foreign = 0;                               // callbacks carrying another handle
+    std::deque<OMX_BUFFERHEADERTYPE *> done[2];  // emptied inputs, filled outputs
+    int foreign = 0;                             // callbacks carrying another handle
     OMX_HANDLETYPE h = nullptr;
 
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE h, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
-        return static_cast<Recorder*>(app)->push(h, nullptr, 0, {static_cast<OMX_U32>(type), d1, d2});
+        return static_cast<Recorder *>(app)->push(h, nullptr, 0, {static_cast<OMX_U32>(type), d1, d2});
     }
     template <int port>
-    static OMX_ERRORTYPE on_done(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE* b) {
-        return static_cast<Recorder*>(app)->push(h, b, port, {});
+    static OMX_ERRORTYPE on_done(OMX_HANDLETYPE h, OMX_PTR app, OMX_BUFFERHEADERTYPE *b) {
+        return static_cast<Recorder *>(app)->push(h, b, port, {});
     }
-    OMX_ERRORTYPE push(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE* b, int port, std::array<OMX_U32, 3> e) {
+    OMX_ERRORTYPE push(OMX_HANDLETYPE handle, OMX_BUFFERHEADERTYPE *b, int port, std::array<OMX_U32, 3> e) {
         std::lock_guard<std::mutex> lock(mu);
         foreign += h != nullptr && handle != h;
         if (b != nullptr)
@@ -68,11 +68,10 @@ struct Recorder {
         return true;
     }
     bool wait_state(OMX_STATETYPE s) { return wait_event(OMX_EventCmdComplete, OMX_CommandStateSet, s); }
-    OMX_BUFFERHEADERTYPE* next(int port) {
+    OMX_BUFFERHEADERTYPE *next(int port) {
         std::unique_lock<std::mutex> lock(mu);
-        if (!cv.wait_for(lock, std::chrono::seconds(20), [&] { return !done[port].empty(); }))
-            return nullptr;
-        OMX_BUFFERHEADERTYPE* b = done[port].front();
+        if (!cv.wait_for(lock, std::chrono::seconds(20), [&] { return !done[port].empty(); })) return nullptr;
+        OMX_BUFFERHEADERTYPE *b = done[port].front();
         done[port].pop_front();
         return b;
     }
@@ -82,9 +81,8 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
     char dir_template[] = "/tmp/evrc_bellagio_XXXXXX";
     ASSERT_NE(mkdtemp(dir_template), nullptr);
     const std::string dir = dir_template;
-    const std::shared_ptr<void> cleanup(nullptr, [&](void*) {
-        for (const char* f : {"/lib/libevrc_omx.so", "/register.log", "/registry"})
-            unlink((dir + f).c_str());
+    const std::shared_ptr<void> cleanup(nullptr, [&](void *) {
+        for (const char *f : {"/lib/libevrc_omx.so", "/register.log", "/registry"}) unlink((dir + f).c_str());
         rmdir((dir + "/lib").c_str());
         rmdir(dir.c_str());
     });
@@ -92,25 +90,31 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
     ASSERT_EQ(symlink(EVRC_OMX_LIBRARY, (dir + "/lib/libevrc_omx.so").c_str()), 0);
     ASSERT_EQ(setenv("OMX_BELLAGIO_REGISTRY", (dir + "/registry").c_str(), 1), 0);
     // The sanitizer runtimes must be preloaded into the uninstrumented tool.
-    const std::string env = std::strlen(SANITIZER_PRELOAD) == 0 ? "" : std::string("env LD_PRELOAD='") + SANITIZER_PRELOAD + "' ASAN_OPTIONS=detect_leaks=0:malloc_fill_byte=0 ";
-    const std::string cmd = env + "timeout 60 " + OMXREGISTER_BELLAGIO + " " + dir + "/lib >" + dir + "/register.log 2>&1";
+    const std::string env =
+        std::strlen(SANITIZER_PRELOAD) == 0
+            ? ""
+            : std::string("env LD_PRELOAD='") + SANITIZER_PRELOAD + "' ASAN_OPTIONS=detect_leaks=0:malloc_fill_byte=0 ";
+    const std::string cmd =
+        env + "timeout 60 " + OMXREGISTER_BELLAGIO + " " + dir + "/lib >" + dir + "/register.log 2>&1";
     ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
     ASSERT_EQ(OMX_Init(), OMX_ErrorNone);
 
     OMX_U8 comp[4][OMX_MAX_STRINGNAME_SIZE] = {};
-    OMX_U8* comps[4] = {comp[0], comp[1], comp[2], comp[3]};
+    OMX_U8 *comps[4] = {comp[0], comp[1], comp[2], comp[3]};
     OMX_U32 count = 4;
     ASSERT_EQ(OMX_GetComponentsOfRole(kRole, &count, comps), OMX_ErrorNone);
     ASSERT_GE(count, 1u);
-    EXPECT_STREQ(reinterpret_cast<char*>(comp[0]), kName);
+    EXPECT_STREQ(reinterpret_cast<char *>(comp[0]), kName);
 
     Recorder rec;
     OMX_CALLBACKTYPE cb{&Recorder::on_event, &Recorder::on_done<0>, &Recorder::on_done<1>};
     OMX_HANDLETYPE h = nullptr;
     ASSERT_EQ(OMX_GetHandle(&h, kName, &rec, &cb), OMX_ErrorNone);
     rec.h = h;
-    auto set_state = [&](OMX_STATETYPE s) { return OMX_SendCommand(h, OMX_CommandStateSet, s, nullptr) == OMX_ErrorNone; };
-    OMX_BUFFERHEADERTYPE* bufs[2][2] = {};
+    auto set_state = [&](OMX_STATETYPE s) {
+        return OMX_SendCommand(h, OMX_CommandStateSet, s, nullptr) == OMX_ErrorNone;
+    };
+    OMX_BUFFERHEADERTYPE *bufs[2][2] = {};
     ASSERT_TRUE(set_state(OMX_StateIdle));
     for (int i = 0; i < 4; ++i)
         ASSERT_EQ(OMX_AllocateBuffer(h, &bufs[i / 2][i % 2], static_cast<OMX_U32>(i / 2), nullptr, 0), OMX_ErrorNone);
@@ -121,7 +125,7 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
     // frames; the last is an empty end-of-stream buffer, which comes back as
     // an empty output flagged end-of-stream, with the buffer-flag event.
     std::vector<unsigned char> mem(static_cast<std::size_t>(get_sizeof_evrc_dec_struct()), 0);
-    auto* st = reinterpret_cast<EvrcDecoderState*>(mem.data());
+    auto *st = reinterpret_cast<EvrcDecoderState *>(mem.data());
     evrc_init_dec(st);
     std::mt19937 rng(20240611);
     static const int kRates[] = {EVRC_RATE_EIGHTH, EVRC_RATE_HALF, EVRC_RATE_FULL};
@@ -135,7 +139,7 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
             expected.resize(expected.size() + EVRC_FRAME_SIZE);
             evrc_decode(st, &packet, expected.data() + expected.size() - EVRC_FRAME_SIZE, 0);
         }
-        OMX_BUFFERHEADERTYPE* in = bufs[0][b % 2];
+        OMX_BUFFERHEADERTYPE *in = bufs[0][b % 2];
         std::copy(input.begin(), input.end(), in->pBuffer);
         in->nFilledLen = static_cast<OMX_U32>(input.size());
         in->nOffset = 0;
@@ -143,11 +147,11 @@ TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
         ASSERT_EQ(OMX_FillThisBuffer(h, bufs[1][b % 2]), OMX_ErrorNone);
         ASSERT_EQ(OMX_EmptyThisBuffer(h, in), OMX_ErrorNone);
         ASSERT_EQ(rec.next(0), in);
-        OMX_BUFFERHEADERTYPE* out = rec.next(1);
+        OMX_BUFFERHEADERTYPE *out = rec.next(1);
         ASSERT_EQ(out, bufs[1][b % 2]);
         ASSERT_EQ(out->nFilledLen, expected.size() * 2) << "buffer " << b;
         EXPECT_TRUE(std::equal(expected.begin(), expected.end(),
-                               reinterpret_cast<const std::int16_t*>(out->pBuffer + out->nOffset)))
+                               reinterpret_cast<const std::int16_t *>(out->pBuffer + out->nOffset)))
             << "buffer " << b << " differs from the direct decoder";
         EXPECT_EQ(out->nFlags, b == 39 ? static_cast<OMX_U32>(OMX_BUFFERFLAG_EOS) : 0u);
     }

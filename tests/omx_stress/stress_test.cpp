@@ -13,9 +13,8 @@
 namespace omx_test {
 namespace {
 
-std::size_t scaled(std::size_t n)
-{
-    const char* v = std::getenv("EVRC_STRESS_SCALE");
+std::size_t scaled(std::size_t n) {
+    const char *v = std::getenv("EVRC_STRESS_SCALE");
     const double s = v != nullptr && *v != '\0' ? std::strtod(v, nullptr) : 1.0;
     const auto scaled_n = static_cast<std::size_t>(static_cast<double>(n) * (s > 0 ? s : 1.0));
     return scaled_n > 0 ? scaled_n : 1;
@@ -23,8 +22,7 @@ std::size_t scaled(std::size_t n)
 
 // Malformed calls that must all be refused; returns how many were not.
 // `in` and `out` are copies of real headers, so not the component's own.
-int refused_calls_accepted(Client& c, OMX_BUFFERHEADERTYPE in, OMX_BUFFERHEADERTYPE out)
-{
+int refused_calls_accepted(Client &c, OMX_BUFFERHEADERTYPE in, OMX_BUFFERHEADERTYPE out) {
     int accepted = 0;
     auto expect = [&](OMX_ERRORTYPE got, OMX_ERRORTYPE want) { accepted += got != want; };
     auto call = [&](bool output, OMX_U32 size, OMX_U32 version, OMX_U32 port) {
@@ -51,8 +49,7 @@ int refused_calls_accepted(Client& c, OMX_BUFFERHEADERTYPE in, OMX_BUFFERHEADERT
     return accepted;
 }
 
-TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
-{
+TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused) {
     // Buffers of one to four random packets; each output holds all of them.
     std::mt19937 rng(424242);
     const std::size_t nbuf = scaled(3000);
@@ -77,14 +74,14 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
     const OMX_BUFFERHEADERTYPE in_copy = *c.in[0], out_copy = *c.out[0];
     std::thread feeder([&] {
         for (std::size_t next = 0; next < nbuf && !failed; ++next) {
-            OMX_BUFFERHEADERTYPE* hdr = next < c.in.size() ? c.in[next] : c.ebd(next - c.in.size()).hdr;
+            OMX_BUFFERHEADERTYPE *hdr = next < c.in.size() ? c.in[next] : c.ebd(next - c.in.size()).hdr;
             failed = failed || hdr == nullptr || c.etb(hdr, buffers[next]) != OMX_ErrorNone;
         }
     });
     std::thread drainer([&] {
         for (std::size_t next = 0; next < nbuf + c.out.size() && !failed; ++next) {
             const std::size_t got = next - c.out.size();
-            OMX_BUFFERHEADERTYPE* hdr = next < c.out.size() ? c.out[next] : c.fbd(got).hdr;
+            OMX_BUFFERHEADERTYPE *hdr = next < c.out.size() ? c.out[next] : c.fbd(got).hdr;
             if (hdr != nullptr && next >= c.out.size() && c.fbd(got).data != expected[got])
                 ADD_FAILURE() << "output buffer " << got << " differs from the direct decoder";
             failed = failed || hdr == nullptr || (next < nbuf && c.ftb(hdr) != OMX_ErrorNone);
@@ -92,8 +89,7 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
         done = true;
     });
     std::thread heckler([&, in = in_copy, out = out_copy] {
-        while (!done)
-            wrongly_accepted += refused_calls_accepted(c, in, out);
+        while (!done) wrongly_accepted += refused_calls_accepted(c, in, out);
     });
     feeder.join();
     drainer.join();
@@ -103,8 +99,7 @@ TEST(OmxStress, TwoClientThreadsDecodeTheStreamExactlyWhileBadCallsAreRefused)
     EXPECT_FALSE(c.foreign_handle());
 }
 
-TEST(OmxStress, HundredsOfCompleteLifecycles)
-{
+TEST(OmxStress, HundredsOfCompleteLifecycles) {
     for (std::size_t round = 0; round < scaled(300); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         const bool tunneled = round % 5 == 4;
@@ -126,7 +121,7 @@ TEST(OmxStress, HundredsOfCompleteLifecycles)
             c.free_all();
             ASSERT_TRUE(c.barrier());
             std::size_t unpopulated = 0;
-            for (const auto& e : c.events_since(from))
+            for (const auto &e : c.events_since(from))
                 unpopulated += e.type == OMX_EventError && e.data1 == static_cast<OMX_U32>(OMX_ErrorPortUnpopulated);
             EXPECT_EQ(unpopulated, n);
             continue;
@@ -134,7 +129,7 @@ TEST(OmxStress, HundredsOfCompleteLifecycles)
         ASSERT_EQ(c.command(OMX_CommandStateSet, OMX_StateLoaded), OMX_ErrorNone);
         c.free_all();
         ASSERT_TRUE(c.wait_cmd_complete(OMX_CommandStateSet, OMX_StateLoaded, from));
-        for (const auto& e : c.events_since(from))
+        for (const auto &e : c.events_since(from))
             EXPECT_NE(e.type, OMX_EventError) << "no unpopulated errors while unloading";
         EXPECT_FALSE(c.foreign_handle());
     }

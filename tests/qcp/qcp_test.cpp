@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tools/random_packets.h"
 #include "tests/support/temp_dir.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -23,12 +23,15 @@ std::uint32_t le32(const Bytes &b, std::size_t at) {
 // The bodies of the three chunks the writer makes, to be rearranged into other files.
 struct Chunks {
     explicit Chunks(const Bytes &f)
-        : fmt(f.data() + 20, f.data() + 170), vrat(f.data() + 178, f.data() + kDataChunk),
+        : fmt(f.data() + 20, f.data() + 170),
+          vrat(f.data() + 178, f.data() + kDataChunk),
           data(f.data() + kData, f.data() + kData + le32(f, kDataChunk + 4)) {}
     Bytes fmt, vrat, data;
 };
 
-evrc::QcpPacket qcp_packet(const Bytes &stream) { return {stream.at(0), true, Bytes(stream.begin() + 1, stream.end())}; }
+evrc::QcpPacket qcp_packet(const Bytes &stream) {
+    return {stream.at(0), true, Bytes(stream.begin() + 1, stream.end())};
+}
 
 // Random valid packets of the given rates, in turn.
 Packets random_packets(std::mt19937 &rng, std::size_t n, const std::vector<int> &rates) {
@@ -122,9 +125,14 @@ TEST(QcpReader, SkipsOtherChunksWhereverTheyStandAndToleratesAMissingLastPad) {
     const Packets packets = random_packets(rng, 5, {EVRC_RATE_FULL, EVRC_RATE_EIGHTH});
     Chunks c(write(packets));
     const std::pair<std::string, Bytes> odd{"\x01\x02zz", Bytes(1, 0x55)};
-    expect_same_packets(packets, read(assemble({{"text", {'h', 'i', '!'}}, {"fmt ", c.fmt}, {"labl", Bytes(48, 'x')},
-                                                odd, {"vrat", c.vrat}, {"cnfg", Bytes(2)},
-                                                {"data", c.data}, {"offs", Bytes(13, 0xFF)}})));
+    expect_same_packets(packets, read(assemble({{"text", {'h', 'i', '!'}},
+                                                {"fmt ", c.fmt},
+                                                {"labl", Bytes(48, 'x')},
+                                                odd,
+                                                {"vrat", c.vrat},
+                                                {"cnfg", Bytes(2)},
+                                                {"data", c.data},
+                                                {"offs", Bytes(13, 0xFF)}})));
     // The 'vrat' chunk is optional, and the data may come before the format.
     const evrc::QcpReadResult r = read(assemble({{"data", c.data}, odd, {"fmt ", c.fmt}}));
     expect_same_packets(packets, r);
@@ -180,7 +188,8 @@ TEST(QcpReader, NamesWhatIsWrongWithTheFile) {
     expect_error(assemble({{"fmt ", f}, {"data", data}}), "rate map lists 9 rates");
     f = fmt;
     f[114] = 23;  // full rate given with its rate octet counted
-    expect_error(assemble({{"fmt ", f}, {"data", data}}), "rate map gives 23 bytes for rate 4; EVRC packets of that rate have 22");
+    expect_error(assemble({{"fmt ", f}, {"data", data}}),
+                 "rate map gives 23 bytes for rate 4; EVRC packets of that rate have 22");
 }
 
 TEST(QcpReader, UnknownRateOctetIsAnErasureOfTheLargestPacketSize) {

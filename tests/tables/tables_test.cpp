@@ -27,19 +27,46 @@ TEST(Tables, RowsNoCodeReads) {
 TEST(Export, TablesVisibleInSharedLibraryUnderCNames) {
     void *lib = dlopen(EVRC_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(lib, nullptr) << dlerror();
-#define EVRC_T(t) {#t, &t, sizeof(t)}
-    const struct { const char *name; const void *local; std::size_t size; } tables[] = {
-        EVRC_T(evrc_acsLspVQFull1),     EVRC_T(evrc_acsLspVQFull2),        EVRC_T(evrc_acsLspVQFull3),
-        EVRC_T(evrc_acsLspVQFull4),     EVRC_T(evrc_acsLspVQHalf1),        EVRC_T(evrc_acsLspVQHalf2),
-        EVRC_T(evrc_acsLspVQHalf3),     EVRC_T(evrc_acsLspVQEighth1),      EVRC_T(evrc_acsLspVQEighth2),
-        EVRC_T(evrc_acsLspBiasValues),  EVRC_T(evrc_acsInitLspTable),      EVRC_T(evrc_acsLSPInterpTbl),
-        EVRC_T(evrc_acsCosineCoeffs),   EVRC_T(evrc_acsPwAlpha1),          EVRC_T(evrc_acsGamma50Tab),
-        EVRC_T(evrc_acsGamma57Tab),     EVRC_T(evrc_acsGamma75Tab),        EVRC_T(evrc_acsGamma90Tab),
-        EVRC_T(evrc_acsInterpolateDelayTab), EVRC_T(evrc_acsBlockCoeff8),  EVRC_T(evrc_acsBlockCoeff3),
-        EVRC_T(evrc_acsSubFrameSize),   EVRC_T(evrc_acsACBGainTable),      EVRC_T(evrc_acsFcbGainVQFull),
-        EVRC_T(evrc_acsFcbGainVQHalf),  EVRC_T(evrc_acsTrackIndex),        EVRC_T(evrc_acsPowQuant),
-        EVRC_T(evrc_acsRandomDelay),    EVRC_T(evrc_acsLog2Tbl),           EVRC_T(evrc_acsInvSqrtTable),
-        EVRC_T(evrc_acsBandFiltAuto),   EVRC_T(evrc_acnRateThreshScaleFact), EVRC_T(evrc_acsLspSearchParams),
+#define EVRC_T(t) \
+    { #t, &t, sizeof(t) }
+    const struct {
+        const char *name;
+        const void *local;
+        std::size_t size;
+    } tables[] = {
+        EVRC_T(evrc_acsLspVQFull1),
+        EVRC_T(evrc_acsLspVQFull2),
+        EVRC_T(evrc_acsLspVQFull3),
+        EVRC_T(evrc_acsLspVQFull4),
+        EVRC_T(evrc_acsLspVQHalf1),
+        EVRC_T(evrc_acsLspVQHalf2),
+        EVRC_T(evrc_acsLspVQHalf3),
+        EVRC_T(evrc_acsLspVQEighth1),
+        EVRC_T(evrc_acsLspVQEighth2),
+        EVRC_T(evrc_acsLspBiasValues),
+        EVRC_T(evrc_acsInitLspTable),
+        EVRC_T(evrc_acsLSPInterpTbl),
+        EVRC_T(evrc_acsCosineCoeffs),
+        EVRC_T(evrc_acsPwAlpha1),
+        EVRC_T(evrc_acsGamma50Tab),
+        EVRC_T(evrc_acsGamma57Tab),
+        EVRC_T(evrc_acsGamma75Tab),
+        EVRC_T(evrc_acsGamma90Tab),
+        EVRC_T(evrc_acsInterpolateDelayTab),
+        EVRC_T(evrc_acsBlockCoeff8),
+        EVRC_T(evrc_acsBlockCoeff3),
+        EVRC_T(evrc_acsSubFrameSize),
+        EVRC_T(evrc_acsACBGainTable),
+        EVRC_T(evrc_acsFcbGainVQFull),
+        EVRC_T(evrc_acsFcbGainVQHalf),
+        EVRC_T(evrc_acsTrackIndex),
+        EVRC_T(evrc_acsPowQuant),
+        EVRC_T(evrc_acsRandomDelay),
+        EVRC_T(evrc_acsLog2Tbl),
+        EVRC_T(evrc_acsInvSqrtTable),
+        EVRC_T(evrc_acsBandFiltAuto),
+        EVRC_T(evrc_acnRateThreshScaleFact),
+        EVRC_T(evrc_acsLspSearchParams),
     };
     for (const auto &t : tables) {
         const void *sym = dlsym(lib, t.name);

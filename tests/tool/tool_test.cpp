@@ -10,15 +10,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <random>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "evrc/qcp.hpp"
-#include "tools/random_packets.h"
 #include "tests/support/temp_dir.h"
+#include "tools/random_packets.h"
 
 namespace {
 
@@ -33,7 +33,8 @@ std::string slurp(const std::string &path) {
 }
 
 void save(const std::string &path, const Bytes &b) {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(b.data()), static_cast<std::streamsize>(b.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(b.data()), static_cast<std::streamsize>(b.size()));
 }
 
 struct ToolRun {
@@ -143,10 +144,18 @@ TEST(Tool, HelpAndUsageErrors) {
     EXPECT_NE(help.out.find("usage: evrc encode"), std::string::npos) << help.out;
     EXPECT_EQ(run({}).status, 2);
     const std::vector<std::vector<std::string>> usage_errors = {
-        {"encode", "a"}, {"encode", "--max-rate", "quarter", "a", "b"}, {"encode", "--limit", "-1", "a", "b"},
-        {"encode", "--limit-mode", "run", "a", "b"}, {"encode", "--min-rate", "full", "--max-rate", "half", "a", "b"},
-        {"info"}, {"transcode", "a", "b"}, {"decode"}, {"decode", "in.qcp"}, {"decode", "a", "b", "c"},
-        {"decode", "--bogus", "a", "b"}, {"decode", "--omx", "--no-postfilter", "a", "b"}};
+        {"encode", "a"},
+        {"encode", "--max-rate", "quarter", "a", "b"},
+        {"encode", "--limit", "-1", "a", "b"},
+        {"encode", "--limit-mode", "run", "a", "b"},
+        {"encode", "--min-rate", "full", "--max-rate", "half", "a", "b"},
+        {"info"},
+        {"transcode", "a", "b"},
+        {"decode"},
+        {"decode", "in.qcp"},
+        {"decode", "a", "b", "c"},
+        {"decode", "--bogus", "a", "b"},
+        {"decode", "--omx", "--no-postfilter", "a", "b"}};
     for (const auto &args : usage_errors) {
         const ToolRun r = run(args);
         EXPECT_EQ(r.status, 2) << args[0];
@@ -200,22 +209,28 @@ TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
         expect_file_error(run({"decode", in, out}), in, problem);
         expect_file_error(run({"info", in}), in, problem);
     }
-    for (const auto &[in, problem] : std::vector<std::pair<std::string, const char *>>{
-             {tmp("missing.wav"), "cannot open"}, {tmp("text.qcp"), "not an audio file"}, {tmp("empty.wav"), "empty"}}) {
+    for (const auto &[in, problem] :
+         std::vector<std::pair<std::string, const char *>>{{tmp("missing.wav"), "cannot open"},
+                                                           {tmp("text.qcp"), "not an audio file"},
+                                                           {tmp("empty.wav"), "empty"}}) {
         expect_file_error(run({"encode", in, out}), in, problem);
     }
     expect_file_error(run({"decode", "--strict", tmp("cut.qcp"), out}), tmp("cut.qcp"), "truncated");
-    expect_file_error(run({"decode", "--strict", "--raw", tmp("odd.bin"), out}), tmp("odd.bin"), "24-byte packet slots");
+    expect_file_error(run({"decode", "--strict", "--raw", tmp("odd.bin"), out}), tmp("odd.bin"),
+                      "24-byte packet slots");
     expect_file_error(run({"decode", good, tmp("out.xyz")}), tmp("out.xyz"), "unknown output format");
     EXPECT_EQ(slurp(out), "keep") << "a failed run must not touch the output";
 
-    const std::vector<std::vector<std::string>> uncreatable = {
-        {"decode", good, tmp("no/such/dir/out.wav")}, {"encode", tmp("ok.wav"), tmp("none/out.qcp")}, {"encode", tmp("ok.wav"), tmp()}};
+    const std::vector<std::vector<std::string>> uncreatable = {{"decode", good, tmp("no/such/dir/out.wav")},
+                                                               {"encode", tmp("ok.wav"), tmp("none/out.qcp")},
+                                                               {"encode", tmp("ok.wav"), tmp()}};
     for (const auto &args : uncreatable) expect_file_error(run(args), args[2], "cannot create");
     std::filesystem::create_directories(tmp("locked"));
-    std::filesystem::permissions(tmp("locked"), std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    std::filesystem::permissions(tmp("locked"),
+                                 std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     if (geteuid() != 0) {  // root writes anywhere
-        expect_file_error(run({"encode", tmp("ok.wav"), tmp("locked/out.qcp")}), tmp("locked/out.qcp"), "cannot create");
+        expect_file_error(run({"encode", tmp("ok.wav"), tmp("locked/out.qcp")}), tmp("locked/out.qcp"),
+                          "cannot create");
     }
     EXPECT_TRUE(std::filesystem::is_empty(tmp("locked")));
     expect_file_error(run({"decode", good, good}), good, "refusing to overwrite");
@@ -258,7 +273,8 @@ TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
             const Pcm ours = read_wav(tmp("dec.flac"), true), theirs = read_wav(tmp("ff.wav"), true);
             ASSERT_EQ(theirs.size(), ours.size());
             double xy = 0, xx = 0, yy = 0;
-            for (std::size_t i = 0; i < ours.size(); ++i) xy += 1.0 * ours[i] * theirs[i], xx += 1.0 * ours[i] * ours[i], yy += 1.0 * theirs[i] * theirs[i];
+            for (std::size_t i = 0; i < ours.size(); ++i)
+                xy += 1.0 * ours[i] * theirs[i], xx += 1.0 * ours[i] * ours[i], yy += 1.0 * theirs[i] * theirs[i];
             EXPECT_GT(xy / std::sqrt(xx * yy + 1), 0.9);
             std::printf("[ ffmpeg   ] %s: correlation %.4f\n", c.name, xy / std::sqrt(xx * yy + 1));
         }
@@ -290,7 +306,9 @@ TEST(Tool, RateOptionsBoundThePackets) {
     write_tone(tmp("rates.wav"), SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, 2.0);
     // Packets per rate, the shortest distance between full-rate packets and
     // the longest run of them.
-    struct Stats { std::size_t count[5] = {}, gap = SIZE_MAX, longest = 0; };
+    struct Stats {
+        std::size_t count[5] = {}, gap = SIZE_MAX, longest = 0;
+    };
     auto rates = [](std::vector<std::string> options) {
         options.insert(options.begin(), "encode");
         options.insert(options.end(), {tmp("rates.wav"), tmp("rates.qcp")});
@@ -351,13 +369,14 @@ TEST(Tool, CutFilesDecodeTheirWholePacketsUnlessStrict) {
     for (std::size_t len = data_at; len < bytes.size(); ++len) {
         SCOPED_TRACE(len);
         save(cut, Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(len)));
-        const std::size_t whole = static_cast<std::size_t>(
-            std::upper_bound(packet_end.begin(), packet_end.end(), len) - packet_end.begin());
+        const std::size_t whole =
+            static_cast<std::size_t>(std::upper_bound(packet_end.begin(), packet_end.end(), len) - packet_end.begin());
         const ToolRun r = run({"decode", cut, tmp("cut.wav")});
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.err, cut + ": truncated at byte " + std::to_string(len) + ": decoded " + std::to_string(whole) +
                              " packets\n");
-        EXPECT_EQ(read_wav(tmp("cut.wav")), Pcm(want.begin(), want.begin() + static_cast<std::ptrdiff_t>(whole * EVRC_FRAME_SIZE)));
+        EXPECT_EQ(read_wav(tmp("cut.wav")),
+                  Pcm(want.begin(), want.begin() + static_cast<std::ptrdiff_t>(whole * EVRC_FRAME_SIZE)));
         expect_file_error(run({"decode", "--strict", cut, tmp("strict.wav")}), cut, "truncated");
         EXPECT_FALSE(std::filesystem::exists(tmp("strict.wav")));
         const ToolRun info = run({"info", cut});
