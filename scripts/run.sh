@@ -6,7 +6,8 @@
 # must give the identical file) and with FFmpeg when installed; it prints the
 # bit rate, the packets per rate and the encode and decode speed in times
 # real time. Then every benchmark program (bench_*) runs, with results on the
-# terminal and, as JSON, in build/release/bench-results/. The speech files
+# terminal and, as JSON (with each run's header and log), in
+# build/release/bench-results/. The speech files
 # stay in build/release/demo/ for listening.
 #
 # Environment: EVRC_JOBS (default 2), EVRC_SKIP_SETUP=1 to skip package setup,
@@ -91,9 +92,11 @@ for b in "${benches[@]}"; do
     name=$(basename "$b")
     echo
     echo "=== $name ==="
+    # The runner's header (machine, caches, load) and the component's log
+    # lines go to $results/$name.log; the table stays on the terminal.
     # shellcheck disable=SC2086
-    "$b" --benchmark_out="$results/$name.json" --benchmark_out_format=json ${EVRC_BENCH_ARGS:-} ||
-        fail "$name failed"
+    "$b" --benchmark_out="$results/$name.json" --benchmark_out_format=json ${EVRC_BENCH_ARGS:-} \
+        2>"$results/$name.log" || fail "$name failed (see $(show "$results/$name.log"))"
 done
 
 echo
