@@ -186,6 +186,14 @@ public:
     CallScope &operator=(const CallScope &) = delete;
 };
 
+// One inline operator run as an exported call, inside a scope of its own: the
+// body of every exported operator.
+template <auto Op, class... Args>
+inline auto exported(Args... args) {
+    CallScope scope;
+    return Op(args...);
+}
+
 // ---- Saturating 16- and 32-bit operators ----------------------------------
 
 inline Word16 saturate(Word32 x) { return detail::sat16(x); }
