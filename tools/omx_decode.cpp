@@ -35,7 +35,7 @@ constexpr OMX_U32 kBuffersPerPort = 32;
 // Output buffers left in the component when the client is woken to collect
 // the others: their decoding covers the time the client needs to wake up and
 // send the next buffers, so the input thread never runs dry.
-constexpr std::size_t kKeptInComponent = 4;
+constexpr std::size_t kKeptInComponent = 8;
 // OpenMAX IL 1.1, the version of every structure passed in.
 constexpr OMX_U32 kOmxVersion = 0x00000101;
 constexpr char kComponentName[] = "OMX.vemo.audio.decoder.evrc";
