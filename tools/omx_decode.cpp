@@ -58,6 +58,7 @@ std::string hex(unsigned v) {
 bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity, std::size_t max_packets,
                         std::vector<Bytes> &buffers, std::vector<std::size_t> &counts, std::string &error) {
     Bytes cur;
+    cur.reserve(capacity);
     std::size_t n = 0;
     for (std::size_t i = 0; i < packets.size(); ++i) {
         const Bytes &p = packets[i];
@@ -79,7 +80,8 @@ bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity,
         if (n == max_packets || cur.size() + len > capacity) {
             buffers.push_back(std::move(cur));
             counts.push_back(n);
-            cur.clear();
+            cur = Bytes();
+            cur.reserve(capacity);
             n = 0;
         }
         cur.insert(cur.end(), p.begin(), p.end());
@@ -408,6 +410,7 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
     std::vector<Bytes> buffers;
     std::vector<std::size_t> counts;
     if (!split_into_buffers(packets, in_size, max_packets, buffers, counts, error)) return false;
+    pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
     if (!session->start(error)) return false;
     if (!session->run(buffers, counts, pcm, error)) return false;
     return session->stop(error);
