@@ -10,6 +10,7 @@
 #include <OMX_Core.h>
 #include <bellagio/st_static_component_loader.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -25,10 +26,16 @@ using Bytes = std::vector<std::uint8_t>;
 
 // No single step of a healthy component takes anywhere near this long.
 constexpr std::chrono::seconds kStepTimeout{30};
+// How long a wait watches for the component's answer before it sleeps.
+constexpr std::chrono::microseconds kSpinBeforeSleep{200};
 
 constexpr unsigned kSamplesPerPacket = 160;
 // Buffers the client allocates on each port.
-constexpr OMX_U32 kBuffersPerPort = 8;
+constexpr OMX_U32 kBuffersPerPort = 32;
+// Output buffers left in the component when the client is woken to collect
+// the others: their decoding covers the time the client needs to wake up and
+// send the next buffers, so the input thread never runs dry.
+constexpr std::size_t kKeptInComponent = 8;
 // OpenMAX IL 1.1, the version of every structure passed in.
 constexpr OMX_U32 kOmxVersion = 0x00000101;
 constexpr char kComponentName[] = "OMX.vemo.audio.decoder.evrc";
@@ -51,6 +58,7 @@ std::string hex(unsigned v) {
 bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity, std::size_t max_packets,
                         std::vector<Bytes> &buffers, std::vector<std::size_t> &counts, std::string &error) {
     Bytes cur;
+    cur.reserve(capacity);
     std::size_t n = 0;
     for (std::size_t i = 0; i < packets.size(); ++i) {
         const Bytes &p = packets[i];
@@ -72,7 +80,8 @@ bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity,
         if (n == max_packets || cur.size() + len > capacity) {
             buffers.push_back(std::move(cur));
             counts.push_back(n);
-            cur.clear();
+            cur = Bytes();
+            cur.reserve(capacity);
             n = 0;
         }
         cur.insert(cur.end(), p.begin(), p.end());
@@ -90,12 +99,18 @@ class Returns {
 public:
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
         Returns *self = static_cast<Returns *>(app);
-        std::lock_guard<std::mutex> lock(self->mutex_);
-        if (type == OMX_EventCmdComplete && d1 == OMX_CommandStateSet) {
-            self->states_.push_back(static_cast<OMX_STATETYPE>(d2));
-        } else if (type == OMX_EventError && self->error_ == 0) {
-            self->error_ = static_cast<unsigned>(d1);
+        {
+            std::lock_guard<std::mutex> lock(self->mutex_);
+            if (type == OMX_EventCmdComplete && d1 == OMX_CommandStateSet) {
+                self->states_.push_back(static_cast<OMX_STATETYPE>(d2));
+            } else if (type == OMX_EventError && self->error_ == 0) {
+                self->error_ = static_cast<unsigned>(d1);
+            }
+            self->changes_.fetch_add(1, std::memory_order_release);
         }
+        // Notified after the lock is released, so that the woken client does
+        // not block on it at once. (The client outlives every callback: the
+        // component's threads are joined before the session goes.)
         self->cond_.notify_all();
         return OMX_ErrorNone;
     }
@@ -111,7 +126,7 @@ public:
 
     bool wait_state(OMX_STATETYPE s, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
-        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] {
+        const bool ok = wait_until(lock, [&] {
             for (auto it = states_.begin(); it != states_.end(); ++it) {
                 if (*it == s) {
                     states_.erase(it);
@@ -134,7 +149,7 @@ public:
                       std::deque<OMX_BUFFERHEADERTYPE *> &outputs, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
         wanted_ = wanted > 0 ? wanted : 1;
-        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
+        const bool ok = wait_until(lock, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
         wanted_ = 1;
         inputs.insert(inputs.end(), inputs_.begin(), inputs_.end());
         outputs.insert(outputs.end(), outputs_.begin(), outputs_.end());
@@ -148,10 +163,46 @@ public:
 
 private:
     OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE *> &q, OMX_BUFFERHEADERTYPE *hdr, bool wake) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        q.push_back(hdr);
-        if (wake && q.size() >= wanted_) cond_.notify_all();
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            q.push_back(hdr);
+            if (!wake || q.size() < wanted_) return OMX_ErrorNone;
+            changes_.fetch_add(1, std::memory_order_release);
+        }
+        cond_.notify_all();
         return OMX_ErrorNone;
+    }
+
+    // Waits (the lock held) until `ready` holds or the step times out. Most
+    // steps of the component end within a few tens of microseconds, sooner
+    // than a sleeping thread is woken again, so the wait first watches for a
+    // wake-up without sleeping for a short while (the component's notify
+    // then finds no sleeper to wake either), and only then sleeps.
+    template <typename Ready>
+    bool wait_until(std::unique_lock<std::mutex> &lock, Ready ready) {
+        if (ready()) return true;
+        const auto spin_end = std::chrono::steady_clock::now() + kSpinBeforeSleep;
+        for (;;) {
+            const unsigned seen = changes_.load(std::memory_order_acquire);
+            lock.unlock();
+            bool changed = false;
+            while (!(changed = changes_.load(std::memory_order_acquire) != seen) &&
+                   std::chrono::steady_clock::now() < spin_end) {
+                for (int i = 0; i < 64 && changes_.load(std::memory_order_relaxed) == seen; ++i) cpu_relax();
+            }
+            lock.lock();
+            if (ready()) return true;
+            if (!changed) break;
+        }
+        return cond_.wait_for(lock, kStepTimeout, ready);
+    }
+
+    static void cpu_relax() {
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
     }
 
     std::mutex mutex_;
@@ -159,7 +210,8 @@ private:
     std::deque<OMX_STATETYPE> states_;
     std::deque<OMX_BUFFERHEADERTYPE *> inputs_;
     std::deque<OMX_BUFFERHEADERTYPE *> outputs_;
-    std::size_t wanted_ = 1;  // returned output buffers that wake the client
+    std::atomic<unsigned> changes_{0};  // bumped at every wake-up
+    std::size_t wanted_ = 1;             // returned output buffers that wake the client
     unsigned error_ = 0;
 };
 
@@ -266,13 +318,14 @@ public:
                 free_in.pop_front();
                 ++sent;
             }
-            // Half the output buffers back before this thread runs again
+            // All but a few output buffers back before this thread runs again
             // (fewer if fewer can come back: each returns with one input
-            // buffer sent and not yet answered), so the component keeps the
-            // other half to work on meanwhile and both threads wake less often.
+            // buffer sent and not yet answered): the component keeps a few to
+            // work on meanwhile, and each wake-up of this thread, which costs
+            // the component's thread a system call, collects many buffers.
             const std::size_t in_flight = outputs_.size() - free_out.size();
             const std::size_t unanswered = sent - received;
-            std::size_t wanted = (outputs_.size() + 1) / 2;
+            std::size_t wanted = outputs_.size() > kKeptInComponent ? outputs_.size() - kKeptInComponent : 1;
             if (wanted > in_flight) wanted = in_flight;
             if (wanted > unanswered) wanted = unanswered;
             std::deque<OMX_BUFFERHEADERTYPE *> done_out;
@@ -357,6 +410,7 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
     std::vector<Bytes> buffers;
     std::vector<std::size_t> counts;
     if (!split_into_buffers(packets, in_size, max_packets, buffers, counts, error)) return false;
+    pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
     if (!session->start(error)) return false;
     if (!session->run(buffers, counts, pcm, error)) return false;
     return session->stop(error);
