@@ -211,7 +211,7 @@ private:
     std::deque<OMX_BUFFERHEADERTYPE *> inputs_;
     std::deque<OMX_BUFFERHEADERTYPE *> outputs_;
     std::atomic<unsigned> changes_{0};  // bumped at every wake-up
-    std::size_t wanted_ = 1;             // returned output buffers that wake the client
+    std::size_t wanted_ = 1;            // returned output buffers that wake the client
     unsigned error_ = 0;
 };
 
