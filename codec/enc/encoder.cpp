@@ -42,6 +42,13 @@ constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor wo
 constexpr Word16 kNoiseShift = 6;               // noise times gain: Q22 down to the excitation
 
 using FilterMemory = Word32[3][kOrder];
+using evrc_enc::emphasise_error;
+using evrc_enc::kErrorEmphasisWords;
+
+// The error emphasis memories of the excitation path and of the target path
+// (working block of the frame driver).
+Word16 *emphasis_exc(EvrcEncoderState *st) { return st->work_core; }
+Word16 *emphasis_ref(EvrcEncoderState *st) { return st->work_core + kErrorEmphasisWords; }
 
 // Packing cursor over the packet's bit words. Field widths come from the
 // packet layout of the rate: rate 1 and rate 1/2 use their own tables; any
@@ -163,8 +170,10 @@ void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     std::memcpy(block, st->acb_mem + kHistory - kEighthBlock, sizeof(block));
     evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
                                    kEighthBlock);
+    emphasise_error(block, kEighthBlock, emphasis_exc(st));
     to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, block, kEighthBlock);
     evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0], kEighthBlock);
+    emphasise_error(block, kEighthBlock, emphasis_ref(st));
     save_filter_memories(st);
     st->sAccumShift = 0;
     st->sShiftCarry = 0;
@@ -203,9 +212,14 @@ void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
     std::memcpy(mem, st->wsf_mem[0], sizeof(mem));
     Word16 zeros[kMaxSubframe] = {};
     evrc_weighted_synthesis_filter(zeros, sf.zir, qlpc, sf.num, sf.den, &mem[0][0], len);
+    Word16 emphasis[kErrorEmphasisWords];
+    std::memcpy(emphasis, emphasis_exc(st), sizeof(emphasis));
+    emphasise_error(sf.zir, sf.L, emphasis);
     std::memset(mem, 0, sizeof(mem));
     Word16 pulse[kMaxSubframe] = {kImpulse};
     evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
+    std::memset(emphasis, 0, sizeof(emphasis));
+    emphasise_error(sf.h, sf.L, emphasis);
 }
 
 // The delay contour and the adaptive-codebook vector the
@@ -240,6 +254,7 @@ void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour
 void weighted_target(EvrcEncoderState *st, Subframe &sf) {
     evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
                                    static_cast<Word16>(sf.L));
+    emphasise_error(sf.target, sf.L, emphasis_ref(st));
     for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.target[n], sf.zir[n]);
 }
 
@@ -277,6 +292,7 @@ void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     Word16 out[kMaxSubframe];
     evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
                                    static_cast<Word16>(sf.L));
+    emphasise_error(out, sf.L, emphasis_exc(st));
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
     save_filter_memories(st);
 }

@@ -29,6 +29,17 @@ void weighted_synthesis_filter_reference(const Word16 *in, Word16 *out, const Wo
 void acb_filter(const Word16 *v, const Word16 *h, Word16 *y, Word16 L);
 void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L);
 
+// Shapes the coded segment's residual residual[first .. first + 160) in
+// place (valley filling and high-frequency shelf, subframe by subframe with
+// the quantised LPC), continuing the previous segment. Memories in
+// st->work_pitch.
+void shape_coded_residual(EvrcEncoderState *st, Word16 *residual, int first);
+
+// The error emphasis (low-frequency boost, tilt) over x[0 .. L) in place;
+// mem: seven words of state (kErrorEmphasisWords), zero to start afresh.
+constexpr int kErrorEmphasisWords = 7;
+void emphasise_error(Word16 *x, int L, Word16 *mem);
+
 }  // namespace evrc_enc
 
 #endif  // EVRC_CODEC_ENC_ENCODER_INTERNAL_H

@@ -110,7 +110,8 @@ void warp_segment(EvrcEncoderState *st, int base, int from, int to, int ramp_end
 // The coded segment's residual again, now through the quantised subframe
 // filters the decoder synthesises with: the modified residual through
 // 1/Aq_j(z) then gives back the speech, so the weighted target is the
-// weighted speech itself. The open-loop pitch analysis has used the
+// weighted speech itself, once shaped for the decoder's postfilter
+// (spectral_shaping.cpp). The open-loop pitch analysis has used the
 // unquantised residual before.
 void requantised_residual(EvrcEncoderState *st) {
     int start = EVRC_ENC_CODED_START;
@@ -120,6 +121,7 @@ void requantised_residual(EvrcEncoderState *st) {
                                    kResidualShift);
         start += len;
     }
+    evrc_enc::shape_coded_residual(st, st->residual, EVRC_ENC_CODED_START);
 }
 
 }  // namespace

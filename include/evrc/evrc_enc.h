@@ -90,13 +90,13 @@ typedef struct EvrcEncoderState {
     /* Working room of the open stages (each stage carves named fields out of
      * its own block; the three blocks keep the record at 3544 bytes). */
     Word16 work_lpc[24];      /* LPC analysis, spectral-transition flag, eighth rate */
-    Word16 work_pitch[150];   /* pitch analysis and signal modification */
+    Word16 work_pitch[130];   /* pitch analysis and signal modification */
     Word16 noise_gen[3];      /* local decoder: the decoder's noise generator at eighth rate
                                  (have-spare, spare, seed), mirrored */
     Word16 noise_gen_started; /* 0 until the mirrored generator is seeded */
     Word32 ref_mem[3][10];    /* weighting filter of the modified residual: synthesis with
                                  the frame's LPC, weighting zeros, weighting poles */
-    Word16 work_core[9];      /* frame driver, codebook searches, local decoder */
+    Word16 work_core[29];     /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
 /* ---- Entry points ---------------------------------------------------- */
