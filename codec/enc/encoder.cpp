@@ -9,7 +9,8 @@
 // residual through the synthesis filter of the LPC set that produced the
 // residual and the subframe's perceptual weighting (memories ref_mem), less
 // the zero-input response of the weighted synthesis filter that the
-// excitation drives (memories wsf_mem).
+// excitation drives (memories wsf_mem), seen through the error emphasis
+// (spectral_shaping.cpp), as is the impulse response.
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
@@ -45,10 +46,17 @@ using FilterMemory = Word32[3][kOrder];
 using evrc_enc::emphasise_error;
 using evrc_enc::kErrorEmphasisWords;
 
-// The error emphasis memories of the excitation path and of the target path
-// (working block of the frame driver).
-Word16 *emphasis_exc(EvrcEncoderState *st) { return st->work_core; }
-Word16 *emphasis_ref(EvrcEncoderState *st) { return st->work_core + kErrorEmphasisWords; }
+// The error emphasis is linear, so one memory serves both paths: it holds the
+// state of the emphasis of the weighted error (target path less excitation
+// path), in the working block of the frame driver.
+Word16 *emphasis_memory(EvrcEncoderState *st) { return st->work_core; }
+
+// The emphasis memory follows the weighted error ref - exc over L samples.
+void follow_error(EvrcEncoderState *st, const Word16 *ref, const Word16 *exc, int L) {
+    Word16 error[kMaxSubframe];
+    for (int n = 0; n < L; ++n) error[n] = fx::sub(ref[n], exc[n]);
+    emphasise_error(error, L, emphasis_memory(st));
+}
 
 // Packing cursor over the packet's bit words. Field widths come from the
 // packet layout of the rate: rate 1 and rate 1/2 use their own tables; any
@@ -159,7 +167,8 @@ void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
 // rebuild it, and the weighting memories brought up to date over the last
 // subframe: the excitation path with the rebuilt excitation, the residual
 // path with the coded segment's last residual samples through the filter
-// that formed them (the last subframe's unquantised LPC).
+// that formed them (the last subframe's unquantised LPC), and the emphasis
+// memory with the weighted error between the two.
 void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     const Word16 energy_index = evrc_8th_rate(st);
     pk.put(FieldId::kEnergy, energy_index);
@@ -170,10 +179,10 @@ void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     std::memcpy(block, st->acb_mem + kHistory - kEighthBlock, sizeof(block));
     evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
                                    kEighthBlock);
-    emphasise_error(block, kEighthBlock, emphasis_exc(st));
-    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, block, kEighthBlock);
-    evrc_weighted_synthesis_filter(block, block, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0], kEighthBlock);
-    emphasise_error(block, kEighthBlock, emphasis_ref(st));
+    Word16 ref[kEighthBlock];
+    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, ref, kEighthBlock);
+    evrc_weighted_synthesis_filter(ref, ref, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0], kEighthBlock);
+    follow_error(st, ref, block, kEighthBlock);
     save_filter_memories(st);
     st->sAccumShift = 0;
     st->sShiftCarry = 0;
@@ -199,6 +208,7 @@ struct Subframe {
     Word16 h[kMaxSubframe];
     Word16 acb8[kMaxSubframe + kAhead];
     Word16 residual[kMaxSubframe];  // modified residual at the excitation's level
+    Word16 weighted[kMaxSubframe];  // the target path's output
     Word16 target[kMaxSubframe];
     Word16 fcb_target[kMaxSubframe];
 };
@@ -212,13 +222,10 @@ void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
     std::memcpy(mem, st->wsf_mem[0], sizeof(mem));
     Word16 zeros[kMaxSubframe] = {};
     evrc_weighted_synthesis_filter(zeros, sf.zir, qlpc, sf.num, sf.den, &mem[0][0], len);
-    Word16 emphasis[kErrorEmphasisWords];
-    std::memcpy(emphasis, emphasis_exc(st), sizeof(emphasis));
-    emphasise_error(sf.zir, sf.L, emphasis);
     std::memset(mem, 0, sizeof(mem));
     Word16 pulse[kMaxSubframe] = {kImpulse};
     evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
-    std::memset(emphasis, 0, sizeof(emphasis));
+    Word16 emphasis[kErrorEmphasisWords] = {};
     emphasise_error(sf.h, sf.L, emphasis);
 }
 
@@ -250,12 +257,15 @@ void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour
 // subframe's quantised synthesis filter (the filter that formed the coded
 // residual, so that this gives back the speech) and the subframe's weighting
 // (running memories ref_mem), less the zero-input response of the
-// excitation's filter.
+// excitation's filter; then the error emphasis, continuing from the weighted
+// error of the subframes before.
 void weighted_target(EvrcEncoderState *st, Subframe &sf) {
-    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
+    evrc_weighted_synthesis_filter(sf.residual, sf.weighted, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
                                    static_cast<Word16>(sf.L));
-    emphasise_error(sf.target, sf.L, emphasis_ref(st));
-    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.target[n], sf.zir[n]);
+    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.weighted[n], sf.zir[n]);
+    Word16 emphasis[kErrorEmphasisWords];
+    std::memcpy(emphasis, emphasis_memory(st), sizeof(emphasis));
+    emphasise_error(sf.target, sf.L, emphasis);
 }
 
 // Sharpening lag of the subframe: the rounded mean of the first two delay
@@ -292,7 +302,7 @@ void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
     Word16 out[kMaxSubframe];
     evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
                                    static_cast<Word16>(sf.L));
-    emphasise_error(out, sf.L, emphasis_exc(st));
+    follow_error(st, sf.weighted, out, sf.L);
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
     save_filter_memories(st);
 }

@@ -35,8 +35,9 @@ void acb_filter_reference(const Word16 *v, const Word16 *h, Word16 *y, Word16 L)
 // st->work_pitch.
 void shape_coded_residual(EvrcEncoderState *st, Word16 *residual, int first);
 
-// The error emphasis (low-frequency boost, tilt) over x[0 .. L) in place;
-// mem: seven words of state (kErrorEmphasisWords), zero to start afresh.
+// The error emphasis (low-frequency boost, tilt) over x[0 .. L) in place, a
+// linear filter; mem: seven words of state (kErrorEmphasisWords), zero to
+// start afresh.
 constexpr int kErrorEmphasisWords = 7;
 void emphasise_error(Word16 *x, int L, Word16 *mem);
 
