@@ -30,6 +30,9 @@
 // least-squares gain (see kGainLiftNum).
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "codec/basic/fixed_point.h"
 #include "codec/enc/encoder_internal.h"
@@ -70,6 +73,9 @@ constexpr int kRepairCandidates = 7;  // first-track positions tried when a pair
 // least log-spectral distance (1.1 to 1.3 within 0.03 dB).
 constexpr Word64 kGainLiftNum = 6;
 constexpr Word64 kGainLiftDen = 5;
+// Track-major diagonal entries beyond the subframe: any candidate there has
+// E < 0, so the fast search never takes one.
+constexpr Word32 kPadEnergy = -(1 << 30);
 
 struct Search {
     int L;
@@ -82,10 +88,11 @@ struct Search {
     // is column t + 5m.
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
-    Word32 diag[kMaxLen];                // rr[p][p]
-    Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
-    int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;                    // rr is filled (the reference and the rate-1/2 search), else rrt
+    Word32 diag[kMaxLen];                 // rr[p][p]
+    Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
+    Word64 strength[kMaxLen];             // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];   // track indices m, strongest d first (ties: lower m)
+    bool full_matrix;                     // rr is filled (the reference and the rate-1/2 search), else rrt
 };
 
 // Offset of position p in a track-major row.
@@ -196,6 +203,10 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
         }
         s.diag[i] = row[track_major(i)];
     }
+    for (int k = 0; k < kTracks * kTrackStride; ++k) {
+        const int p = k % kTrackStride * kTracks + k / kTrackStride;
+        (&s.diagt[0][0])[k] = p < L ? s.diag[p] : kPadEnergy;
+    }
 }
 
 // Backward-filtered target and correlation matrix, each scaled to a fixed
@@ -214,6 +225,7 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
     for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
     preset_signs(s, residual);
+    std::memset(s.dt, 0, sizeof(s.dt));
     for (int n = 0; n < L; ++n) {
         s.d[n] *= s.sign[n];
         (&s.dt[0][0])[track_major(n)] = s.d[n];
@@ -534,19 +546,45 @@ PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
 // ---- Rate 1, fast form ----------------------------------------------------
 //
 // The same search with the same arithmetic and the same choices, organised
-// for speed: the matrix and d are copied track-major (the entries of one
-// track's positions contiguous), each set keeps sum_q rr[p][q] over its pulses
-// for every p (updated by one row per added or moved pulse instead of being
-// summed again for each candidate), and the first three slots, which do not
-// depend on the track shift, are searched once for all shifts. All sums are
-// of the same integers as in the reference form, so they are equal; every
-// comparison is the same exact comparison of C^2 / E.
+// for speed: the matrix, d and the diagonal are copied track-major (the
+// entries of one track's positions contiguous, twelve lanes per track), each
+// set keeps sum_q rr[p][q] over its pulses for every p (updated by one row per
+// added or moved pulse instead of being summed again for each candidate), and
+// the first three slots, which do not depend on the track shift, are searched
+// once for all shifts. The eight depth-first sets keep only the sums their
+// last placements read; the full sums are formed for the four that are
+// refined. All sums are of the same integers as in the reference form, so
+// they are equal; every comparison is the same exact comparison of C^2 / E.
+//
+// Every placement scans its candidates in the reference order and keeps the
+// first with the largest C^2 / E (E > 0) that beats its starting value. The
+// scores are estimated in float, twelve lanes at a time, and a candidate is
+// compared exactly only when its estimate reaches a threshold: the best
+// estimate of the scan's first row of candidates (of the set's own score when
+// a pulse is moved), raised to that of each new exact choice, less a 10^-5
+// margin. The estimates are within a few 2^-24 of the exact scores, so no
+// candidate whose exact score reaches the best's can fail the test, and the
+// exact comparisons see every candidate that can be chosen, in scan order.
+// The candidates that pass are visited through a bit mask of the lanes (few
+// pass, at unpredictable places: branching lane by lane mispredicts).
 
 constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
 constexpr int kLanes = 4;
+constexpr int kBlocks = kTrackStride / kLanes;  // vectors per track
 typedef Word32 Lanes32 __attribute__((vector_size(16)));
 typedef float LanesF __attribute__((vector_size(16)));
 static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+
+inline Lanes32 load_lanes(const Word32 *p) {
+    Lanes32 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+// The twelve lanes of one track, as vectors.
+struct TrackLanes {
+    Lanes32 v[kBlocks];
+};
 
 struct FastSet {
     int pos[kFullPulses];
@@ -556,11 +594,24 @@ struct FastSet {
     Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
 };
 
-// cross += sign * row p (all tracks; entries beyond L are never read).
-void update_cross(const Search &s, FastSet &set, int p, Word32 sign) {
-    Word32 *cross = &set.cross[0][0];
+// A depth-first set before refinement: its pulses and score (the sums its
+// placements read are formed on the way).
+struct DepthSet {
+    int pos[kFullPulses];
+    int count;
+    Word64 c;
+    Word64 e;
+    int prefix;  // the shift-independent first slots it grew from
+};
+
+// cross += row p, cross -= row p (all tracks; padding entries stay zero).
+void add_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += sign * row[i];
+    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += row[i];
+}
+void sub_row(Word32 *cross, const Search &s, int p) {
+    const Word32 *row = &s.rrt[p][0][0];
+    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] -= row[i];
 }
 
 Word32 cross_at(const FastSet &set, int p) { return set.cross[p % kTracks][p / kTracks]; }
@@ -569,7 +620,7 @@ void add_pulse_fast(const Search &s, FastSet &set, int p) {
     set.c += s.d[p];
     set.e += s.diag[p] + 2 * static_cast<Word64>(cross_at(set, p));
     set.pos[set.count++] = p;
-    update_cross(s, set, p, 1);
+    add_row(&set.cross[0][0], s, p);
 }
 
 void empty_set(FastSet &set) {
@@ -579,163 +630,249 @@ void empty_set(FastSet &set) {
     std::memset(set.cross, 0, sizeof(set.cross));
 }
 
-// place_reference: the first candidate in scan order with the largest
-// C^2 / E among those with E > 0. Starting from 0 / 1 only candidates with
-// C != 0 are taken in the loop; when none is, the first with E > 0 is.
-void place_fast(const Search &s, FastSet &set, int t1, int t2, int tried = kTrackPositions) {
-    const int n1 = track_size(t1, s.L);
-    int best1 = -1, best2 = -1;
-    Word64 bc2 = 0, be = 1;
-    if (t2 < 0) {
-        for (int m1 = 0; m1 < n1; ++m1) {
-            const int p1 = t1 + kTracks * m1;
-            const Word64 c = set.c + s.dt[t1][m1];
-            const Word64 e = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
+// Candidates of one row: C = c1 + c2, E = e1 + e2 (+ 2 seg, a matrix row's
+// entries on the lanes' track). Every sum is an exact score term (|C| < 2^17,
+// |E| < 2^27 by the scaling; padding lanes have E < 0).
+inline void row_lanes(Word32 c1, Word32 e1, const TrackLanes &c2, const TrackLanes &e2, const Word32 *seg, Lanes32 *cv,
+                      Lanes32 *ev) {
+    for (int b = 0; b < kBlocks; ++b) {
+        cv[b] = c1 + c2.v[b];
+        ev[b] = e1 + e2.v[b];
+        if (seg != nullptr) ev[b] += 2 * load_lanes(seg + kLanes * b);
+    }
+}
+
+// Largest estimate of C^2 / E over the lanes with E > 0 (0 when there is none).
+inline float row_peak(const Lanes32 *cv, const Lanes32 *ev) {
+    const LanesF zero = {0.0f, 0.0f, 0.0f, 0.0f};
+    const LanesF one = {1.0f, 1.0f, 1.0f, 1.0f};
+    LanesF peak = zero;
+    for (int b = 0; b < kBlocks; ++b) {
+        const Lanes32 positive = ev[b] > 0;
+        const LanesF cf = __builtin_convertvector(cv[b], LanesF);
+        const LanesF ef = __builtin_convertvector(ev[b], LanesF);
+        LanesF q = cf * cf / (positive ? ef : one);
+        q = positive ? q : zero;
+        peak = q > peak ? q : peak;
+    }
+    float m = peak[0];
+    for (int lane = 1; lane < kLanes; ++lane) m = peak[lane] > m ? peak[lane] : m;
+    return m;
+}
+
+// Exact running choice of a scan: C, E and C^2 of the best so far, and its
+// row and lane (row -1: the starting value, not a candidate).
+struct Choice {
+    Word64 c;
+    Word64 cc;
+    Word64 e;
+    int row;
+    int lane;
+};
+
+// Bit kLanes * b + lane set for each set lane of the hit masks.
+inline unsigned hit_bits(const Lanes32 *hit) {
+#if defined(__SSE2__)
+    unsigned bits = 0;
+    for (int b = 0; b < kBlocks; ++b) {
+        __m128 v;
+        std::memcpy(&v, &hit[b], sizeof(v));
+        bits |= static_cast<unsigned>(_mm_movemask_ps(v)) << (kLanes * b);
+    }
+    return bits;
+#else
+    unsigned bits = 0;
+    for (int b = 0; b < kBlocks; ++b) {
+        for (int lane = 0; lane < kLanes; ++lane) bits |= (hit[b][lane] != 0 ? 1u : 0u) << (kLanes * b + lane);
+    }
+    return bits;
+#endif
+}
+
+// Rows r < n (lanes from row(r, cv, ev)) in scan order: a lane with E > 0
+// whose estimate reaches thr is compared exactly, and taken when
+// C^2 * E_best > C_best^2 * E.
+template <typename Row>
+inline void scan_rows(int n, Row row, float thr, Choice &best) {
+    for (int r = 0; r < n; ++r) {
+        Lanes32 cv[kBlocks], ev[kBlocks], hit[kBlocks];
+        row(r, cv, ev);
+        for (int b = 0; b < kBlocks; ++b) {
+            const LanesF cf = __builtin_convertvector(cv[b], LanesF);
+            const LanesF ef = __builtin_convertvector(ev[b], LanesF);
+            hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
+        }
+        unsigned bits = hit_bits(hit);
+        while (bits != 0) {
+            const int m = __builtin_ctz(bits);
+            bits &= bits - 1;
+            Word32 cw, ew;  // lane m of the row
+            std::memcpy(&cw, reinterpret_cast<const char *>(cv) + sizeof(Word32) * m, sizeof(cw));
+            std::memcpy(&ew, reinterpret_cast<const char *>(ev) + sizeof(Word32) * m, sizeof(ew));
+            const Word64 c = cw;
+            const Word64 e = ew;
             const Word64 cc = c * c;
-            if (e > 0 && cc * be > bc2 * e) {
-                bc2 = cc;
-                be = e;
-                best1 = p1;
-            }
-        }
-        if (best1 < 0) {
-            for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
-                const int p1 = t1 + kTracks * m1;
-                if (set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]) > 0) best1 = p1;
-            }
-        }
-    } else {
-        const int n2 = track_size(t2, s.L);
-        Word64 c2[kTrackStride], e2[kTrackStride];
-        for (int m = 0; m < n2; ++m) {
-            const int p = t2 + kTracks * m;
-            c2[m] = s.dt[t2][m];
-            e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
-        }
-        // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
-        // |E| <= 64 * 2^20 by the scaling) and float products C^2 and t E
-        // (relative errors below 2^-23), t the best pair's C^2 / E estimate
-        // less a 10^-5 margin; a pair is compared exactly only when
-        // C^2 >= t E in float, which no pair whose exact score reaches the
-        // best's can fail.
-        Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
-        for (int m = 0; m < n2; ++m) {
-            c2w[m] = static_cast<Word32>(c2[m]);
-            e2w[m] = static_cast<Word32>(e2[m]);
-        }
-        float threshold = 0.0f;
-        const int n1c = first_count(s, t1, tried);
-        for (int r = 0; r < n1c; ++r) {
-            const int m1 = s.cand[t1][r];
-            const int p1 = t1 + kTracks * m1;
-            const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
-            const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
-            const Word32 *row = s.rrt[p1][t2];
-            for (int b = 0; b < kTrackStride; b += kLanes) {
-                Lanes32 c2v, e2v, rv;
-                std::memcpy(&c2v, c2w + b, sizeof(c2v));
-                std::memcpy(&e2v, e2w + b, sizeof(e2v));
-                std::memcpy(&rv, row + b, sizeof(rv));
-                const Lanes32 cv = c1 + c2v;
-                const Lanes32 ev = e1 + e2v + 2 * rv;
-                const Lanes32 positive = ev > 0;
-                const LanesF cf = __builtin_convertvector(cv, LanesF);
-                const LanesF ef = __builtin_convertvector(ev, LanesF);
-                // C^2 >= threshold E, compared without a division. The
-                // threshold only rises: a block with no estimate at it holds
-                // no pair to compare.
-                const Lanes32 hit = positive & (cf * cf >= threshold * ef);
-                UWord64 hit_words[2];
-                std::memcpy(hit_words, &hit, sizeof(hit_words));
-                if ((hit_words[0] | hit_words[1]) == 0) continue;
-                for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
-                    if (hit[lane] == 0) continue;
-                    const Word64 c = cv[lane];
-                    const Word64 e = ev[lane];
-                    const Word64 cc = c * c;
-                    if (cc * be > bc2 * e) {
-                        bc2 = cc;
-                        be = e;
-                        best1 = p1;
-                        best2 = t2 + kTracks * (b + lane);
-                        threshold = cf[lane] * cf[lane] / ef[lane] * kScoreMargin;
-                    }
-                }
-            }
-        }
-        for (int r = 0; r < n1c && best1 < 0; ++r) {
-            const int m1 = s.cand[t1][r];
-            const int p1 = t1 + kTracks * m1;
-            const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
-            for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
-                if (e1 + e2[m2] + 2 * static_cast<Word64>(s.rrt[p1][t2][m2]) > 0) {
-                    best1 = p1;
-                    best2 = t2 + kTracks * m2;
-                }
+            if (cc * best.e > best.cc * e) {
+                best = {c, cc, e, r, m};
+                const float cf = static_cast<float>(c);
+                const float t = cf * cf / static_cast<float>(e) * kScoreMargin;
+                thr = t > thr ? t : thr;
             }
         }
     }
-    if (best1 < 0) best1 = t1;
-    add_pulse_fast(s, set, best1);
-    if (best2 >= 0) add_pulse_fast(s, set, best2);
+}
+
+// A placement's choice: one or two pulses (p2 < 0: one) and the set's C and
+// E with them.
+struct Pick {
+    int p1;
+    int p2;
+    Word64 c;
+    Word64 e;
+};
+
+// place_reference for the tracks t1, t2: the first of the n1 strongest
+// positions of t1 (scan order) with each position of t2, the set's sums on
+// the two tracks in cross1, cross2.
+Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
+               int n1) {
+    TrackLanes c2, e2;
+    for (int b = 0; b < kBlocks; ++b) {
+        c2.v[b] = load_lanes(&s.dt[t2][kLanes * b]);
+        e2.v[b] = load_lanes(&s.diagt[t2][kLanes * b]) + 2 * load_lanes(cross2 + kLanes * b);
+    }
+    const Word32 c0 = static_cast<Word32>(set_c);
+    const Word32 e0 = static_cast<Word32>(set_e);
+    const int *cand = s.cand[t1];
+    const auto row = [&](int r, Lanes32 *cv, Lanes32 *ev) {
+        const int m1 = cand[r];
+        row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
+                  ev);
+    };
+    Lanes32 cv[kBlocks], ev[kBlocks];
+    row(0, cv, ev);
+    Choice best = {0, 0, 1, -1, -1};
+    scan_rows(n1, row, row_peak(cv, ev) * kScoreMargin, best);
+    if (best.row >= 0) {
+        return {t1 + kTracks * cand[best.row], t2 + kTracks * best.lane, best.c, best.e};
+    }
+    // No candidate with C != 0: the first with E > 0, else one pulse at t1.
+    const int n2 = track_size(t2, s.L);
+    for (int r = 0; r < n1; ++r) {
+        const int m1 = cand[r];
+        const int p1 = t1 + kTracks * m1;
+        const Word64 c1 = set_c + s.d[p1];
+        const Word64 e1 = set_e + s.diag[p1] + 2 * static_cast<Word64>(cross1[m1]);
+        for (int m2 = 0; m2 < n2; ++m2) {
+            const int p2 = t2 + kTracks * m2;
+            const Word64 e =
+                e1 + s.diag[p2] + 2 * (static_cast<Word64>(cross2[m2]) + static_cast<Word64>(s.rrt[p1][t2][m2]));
+            if (e > 0) return {p1, p2, c1 + s.d[p2], e};
+        }
+    }
+    return {t1, -1, set_c + s.d[t1], set_e + s.diag[t1] + 2 * static_cast<Word64>(cross1[0])};
+}
+
+// place_reference for the single track t1, the set's sums on it in cross1.
+Pick best_single(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, int t1) {
+    TrackLanes c2, e2;
+    for (int b = 0; b < kBlocks; ++b) {
+        c2.v[b] = load_lanes(&s.dt[t1][kLanes * b]);
+        e2.v[b] = load_lanes(&s.diagt[t1][kLanes * b]) + 2 * load_lanes(cross1 + kLanes * b);
+    }
+    const Word32 c0 = static_cast<Word32>(set_c);
+    const Word32 e0 = static_cast<Word32>(set_e);
+    const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c0, e0, c2, e2, nullptr, cv, ev); };
+    Lanes32 cv[kBlocks], ev[kBlocks];
+    row(0, cv, ev);
+    Choice best = {0, 0, 1, -1, -1};
+    scan_rows(1, row, row_peak(cv, ev) * kScoreMargin, best);
+    if (best.row >= 0) return {t1 + kTracks * best.lane, -1, best.c, best.e};
+    const int n1 = track_size(t1, s.L);
+    for (int m1 = 0; m1 < n1; ++m1) {
+        const int p1 = t1 + kTracks * m1;
+        const Word64 e = set_e + s.diag[p1] + 2 * static_cast<Word64>(cross1[m1]);
+        if (e > 0) return {p1, -1, set_c + s.d[p1], e};
+    }
+    return {t1, -1, set_c + s.d[t1], set_e + s.diag[t1] + 2 * static_cast<Word64>(cross1[0])};
+}
+
+// Adds a placement's pulses to a set with full sums.
+void add_pick(const Search &s, FastSet &set, const Pick &pick) {
+    set.c = pick.c;
+    set.e = pick.e;
+    set.pos[set.count++] = pick.p1;
+    add_row(&set.cross[0][0], s, pick.p1);
+    if (pick.p2 >= 0) {
+        set.pos[set.count++] = pick.p2;
+        add_row(&set.cross[0][0], s, pick.p2);
+    }
 }
 
 // refine_reference with the kept cross sums: the others' sum at p is the
-// set's sum less the moving pulse's own entry. Returns whether a pulse moved
-// (a pass that moves none leaves every later pass nothing to move).
+// set's sum less the moving pulse's own entry rr[old][p] (the matrix is
+// symmetric, so these are row old's entries on the track). Returns whether a
+// pulse moved (a pass that moves none leaves every later pass nothing to
+// move). With E <= 0 no position beats the set's score.
 bool refine_fast(const Search &s, FastSet &set) {
     bool moved = false;
     for (int k = 0; k < set.count; ++k) {
+        if (set.e <= 0) continue;
         const int old = set.pos[k];
         const int t = old % kTracks;
-        const int old_col = track_major(old);
-        const Word64 c_rest = set.c - s.d[old];
-        const Word64 e_rest = set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]);
-        int best = old;
-        Word64 bc = set.c, be = set.e;
-        for (int i = 0; i < track_size(t, s.L); ++i) {
-            const int p = t + kTracks * i;
-            const Word64 cross = static_cast<Word64>(set.cross[t][i]) - (&s.rrt[p][0][0])[old_col];
-            const Word64 c = c_rest + s.dt[t][i];
-            const Word64 e = e_rest + s.diag[p] + 2 * cross;
-            if (e > 0 && better(c, e, bc, be)) {
-                bc = c;
-                be = e;
-                best = p;
-            }
+        const Word32 c_rest = static_cast<Word32>(set.c - s.d[old]);
+        const Word32 e_rest =
+            static_cast<Word32>(set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]));
+        TrackLanes c2, e2;
+        for (int b = 0; b < kBlocks; ++b) {
+            c2.v[b] = load_lanes(&s.dt[t][kLanes * b]);
+            e2.v[b] = load_lanes(&s.diagt[t][kLanes * b]) +
+                      2 * (load_lanes(&set.cross[t][kLanes * b]) - load_lanes(&s.rrt[old][t][kLanes * b]));
         }
-        if (best != old) {
-            update_cross(s, set, old, -1);
-            update_cross(s, set, best, 1);
-            moved = true;
-        }
-        set.pos[k] = best;
-        set.c = bc;
-        set.e = be;
+        const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c_rest, e_rest, c2, e2, nullptr, cv, ev); };
+        Choice best = {set.c, set.c * set.c, set.e, -1, -1};
+        const float cf = static_cast<float>(set.c);
+        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+        if (best.row < 0) continue;
+        const int p = t + kTracks * best.lane;
+        sub_row(&set.cross[0][0], s, old);
+        add_row(&set.cross[0][0], s, p);
+        moved = true;
+        set.pos[k] = p;
+        set.c = best.c;
+        set.e = best.e;
     }
     return moved;
 }
 
 // refine_pairs_reference: the set without pulses a, b has
-// E - 2 cross[a] - 2 cross[b] + rr[a][a] + rr[b][b] + 2 rr[a][b].
+// E - 2 cross[a] - 2 cross[b] + rr[a][a] + rr[b][b] + 2 rr[a][b]; its sums
+// on the two tracks are the set's less rows a and b there.
 void refine_pairs_fast(const Search &s, FastSet &set) {
     for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             const int a = set.pos[k], b = set.pos[k + 1];
-            FastSet trial;
-            trial.count = 0;
-            for (int i = 0; i < set.count; ++i) {
-                if (i != k && i != k + 1) trial.pos[trial.count++] = set.pos[i];
+            const int ta = a % kTracks, tb = b % kTracks;
+            const Word64 c = set.c - s.d[a] - s.d[b];
+            const Word64 e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) -
+                             2 * static_cast<Word64>(cross_at(set, b)) + s.diag[a] + s.diag[b] +
+                             2 * static_cast<Word64>(s.rrt[a][tb][b / kTracks]);
+            Word32 cross1[kTrackStride], cross2[kTrackStride];
+            for (int i = 0; i < kTrackStride; ++i) {
+                cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
+                cross2[i] = set.cross[tb][i] - s.rrt[a][tb][i] - s.rrt[b][tb][i];
             }
-            trial.c = set.c - s.d[a] - s.d[b];
-            trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
-                      s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
-            const Word32 *row_a = &s.rrt[a][0][0], *row_b = &s.rrt[b][0][0];
-            const Word32 *cross = &set.cross[0][0];
-            Word32 *trial_cross = &trial.cross[0][0];
-            for (int i = 0; i < kTracks * kTrackStride; ++i) trial_cross[i] = cross[i] - row_a[i] - row_b[i];
-            place_fast(s, trial, a % kTracks, b % kTracks, kRepairCandidates);
-            if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
+            const Pick pick = best_pair(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates));
+            if (!(pick.e > 0 && better(pick.c, pick.e, set.c, set.e))) continue;
+            // The trial set: the other pulses in their order, then the pair.
+            int n = 0;
+            for (int i = 0; i < set.count; ++i) {
+                if (i != k && i != k + 1) set.pos[n++] = set.pos[i];
+            }
+            sub_row(&set.cross[0][0], s, a);
+            sub_row(&set.cross[0][0], s, b);
+            set.count = n;
+            add_pick(s, set, pick);
         }
     }
 }
@@ -749,37 +886,64 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     for (int i = 0; i < 2; ++i) {
         int slots[kFullPulses];
         slot_order(starts[i], order[0], slots);
-        empty_set(prefix[i]);
-        add_pulse_fast(s, prefix[i], strongest_on_track(s, slots[0]));
-        place_fast(s, prefix[i], slots[1], slots[2]);
-        place_fast(s, prefix[i], slots[3], slots[4]);
+        FastSet &set = prefix[i];
+        empty_set(set);
+        add_pulse_fast(s, set, strongest_on_track(s, slots[0]));
+        for (int q = 1; q < 5; q += 2) {
+            add_pick(s, set,
+                     best_pair(s, set.c, set.e, set.cross[slots[q]], set.cross[slots[q + 1]], slots[q], slots[q + 1],
+                               track_size(slots[q], s.L)));
+        }
     }
-    FastSet sets[2 * kShiftsTried];
+    DepthSet sets[2 * kShiftsTried];
     int shift_of[2 * kShiftsTried];
     int n = 0;
     for (int k = 0; k < kShiftsTried; ++k) {
         for (int i = 0; i < 2; ++i) {
             int slots[kFullPulses];
             slot_order(starts[i], order[k], slots);
-            FastSet &set = sets[n];
-            set = prefix[i];
-            place_fast(s, set, slots[5], slots[6]);
-            place_fast(s, set, slots[7], -1);
+            const FastSet &pre = prefix[i];
+            DepthSet &set = sets[n];
+            const Pick pair = best_pair(s, pre.c, pre.e, pre.cross[slots[5]], pre.cross[slots[6]], slots[5], slots[6],
+                                        track_size(slots[5], s.L));
+            Word32 cross7[kTrackStride];
+            for (int m = 0; m < kTrackStride; ++m) {
+                cross7[m] = pre.cross[slots[7]][m] + s.rrt[pair.p1][slots[7]][m] +
+                            (pair.p2 >= 0 ? s.rrt[pair.p2][slots[7]][m] : 0);
+            }
+            const Pick single = best_single(s, pair.c, pair.e, cross7, slots[7]);
+            std::memcpy(set.pos, pre.pos, sizeof(set.pos));
+            set.count = pre.count;
+            set.pos[set.count++] = pair.p1;
+            if (pair.p2 >= 0) set.pos[set.count++] = pair.p2;
+            set.pos[set.count++] = single.p1;
+            set.c = single.c;
+            set.e = single.e;
+            set.prefix = i;
             shift_of[n++] = order[k];
         }
     }
     int rank[2 * kShiftsTried];
     rank_sets(sets, n, rank);
-    int winner = rank[0];
+    FastSet refined[kRefined];
+    int winner = 0;
     for (int r = 0; r < kRefined && r < n; ++r) {
-        FastSet &set = sets[rank[r]];
+        const DepthSet &depth = sets[rank[r]];
+        const FastSet &pre = prefix[depth.prefix];
+        FastSet &set = refined[r];
+        std::memcpy(set.pos, depth.pos, sizeof(set.pos));
+        set.count = depth.count;
+        set.c = depth.c;
+        set.e = depth.e;
+        std::memcpy(set.cross, pre.cross, sizeof(set.cross));
+        for (int q = pre.count; q < depth.count; ++q) add_row(&set.cross[0][0], s, depth.pos[q]);
         refine_pairs_fast(s, set);
         for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
         }
-        if (r > 0 && ranks_above(set, sets[winner])) winner = rank[r];
+        if (r > 0 && ranks_above(set, refined[winner])) winner = r;
     }
-    *ts_out = shift_of[winner];
-    const FastSet &best = sets[winner];
+    *ts_out = shift_of[rank[winner]];
+    const FastSet &best = refined[winner];
     PulseSet out = {};
     std::memcpy(out.pos, best.pos, sizeof(out.pos));
     out.count = best.count;
