@@ -144,24 +144,35 @@ void preset_signs(Search &s, const Word16 *residual) {
 
 int track_size(int t, int L);
 
+// Compare-exchange pairs of a sorting network for eleven values (35 steps;
+// checked on all 2^11 inputs of zeros and ones, which covers every input).
+constexpr unsigned char kSortEleven[35][2] = {{0, 9}, {1, 6}, {2, 4}, {3, 7}, {5, 8},  {0, 1},  {3, 5}, {4, 10}, {6, 9},
+                                              {7, 8}, {1, 3}, {2, 5}, {4, 7}, {8, 10}, {0, 4},  {1, 2}, {3, 7},  {5, 9},
+                                              {6, 8}, {0, 1}, {2, 6}, {4, 5}, {7, 8},  {9, 10}, {2, 4}, {3, 6},  {5, 7},
+                                              {8, 9}, {1, 2}, {3, 4}, {5, 6}, {7, 8},  {2, 3},  {4, 5}, {6, 7}};
+static_assert(kTrackPositions == 11, "the network sorts one track");
+
 // Per track the positions by falling d (sign folded), for the pair searches'
 // first track: a pulse pair rarely puts its first pulse at a weak position.
+// Falling strength, ties keeping the lower m first: the keys strength * 16 +
+// 15 - m are distinct and order the positions so (strength < 2^35, so the
+// keys fit; a missing eleventh position gets key 0, below every other), and
+// the network sorts them without data-dependent branches.
 void rank_candidates(Search &s) {
+    constexpr int kIndexBits = 4;
+    constexpr UWord64 kIndexMask = (1u << kIndexBits) - 1;
     for (int t = 0; t < kTracks; ++t) {
         const int n = track_size(t, s.L);
-        // Insertion by falling strength (stable: ties keep the lower m first).
-        Word64 key[kTrackPositions];
-        int *c = s.cand[t];
-        for (int m = 0; m < n; ++m) {
-            const Word64 v = s.strength[t + kTracks * m];
-            int k = m;
-            for (; k > 0 && key[k - 1] < v; --k) {
-                key[k] = key[k - 1];
-                c[k] = c[k - 1];
-            }
-            key[k] = v;
-            c[k] = m;
+        UWord64 key[kTrackPositions];
+        for (int m = 0; m < kTrackPositions; ++m) {
+            key[m] = m < n ? (static_cast<UWord64>(s.strength[t + kTracks * m]) << kIndexBits) | (kIndexMask - m) : 0;
         }
+        for (const auto &step : kSortEleven) {
+            const UWord64 a = key[step[0]], b = key[step[1]];
+            key[step[0]] = a > b ? a : b;
+            key[step[1]] = a > b ? b : a;
+        }
+        for (int r = 0; r < n; ++r) s.cand[t][r] = static_cast<int>(kIndexMask - (key[r] & kIndexMask));
     }
 }
 
