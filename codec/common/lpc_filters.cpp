@@ -156,9 +156,10 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
         bool settled = false;
         if (high_halves_fit(abs_sum, magnitude_or)) {
             // The plain run keeps its words in 64 bits, off any narrowing or
-            // saturation on the sample-to-sample chain; the range, the bound
-            // and the rounded outputs follow in one pass. A block where the
-            // saturation or a clamp could have fired is run again below.
+            // saturation on the sample-to-sample chain; the range and the
+            // bound follow in one pass, the rounded outputs in another once
+            // the block is settled. A block where the saturation or a clamp
+            // could have fired is run again below.
             Word64 y64[kOrder + kBlock];
             for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
             // Wrapping (unsigned) arithmetic: an unstable filter can run the
@@ -178,21 +179,23 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
                 y64[kOrder + n] = newest;
             }
             Word64 out_of_range = 0;
-            Word32 top = 0;
-            Word16 rounded[kBlock];
             for (int n = 0; n < len; ++n) {
                 const Word64 v = y64[kOrder + n];
                 out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
                 const Word32 w = static_cast<Word32>(v);
                 y[kOrder + n] = w;
                 magnitude_or |= magnitude_bits(w);
-                top |= w >= kRoundLimit;
-                rounded[n] = round_to_16(w);
             }
             settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
             if (settled) {
+                // The block's inputs are all read: out may be written now.
+                Word32 top = 0;
+                for (int n = 0; n < len; ++n) {
+                    const Word32 w = y[kOrder + n];
+                    top |= w >= kRoundLimit;
+                    out[done + n] = round_to_16(w);
+                }
                 clamped |= top != 0;
-                for (int n = 0; n < len; ++n) out[done + n] = rounded[n];
             }
         }
         if (!settled) {
