@@ -61,11 +61,14 @@ constexpr Word16 kSteerShiftQ8 = 256;
 // (x[kFrame ..] is the current frame). The bound above keeps every partial
 // sum of the doubled products within 32 bits, so plain integer arithmetic
 // equals the L_mac chain; the chain's operation count is charged once.
-Word32 correlate(const Word16 *x, int lag) {
+Word32 correlation(const Word16 *x, int lag) {
     Word32 sum = 0;
     for (int n = kFrame; n < 2 * kFrame; ++n) sum += static_cast<Word32>(x[n]) * x[n - lag];
-    fx::charge(static_cast<UWord32>(kFrame));
     return sum * 2;
+}
+Word32 correlate(const Word16 *x, int lag) {
+    fx::charge(static_cast<UWord32>(kFrame));
+    return correlation(x, lag);
 }
 
 }  // namespace
@@ -117,9 +120,20 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     // Scale the part of the residual the correlations read (from 120 samples
     // before the current frame) into 11 bits.
     constexpr int kFirst = kFrame - kMaxDelay;
+    // The per-sample and per-lag operators below are tallied in ops and
+    // charged once (the same operators, computed uncounted).
+    UWord32 ops = 0;
     Word16 peak = 0;
-    for (int n = kFirst; n < 2 * kFrame; ++n) peak = fx::MAX16(peak, fx::abs_s(res[n]));
+    bool saturated = false;
+    for (int n = kFirst; n < 2 * kFrame; ++n) {
+        saturated |= res[n] == fx::kMin16;
+        const Word16 a = res[n] == fx::kMin16 ? fx::kMax16 : static_cast<Word16>(res[n] < 0 ? -res[n] : res[n]);
+        peak = a > peak ? a : peak;
+    }
+    ops += 2 * kFrame - kFirst;  // abs_s
+    if (saturated) fx::raise_overflow();
     if (peak == 0) {
+        fx::charge(ops);
         state->sDelay = (prev_delay >= kMinDelay && prev_delay <= kMaxDelay) ? prev_delay : 40;
         state->sBeta = 0;
         state->work_pitch[evrc_enc::kPrevBetaSlot] = 0;
@@ -128,12 +142,14 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     const Word16 scale = fx::sub(fx::norm_s(peak), kScaledPeakNorm);
     Word16 x[2 * kFrame];
     for (int n = 0; n < kFirst; ++n) x[n] = 0;
-    for (int n = kFirst; n < 2 * kFrame; ++n) x[n] = fx::shl(res[n], scale);
+    for (int n = kFirst; n < 2 * kFrame; ++n) x[n] = fx::detail::shl(res[n], scale);
+    ops += 2 * kFrame - kFirst;  // shl
 
     // Energy of the current frame and of each lagged window (sliding).
     const Pf e0 = Pf::from_l(correlate(x, 0));
     Word32 e_lag = 0;
-    for (int n = kFrame - kMinDelay; n < 2 * kFrame - kMinDelay; ++n) e_lag = fx::L_mac(e_lag, x[n], x[n]);
+    for (int n = kFrame - kMinDelay; n < 2 * kFrame - kMinDelay; ++n) e_lag = fx::detail::L_mac(e_lag, x[n], x[n]);
+    ops += kFrame;  // L_mac
     // The peak lag by rho^2 compared cross-multiplied (r_i^2 e_b > r_b^2 e_i,
     // no square root or division per lag); rho itself only where the
     // choices below read it.
@@ -143,15 +159,23 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     for (int i = 0; i < kLags; ++i) {
         const int d = kMinDelay + i;
         if (i > 0) {
-            e_lag = fx::L_mac(e_lag, x[kFrame - d], x[kFrame - d]);
-            e_lag = fx::L_msu(e_lag, x[2 * kFrame - d], x[2 * kFrame - d]);
+            e_lag = fx::detail::L_mac(e_lag, x[kFrame - d], x[kFrame - d]);
+            e_lag = fx::detail::L_msu(e_lag, x[2 * kFrame - d], x[2 * kFrame - d]);
+            ops += 2;
         }
-        r[i] = correlate(x, d);
+        r[i] = correlation(x, d);
+        ops += kFrame;
         const bool usable = r[i] > 0 && e_lag > 0;
-        el[i] = Pf::from_l(usable ? e_lag : 0);
-        r2[i] = usable ? Pf::from_l(r[i]).mul(Pf::from_l(r[i])) : Pf::from_l(0);
-        if (r2[i].m != 0 && (r2[best].m == 0 || r2[i].mul(el[best]).greater(r2[best].mul(el[i])))) best = i;
+        el[i] = Pf::from_l(usable ? e_lag : 0, ops);
+        if (usable) {
+            const Pf ri = Pf::from_l(r[i], ops);
+            r2[i] = ri.mul(Pf::from_l(r[i], ops), ops);
+        } else {
+            r2[i] = Pf{0, Pf::kZeroExp};
+        }
+        if (r2[i].m != 0 && (r2[best].m == 0 || r2[i].mul(el[best], ops).greater(r2[best].mul(el[i], ops)))) best = i;
     }
+    fx::charge(ops);
     Word16 rho[kLags];
     bool known[kLags] = {};
     const auto rho_at = [&](int i) {
