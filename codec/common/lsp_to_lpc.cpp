@@ -9,6 +9,7 @@
 // P(z)(1 + z^-1) and Q(z)(1 - z^-1).
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/lsp_cosine.h"
 #include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
@@ -38,6 +39,37 @@ Word64 q24_product(Word32 b, Word32 x) {
 
 }  // namespace
 
+namespace evrc {
+
+// The operators (in the weights of the counted ones: sub 1, shl 1, mult_r 2,
+// L_mult 1, L_shl 2, round 1, L_mac64 4) through their uncounted bodies.
+Word32 poscos(Word16 lsp, UWord32 &ops) {
+    namespace d = fx::detail;
+    if (lsp == 0) return kPoscosOfZero;
+    constexpr UWord32 kWeight = (1 + 1 + 2) + 2 + (1 + 2 + 1) + 2 + (1 + 2 + 1) + (1 + 2 + 1) + 1 + 4 + 1 + 1;
+    ops += kWeight;
+
+    // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
+    const Word16 theta = d::mult_r(d::shl(d::sat16(8192 - static_cast<Word32>(lsp)), 2), 25736);
+    const Word16 theta2 = d::mult_r(theta, theta);
+    const Word16 theta3 = d::round32(d::L_shl(d::L_mult(theta, theta2), 1));
+    const Word16 theta5 = d::mult_r(theta2, theta3);
+    const Word16 theta7 = d::round32(d::L_shl(d::L_mult(theta2, theta5), 1));
+    const Word16 theta9 = d::round32(d::L_shl(d::L_mult(theta2, theta7), 1));
+
+    // Odd Taylor series of the sine, highest powers first.
+    Word64 s = d::L_mult(theta9, evrc_acsCosineCoeffs[0]);
+    s = d::sat32(d::wrap_add64(s, d::wrap_shl64(static_cast<Word64>(theta7) * evrc_acsCosineCoeffs[1], 1)));
+    s = fx::L_shr64(s, 8);
+    s = fx::L_add64(s, fx::L_shr64(d::L_mult(theta3, evrc_acsCosineCoeffs[3]), 1));
+    s = fx::L_add64(s, fx::L_shl64(theta, 16));
+    s = fx::L_sub64(s, fx::L_shr64(d::L_mult(theta5, evrc_acsCosineCoeffs[2]), 1));
+
+    return static_cast<Word32>(fx::L_sat32_64(fx::L_negate64(s)));
+}
+
+}  // namespace evrc
+
 extern "C" {
 
 EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Word16 *out, Word16 weight) {
@@ -57,25 +89,10 @@ EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Wor
 
 EVRC_API Word32 evrc_voc_poscos(Word16 lsp) {
     fx::CallScope scope;
-    if (lsp == 0) return kPoscosOfZero;
-
-    // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
-    const Word16 theta = fx::mult_r(fx::shl(fx::sub(8192, lsp), 2), 25736);
-    const Word16 theta2 = fx::mult_r(theta, theta);
-    const Word16 theta3 = fx::round32(fx::L_shl(fx::L_mult(theta, theta2), 1));
-    const Word16 theta5 = fx::mult_r(theta2, theta3);
-    const Word16 theta7 = fx::round32(fx::L_shl(fx::L_mult(theta2, theta5), 1));
-    const Word16 theta9 = fx::round32(fx::L_shl(fx::L_mult(theta2, theta7), 1));
-
-    // Odd Taylor series of the sine, highest powers first.
-    Word64 s = fx::L_mult(theta9, evrc_acsCosineCoeffs[0]);
-    s = fx::L_mac64(s, theta7, evrc_acsCosineCoeffs[1]);
-    s = fx::L_shr64(s, 8);
-    s = fx::L_add64(s, fx::L_shr64(fx::L_mult(theta3, evrc_acsCosineCoeffs[3]), 1));
-    s = fx::L_add64(s, fx::L_shl64(theta, 16));
-    s = fx::L_sub64(s, fx::L_shr64(fx::L_mult(theta5, evrc_acsCosineCoeffs[2]), 1));
-
-    return static_cast<Word32>(fx::L_sat32_64(fx::L_negate64(s)));
+    UWord32 ops = 0;
+    const Word32 c = evrc::poscos(lsp, ops);
+    fx::charge(ops);
+    return c;
 }
 
 EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Word16 n) {
@@ -97,7 +114,9 @@ EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Wor
     fx::CallScope scope;
     const int roots = order / 2;  // five
     Word32 c[kLpcOrder / 2];
-    for (int j = 0; j < roots; ++j) c[j] = evrc_voc_poscos(lsp[2 * j]);
+    UWord32 ops = 0;
+    for (int j = 0; j < roots; ++j) c[j] = evrc::poscos(lsp[2 * j], ops);
+    fx::charge(ops);
 
     Word32 buf[2][kPolyLen] = {};
     buf[0][0] = kOneQ24;
