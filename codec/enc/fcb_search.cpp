@@ -386,13 +386,11 @@ void rank_track_shifts(const Search &s, int *order) {
     for (int t = 0; t < kTracks; ++t) {
         Word32 first = -1, sec = -1;
         for (int m = 0; m < track_size(t, s.L); ++m) {
+            // The two largest so far, without branching on the values.
             const Word32 v = s.d[t + kTracks * m];
-            if (v > first) {
-                sec = first;
-                first = v;
-            } else if (v > sec) {
-                sec = v;
-            }
+            const Word32 lower = v < first ? v : first;
+            sec = lower > sec ? lower : sec;
+            first = v > first ? v : first;
         }
         second[t] = sec < 0 ? 0 : sec;
     }
@@ -412,8 +410,11 @@ void rank_track_shifts(const Search &s, int *order) {
 
 int strongest_on_track(const Search &s, int t) {
     int best = t;
+    Word32 top = s.d[t];
     for (int m = 1; m < track_size(t, s.L); ++m) {
-        if (s.d[t + kTracks * m] > s.d[best]) best = t + kTracks * m;
+        const Word32 v = s.d[t + kTracks * m];
+        best = v > top ? t + kTracks * m : best;
+        top = v > top ? v : top;
     }
     return best;
 }
@@ -1038,11 +1039,21 @@ Word16 search_half(const Search &s) {
 void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z) {
     Word16 fcb[55];
     evrc_dec_fixed_codebook(fcb, indices, rate);
-    for (int n = 0; n < s.L; ++n) z[n] = 0;
+    // z[n] = sum_{p <= n} amp[p] hs[n - p] as dot products of fixed length
+    // over zero-padded copies (hs reversed), for all p at once: the few
+    // pulses' places are not branched on. The amplitudes are small integers,
+    // so the 32-bit sums are those of the pulse-by-pulse form.
+    constexpr int kPadded = 56;  // a multiple of 8
+    Word16 amp[kPadded] = {}, hrev[kMaxLen + kPadded] = {};
     for (int p = 0; p < s.L; ++p) {
-        if (fcb[p] == 0) continue;
-        const Word32 amp = fcb[p] / 2048;
-        for (int n = p; n < s.L; ++n) z[n] += amp * s.hs[n - p];
+        amp[p] = static_cast<Word16>(fcb[p] / 2048);
+        hrev[kMaxLen - 1 - p] = s.hs[p];
+    }
+    for (int n = 0; n < s.L; ++n) {
+        const Word16 *hn = hrev + kMaxLen - 1 - n;
+        Word32 acc = 0;
+        for (int p = 0; p < kPadded; ++p) acc += static_cast<Word32>(amp[p]) * hn[p];
+        z[n] = acc;
     }
 }
 
@@ -1067,10 +1078,9 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
         const Word64 g = evrc_acsFcbGainVQFull[full ? i : 2 * i + 1];
         // g^2 e / 2^15 - 2 g c, both sides scaled by 2^15.
         const Word64 err = ((g * g * e) >> kGainQ) - 2 * g * c;
-        if (i == 0 || err < best_err) {
-            best_err = err;
-            best = i;
-        }
+        const bool take = i == 0 || err < best_err;
+        best_err = take ? err : best_err;
+        best = take ? i : best;
     }
     return static_cast<Word16>(best);
 }
