@@ -743,11 +743,12 @@ struct Pick {
     Word64 e;
 };
 
-// place_reference for the tracks t1, t2: the first of the n1 strongest
-// positions of t1 (scan order) with each position of t2, the set's sums on
-// the two tracks in cross1, cross2.
-Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
-               int n1) {
+// The pairs of place_reference for the tracks t1, t2 (the first of the n1
+// strongest positions of t1, in scan order, with each position of t2), the
+// set's sums on the two tracks in cross1, cross2: scanned from `best` with
+// threshold thr (a negative thr: the first row's best estimate).
+void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
+                int n1, float thr, Choice &best) {
     TrackLanes c2, e2;
     for (int b = 0; b < kBlocks; ++b) {
         c2.v[b] = load_lanes(&s.dt[t2][kLanes * b]);
@@ -761,10 +762,20 @@ Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1
         row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
                   ev);
     };
-    Lanes32 cv[kBlocks], ev[kBlocks];
-    row(0, cv, ev);
+    if (thr < 0) {
+        Lanes32 cv[kBlocks], ev[kBlocks];
+        row(0, cv, ev);
+        thr = row_peak(cv, ev) * kScoreMargin;
+    }
+    scan_rows(n1, row, thr, best);
+}
+
+// place_reference for the tracks t1, t2 (see scan_pairs).
+Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
+               int n1) {
     Choice best = {0, 0, 1, -1, -1};
-    scan_rows(n1, row, row_peak(cv, ev) * kScoreMargin, best);
+    scan_pairs(s, set_c, set_e, cross1, cross2, t1, t2, n1, -1.0f, best);
+    const int *cand = s.cand[t1];
     if (best.row >= 0) {
         return {t1 + kTracks * cand[best.row], t2 + kTracks * best.lane, best.c, best.e};
     }
@@ -874,8 +885,17 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
                 cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
                 cross2[i] = set.cross[tb][i] - s.rrt[a][tb][i] - s.rrt[b][tb][i];
             }
-            const Pick pick = best_pair(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates));
-            if (!(pick.e > 0 && better(pick.c, pick.e, set.c, set.e))) continue;
+            // The pair placed again is kept only when it beats the set, so
+            // only such pairs are compared (from the set's score): the first
+            // of the best of them is the placement's choice whenever that
+            // choice is kept. With E <= 0 no pair beats the set.
+            if (set.e <= 0) continue;
+            Choice best = {set.c, set.c * set.c, set.e, -1, -1};
+            const float cf = static_cast<float>(set.c);
+            scan_pairs(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates),
+                       cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+            if (best.row < 0) continue;
+            const Pick pick = {ta + kTracks * s.cand[ta][best.row], tb + kTracks * best.lane, best.c, best.e};
             // The trial set: the other pulses in their order, then the pair.
             int n = 0;
             for (int i = 0; i < set.count; ++i) {
