@@ -176,6 +176,38 @@ void rank_candidates(Search &s) {
     }
 }
 
+constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
+constexpr int kLanes = 4;
+constexpr int kBlocks = kTrackStride / kLanes;  // vectors per track
+typedef Word32 Lanes32 __attribute__((vector_size(16)));
+typedef float LanesF __attribute__((vector_size(16)));
+static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+
+inline void store_lanes(Word32 *p, Lanes32 v) { std::memcpy(p, &v, sizeof(v)); }
+
+// Lane-wise products of 16-bit values held in the low halves of a's lanes
+// (zeros above) with the 16-bit value in the low half of b (zeros above):
+// one pmaddwd on SSE2.
+inline Lanes32 times16(Lanes32 a, Word32 b) {
+#if defined(__SSE2__)
+    __m128i av, bv = _mm_set1_epi32(b);
+    std::memcpy(&av, &a, sizeof(av));
+    const __m128i p = _mm_madd_epi16(av, bv);
+    Lanes32 r;
+    std::memcpy(&r, &p, sizeof(r));
+    return r;
+#else
+    const Lanes32 as = (a ^ 0x8000) - 0x8000;  // the low halves sign-extended
+    return as * static_cast<Word32>(static_cast<Word16>(b));
+#endif
+}
+
+inline Lanes32 load_lanes(const Word32 *p) {
+    Lanes32 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
+}
+
 // The track-major matrix row by row from the last: with g[n] = h[L-1-n],
 //   rr[i][j] = rr[i + 1][j + 1] + g[i] g[j]   (rr[L][.] = 0),
 // and column j + 1 of a track-major row is the next track's entry m (the
@@ -186,31 +218,37 @@ void rank_candidates(Search &s) {
 // signs folded as they are stored. Padding columns (j >= L) stay zero.
 void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rshift) {
     const int L = s.L;
-    Word16 g[kTracks][kTrackStride] = {};
-    Word32 f[kTracks][kTrackStride] = {};
-    for (int n = 0; n < L; ++n) {
-        g[n % kTracks][n / kTracks] = hr[L - 1 - n];
-        f[n % kTracks][n / kTracks] = flip[n];
-    }
     constexpr int kRow = kTracks * kTrackStride;
     constexpr int kLastTrack = kRow - kTrackStride;
-    Word32 rows[2][kRow] = {};  // rows i + 1 and i, unscaled, in turn
-    const Word16 *gf = &g[0][0];
-    const Word32 *ff = &f[0][0];
+    constexpr int kVectors = kRow / kLanes;
+    // g in 32-bit lanes holding its 16 bits and zeros above (the form of the
+    // 16 x 16-bit multiply below), and the two sign patterns of a row: f for
+    // a row whose own sign is kept, ~f for one whose sign flips.
+    Word32 g[kRow] = {}, signs[2][kRow] = {};
+    for (int n = 0; n < L; ++n) {
+        g[track_major(n)] = static_cast<UWord16>(hr[L - 1 - n]);
+        signs[0][track_major(n)] = flip[n];
+    }
+    for (int k = 0; k < kRow; ++k) signs[1][k] = ~signs[0][k];
+    Word32 rows[2][kRow] = {};                  // rows i + 1 and i, unscaled, in turn
+    const Lanes32 last_kept = {-1, -1, -1, 0};  // column 59 lies beyond every subframe
     for (int i = L - 1; i >= 0; --i) {
-        const Word16 gi = hr[L - 1 - i];
+        const Word32 gi = static_cast<UWord16>(hr[L - 1 - i]);
         const Word32 *u = rows[i & 1];
         Word32 *next = rows[(i + 1) & 1];
-        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + static_cast<Word32>(gi) * gf[k];
-        for (int m = 0; m + 1 < kTrackStride; ++m) {
-            next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
+        for (int k = 0; k < kLastTrack; k += kLanes) {
+            store_lanes(next + k, load_lanes(u + k + kTrackStride) + times16(load_lanes(g + k), gi));
         }
-        next[kRow - 1] = 0;  // column 59, beyond every subframe
+        for (int k = kLastTrack; k < kRow; k += kLanes) {
+            Lanes32 v = load_lanes(u + k - kLastTrack + 1) + times16(load_lanes(g + k), gi);
+            if (k + kLanes == kRow) v &= last_kept;
+            store_lanes(next + k, v);
+        }
         Word32 *row = &s.rrt[i][0][0];
-        const Word32 fi = flip[i];
-        for (int k = 0; k < kRow; ++k) {
-            const Word32 x = ff[k] ^ fi;
-            row[k] = ((next[k] >> rshift) ^ x) - x;
+        const Word32 *x = signs[flip[i] & 1];
+        for (int v = 0; v < kVectors; ++v) {
+            const Lanes32 xv = load_lanes(x + kLanes * v);
+            store_lanes(row + kLanes * v, ((load_lanes(next + kLanes * v) >> rshift) ^ xv) - xv);
         }
         s.diag[i] = row[track_major(i)];
     }
@@ -579,19 +617,6 @@ PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
 // exact comparisons see every candidate that can be chosen, in scan order.
 // The candidates that pass are visited through a bit mask of the lanes (few
 // pass, at unpredictable places: branching lane by lane mispredicts).
-
-constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
-constexpr int kLanes = 4;
-constexpr int kBlocks = kTrackStride / kLanes;  // vectors per track
-typedef Word32 Lanes32 __attribute__((vector_size(16)));
-typedef float LanesF __attribute__((vector_size(16)));
-static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
-
-inline Lanes32 load_lanes(const Word32 *p) {
-    Lanes32 v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
 
 // The twelve lanes of one track, as vectors.
 struct TrackLanes {
