@@ -92,7 +92,7 @@ struct Search {
     Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
     Word64 strength[kMaxLen];             // |d / |d| + r / |r|| (scaled), the sign preset's measure
     int cand[kTracks][kTrackPositions];   // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;                     // rr is filled (the reference and the rate-1/2 search), else rrt
+    bool full_matrix;                     // rr is filled (the rate-1 reference), else rrt
 };
 
 // Offset of position p in a track-major row.
@@ -273,13 +273,18 @@ void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
     for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
-    preset_signs(s, residual);
-    std::memset(s.dt, 0, sizeof(s.dt));
-    for (int n = 0; n < L; ++n) {
-        s.d[n] *= s.sign[n];
-        (&s.dt[0][0])[track_major(n)] = s.d[n];
+    if (s.fold_signs) {
+        preset_signs(s, residual);
+        std::memset(s.dt, 0, sizeof(s.dt));
+        for (int n = 0; n < L; ++n) {
+            s.d[n] *= s.sign[n];
+            (&s.dt[0][0])[track_major(n)] = s.d[n];
+        }
+        rank_candidates(s);
+    } else {
+        // Other rates keep every sign positive and need no candidate order.
+        for (int n = 0; n < L; ++n) s.sign[n] = 1;
     }
-    rank_candidates(s);
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
     // entries are then brought below 2^kMatrixBits.
@@ -680,11 +685,12 @@ inline void row_lanes(Word32 c1, Word32 e1, const TrackLanes &c2, const TrackLan
 }
 
 // Largest estimate of C^2 / E over the lanes with E > 0 (0 when there is none).
+template <int Blocks = kBlocks>
 inline float row_peak(const Lanes32 *cv, const Lanes32 *ev) {
     const LanesF zero = {0.0f, 0.0f, 0.0f, 0.0f};
     const LanesF one = {1.0f, 1.0f, 1.0f, 1.0f};
     LanesF peak = zero;
-    for (int b = 0; b < kBlocks; ++b) {
+    for (int b = 0; b < Blocks; ++b) {
         const Lanes32 positive = ev[b] > 0;
         const LanesF cf = __builtin_convertvector(cv[b], LanesF);
         const LanesF ef = __builtin_convertvector(ev[b], LanesF);
@@ -708,10 +714,11 @@ struct Choice {
 };
 
 // Bit kLanes * b + lane set for each set lane of the hit masks.
+template <int Blocks = kBlocks>
 inline unsigned hit_bits(const Lanes32 *hit) {
 #if defined(__SSE2__)
     unsigned bits = 0;
-    for (int b = 0; b < kBlocks; ++b) {
+    for (int b = 0; b < Blocks; ++b) {
         __m128 v;
         std::memcpy(&v, &hit[b], sizeof(v));
         bits |= static_cast<unsigned>(_mm_movemask_ps(v)) << (kLanes * b);
@@ -719,7 +726,7 @@ inline unsigned hit_bits(const Lanes32 *hit) {
     return bits;
 #else
     unsigned bits = 0;
-    for (int b = 0; b < kBlocks; ++b) {
+    for (int b = 0; b < Blocks; ++b) {
         for (int lane = 0; lane < kLanes; ++lane) bits |= (hit[b][lane] != 0 ? 1u : 0u) << (kLanes * b + lane);
     }
     return bits;
@@ -729,17 +736,17 @@ inline unsigned hit_bits(const Lanes32 *hit) {
 // Rows r < n (lanes from row(r, cv, ev)) in scan order: a lane with E > 0
 // whose estimate reaches thr is compared exactly, and taken when
 // C^2 * E_best > C_best^2 * E.
-template <typename Row>
+template <int Blocks = kBlocks, typename Row>
 inline void scan_rows(int n, Row row, float thr, Choice &best) {
     for (int r = 0; r < n; ++r) {
-        Lanes32 cv[kBlocks], ev[kBlocks], hit[kBlocks];
+        Lanes32 cv[Blocks], ev[Blocks], hit[Blocks];
         row(r, cv, ev);
-        for (int b = 0; b < kBlocks; ++b) {
+        for (int b = 0; b < Blocks; ++b) {
             const LanesF cf = __builtin_convertvector(cv[b], LanesF);
             const LanesF ef = __builtin_convertvector(ev[b], LanesF);
             hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
         }
-        unsigned bits = hit_bits(hit);
+        unsigned bits = hit_bits<Blocks>(hit);
         while (bits != 0) {
             const int m = __builtin_ctz(bits);
             bits &= bits - 1;
@@ -1049,33 +1056,63 @@ void encode_full(const PulseSet &set, const Word32 *sign, int ts, Word16 *indice
 
 // ---- Rate 1/2 ---------------------------------------------------------------
 
+// rr[i][j] from the track-major copy.
+Word32 entry(const Search &s, int i, int j) { return s.rrt[i][j % kTracks][j / kTracks]; }
+
+// All 2 x 8^3 combinations in the reference's scan order (p0, p1, then p2)
+// through the lane scan: a row per (p0, p1), the eight p2 in two vectors.
+// The first combination with E > 0 is taken even with C = 0, and any later
+// one with C != 0 then beats it, so the choice is the scan's (first of the
+// best with C != 0), else the first with E > 0, else field 0.
 Word16 search_half(const Search &s) {
-    int best_field = 0;
-    Word64 bc = 0, be = 1;
-    bool found = false;
-    for (int p0 = 0; p0 < kHalfPositions; ++p0) {
-        const int q0 = kHalfStep * p0;
-        if (q0 >= s.L) continue;
-        for (int p1 = 0; p1 < kHalfPositions; ++p1) {
-            const int q1 = kHalfStep * p1 + kHalfTrackStep;
-            if (q1 >= s.L) continue;
-            const Word64 c01 = static_cast<Word64>(s.d[q0]) - s.d[q1];
-            const Word64 e01 = static_cast<Word64>(s.rr[q0][q0]) + s.rr[q1][q1] - 2 * static_cast<Word64>(s.rr[q0][q1]);
-            for (int p2 = 0; p2 < kHalfPositions; ++p2) {
-                const int q2 = kHalfStep * p2 + 2 * kHalfTrackStep;
-                if (q2 >= s.L) continue;
-                const Word64 c = c01 + s.d[q2];
-                const Word64 e = e01 + s.rr[q2][q2] + 2 * (static_cast<Word64>(s.rr[q0][q2]) - s.rr[q1][q2]);
-                if (e > 0 && (!found || better(c, e, bc, be))) {
-                    found = true;
-                    bc = c;
-                    be = e;
-                    best_field = (c < 0 ? 0x200 : 0) | (p0 << 6) | (p1 << 3) | p2;
-                }
-            }
+    constexpr int kHalfBlocks = kHalfPositions / kLanes;
+    Word32 d2[kHalfPositions], e2[kHalfPositions];
+    Word32 r0[kHalfPositions][kHalfPositions], r1[kHalfPositions][kHalfPositions];
+    for (int p2 = 0; p2 < kHalfPositions; ++p2) {
+        const int q2 = kHalfStep * p2 + 2 * kHalfTrackStep;
+        const bool in = q2 < s.L;
+        d2[p2] = in ? s.d[q2] : 0;
+        e2[p2] = in ? s.diag[q2] : kPadEnergy;
+        for (int p = 0; p < kHalfPositions; ++p) {
+            const int q0 = kHalfStep * p, q1 = q0 + kHalfTrackStep;
+            r0[p][p2] = in && q0 < s.L ? entry(s, q0, q2) : 0;
+            r1[p][p2] = in && q1 < s.L ? entry(s, q1, q2) : 0;
         }
     }
-    return static_cast<Word16>(best_field);
+    int rows[kHalfPositions * kHalfPositions];  // p0 * 8 + p1 of the rows inside the subframe
+    int n = 0;
+    for (int p0 = 0; p0 < kHalfPositions; ++p0) {
+        for (int p1 = 0; p1 < kHalfPositions; ++p1) {
+            if (kHalfStep * p0 < s.L && kHalfStep * p1 + kHalfTrackStep < s.L) rows[n++] = p0 * kHalfPositions + p1;
+        }
+    }
+    const auto row = [&](int r, Lanes32 *cv, Lanes32 *ev) {
+        const int p0 = rows[r] / kHalfPositions, p1 = rows[r] % kHalfPositions;
+        const int q0 = kHalfStep * p0, q1 = kHalfStep * p1 + kHalfTrackStep;
+        const Word32 c01 = s.d[q0] - s.d[q1];
+        const Word32 e01 = s.diag[q0] + s.diag[q1] - 2 * entry(s, q0, q1);
+        for (int b = 0; b < kHalfBlocks; ++b) {
+            cv[b] = c01 + load_lanes(d2 + kLanes * b);
+            ev[b] = e01 + load_lanes(e2 + kLanes * b) +
+                    2 * (load_lanes(&r0[p0][kLanes * b]) - load_lanes(&r1[p1][kLanes * b]));
+        }
+    };
+    if (n == 0) return 0;
+    Lanes32 cv[kHalfBlocks], ev[kHalfBlocks];
+    row(0, cv, ev);
+    Choice best = {0, 0, 1, -1, -1};
+    scan_rows<kHalfBlocks>(n, row, row_peak<kHalfBlocks>(cv, ev) * kScoreMargin, best);
+    const auto field = [&](int r, int p2, Word64 c) {
+        return static_cast<Word16>((c < 0 ? 0x200 : 0) | (rows[r] << 3) | p2);
+    };
+    if (best.row >= 0) return field(best.row, best.lane, best.c);
+    for (int r = 0; r < n; ++r) {
+        row(r, cv, ev);
+        for (int p2 = 0; p2 < kHalfPositions; ++p2) {
+            if (ev[p2 / kLanes][p2 % kLanes] > 0) return field(r, p2, cv[p2 / kLanes][p2 % kLanes]);
+        }
+    }
+    return 0;
 }
 
 // ---- Gain -------------------------------------------------------------------
@@ -1137,7 +1174,7 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
-    s.full_matrix = reference || rate != EVRC_RATE_FULL;
+    s.full_matrix = reference && rate == EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
     prepare(s, target, residual);
 
