@@ -5,6 +5,10 @@
 //     the feedback runs in double precision;
 //   - the all-zero prediction filter A(z), exact in 64 bits.
 #include <cstdint>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
@@ -76,6 +80,81 @@ inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word
     for (int k = 1; k < kOrder; ++k) older += static_cast<Word64>(a[k]) * past[kOrder - 1 - k];
     return (older + static_cast<Word64>(a[0]) * newest) >> 15;
 }
+
+// The plain run's words narrowed to 32 bits into y, their magnitude bits
+// OR-ed into magnitude_or; false when a word lies outside 32 bits.
+// round_words: out = round_to_16 of each word; true when a word reaches
+// kRoundLimit (the rounding saturates). On SSE2 four words a step: the
+// rounding as (w >> 16) + bit 15 of w, which is (w + 0x8000) >> 16 without
+// the 32-bit overflow, packed with signed saturation (0x8000 -> 32767).
+bool narrow_words_scalar(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    Word64 out_of_range = 0;
+    for (int n = 0; n < len; ++n) {
+        const Word64 v = y64[n];
+        out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
+        const Word32 w = static_cast<Word32>(v);
+        y[n] = w;
+        magnitude_or |= magnitude_bits(w);
+    }
+    return out_of_range == 0;
+}
+bool round_words_scalar(const Word32 *y, Word16 *out, int len) {
+    Word32 top = 0;
+    for (int n = 0; n < len; ++n) {
+        top |= y[n] >= kRoundLimit;
+        out[n] = round_to_16(y[n]);
+    }
+    return top != 0;
+}
+#if defined(__SSE2__)
+bool narrow_words(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    const __m128i half = _mm_set1_epi64x(0x80000000ll);
+    __m128i out_of_range = _mm_setzero_si128(), bits = _mm_setzero_si128();
+    int n = 0;
+    for (; n + 4 <= len; n += 4) {
+        __m128i a, b;
+        std::memcpy(&a, y64 + n, sizeof(a));
+        std::memcpy(&b, y64 + n + 2, sizeof(b));
+        out_of_range = _mm_or_si128(out_of_range, _mm_srli_epi64(_mm_add_epi64(a, half), 32));
+        out_of_range = _mm_or_si128(out_of_range, _mm_srli_epi64(_mm_add_epi64(b, half), 32));
+        const __m128i w =
+            _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+        std::memcpy(y + n, &w, sizeof(w));
+        bits = _mm_or_si128(bits, _mm_xor_si128(w, _mm_srai_epi32(w, 31)));
+    }
+    Word32 lanes[4];
+    std::memcpy(lanes, &bits, sizeof(lanes));
+    magnitude_or |= lanes[0] | lanes[1] | lanes[2] | lanes[3];
+    Word64 range[2];
+    std::memcpy(range, &out_of_range, sizeof(range));
+    const bool head = (range[0] | range[1]) == 0;
+    return narrow_words_scalar(y64 + n, y + n, len - n, magnitude_or) && head;
+}
+bool round_words(const Word32 *y, Word16 *out, int len) {
+    const __m128i limit = _mm_set1_epi32(kRoundLimit - 1), one = _mm_set1_epi32(1);
+    __m128i top = _mm_setzero_si128();
+    int n = 0;
+    for (; n + 8 <= len; n += 8) {
+        __m128i a, b;
+        std::memcpy(&a, y + n, sizeof(a));
+        std::memcpy(&b, y + n + 4, sizeof(b));
+        top = _mm_or_si128(top, _mm_or_si128(_mm_cmpgt_epi32(a, limit), _mm_cmpgt_epi32(b, limit)));
+        const __m128i ra = _mm_add_epi32(_mm_srai_epi32(a, 16), _mm_and_si128(_mm_srai_epi32(a, 15), one));
+        const __m128i rb = _mm_add_epi32(_mm_srai_epi32(b, 16), _mm_and_si128(_mm_srai_epi32(b, 15), one));
+        const __m128i r = _mm_packs_epi32(ra, rb);
+        std::memcpy(out + n, &r, sizeof(r));
+    }
+    Word32 lanes[4];
+    std::memcpy(lanes, &top, sizeof(lanes));
+    const bool head = (lanes[0] | lanes[1] | lanes[2] | lanes[3]) != 0;
+    return round_words_scalar(y + n, out + n, len - n) || head;
+}
+#else
+bool narrow_words(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    return narrow_words_scalar(y64, y, len, magnitude_or);
+}
+bool round_words(const Word32 *y, Word16 *out, int len) { return round_words_scalar(y, out, len); }
+#endif
 
 }  // namespace
 
@@ -178,24 +257,11 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
                                              static_cast<UWord64>(static_cast<Word64>(in[done + n]) * 65536));
                 y64[kOrder + n] = newest;
             }
-            Word64 out_of_range = 0;
-            for (int n = 0; n < len; ++n) {
-                const Word64 v = y64[kOrder + n];
-                out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
-                const Word32 w = static_cast<Word32>(v);
-                y[kOrder + n] = w;
-                magnitude_or |= magnitude_bits(w);
-            }
-            settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
+            const bool in_range = narrow_words(y64 + kOrder, y + kOrder, len, magnitude_or);
+            settled = in_range && high_halves_fit(abs_sum, magnitude_or);
             if (settled) {
                 // The block's inputs are all read: out may be written now.
-                Word32 top = 0;
-                for (int n = 0; n < len; ++n) {
-                    const Word32 w = y[kOrder + n];
-                    top |= w >= kRoundLimit;
-                    out[done + n] = round_to_16(w);
-                }
-                clamped |= top != 0;
+                clamped |= round_words(y + kOrder, out + done, len);
             }
         }
         if (!settled) {
