@@ -96,7 +96,15 @@ struct Search {
 };
 
 // Offset of position p in a track-major row.
-int track_major(int p) { return (p % kTracks) * kTrackStride + p / kTracks; }
+constexpr int track_major_of(int p) { return (p % kTracks) * kTrackStride + p / kTracks; }
+struct TrackMajorTable {
+    unsigned char offset[kMaxLen];
+    constexpr TrackMajorTable() : offset() {
+        for (int p = 0; p < kMaxLen; ++p) offset[p] = static_cast<unsigned char>(track_major_of(p));
+    }
+};
+constexpr TrackMajorTable kTrackMajor;
+inline int track_major(int p) { return kTrackMajor.offset[p]; }
 
 // hs = h through the decoder's sharpening comb, in place with rounding.
 void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
@@ -134,11 +142,13 @@ void preset_signs(Search &s, const Word16 *residual) {
         if (residual != nullptr) rr += static_cast<Word64>(residual[n]) * residual[n];
     }
     const Word64 d_norm = isqrt(dd), r_norm = isqrt(rr);
+    const Word64 fold = s.fold_signs ? -1 : 0;
     for (int n = 0; n < s.L; ++n) {
         const Word64 r = residual != nullptr ? residual[n] : 0;
         const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
-        s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
-        s.strength[n] = b < 0 ? -b : b;
+        const Word64 negative = b >> 63;  // -1 or 0, no branch on the unpredictable sign
+        s.sign[n] = static_cast<Word32>((negative & fold) | 1);
+        s.strength[n] = (b ^ negative) - negative;
     }
 }
 
@@ -656,7 +666,7 @@ void sub_row(Word32 *cross, const Search &s, int p) {
     for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] -= row[i];
 }
 
-Word32 cross_at(const FastSet &set, int p) { return set.cross[p % kTracks][p / kTracks]; }
+Word32 cross_at(const FastSet &set, int p) { return (&set.cross[0][0])[track_major(p)]; }
 
 void add_pulse_fast(const Search &s, FastSet &set, int p) {
     set.c += s.d[p];
@@ -911,7 +921,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             const Word64 c = set.c - s.d[a] - s.d[b];
             const Word64 e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) -
                              2 * static_cast<Word64>(cross_at(set, b)) + s.diag[a] + s.diag[b] +
-                             2 * static_cast<Word64>(s.rrt[a][tb][b / kTracks]);
+                             2 * static_cast<Word64>((&s.rrt[a][0][0])[track_major(b)]);
             Word32 cross1[kTrackStride], cross2[kTrackStride];
             for (int i = 0; i < kTrackStride; ++i) {
                 cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
