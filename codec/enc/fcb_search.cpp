@@ -268,17 +268,64 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     }
 }
 
+// sum a[k] b[k] over k < kDotLen (a multiple of 8) in 32 bits: pmaddwd on
+// SSE2. The callers bound every partial sum in any order below 2^31.
+constexpr int kDotLen = 56;
+inline Word32 dot16(const Word16 *a, const Word16 *b) {
+#if defined(__SSE2__)
+    __m128i acc = _mm_setzero_si128();
+    for (int k = 0; k < kDotLen; k += 8) {
+        __m128i va, vb;
+        std::memcpy(&va, a + k, sizeof(va));
+        std::memcpy(&vb, b + k, sizeof(vb));
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(va, vb));
+    }
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0x4E));
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0xB1));
+    return _mm_cvtsi128_si32(acc);
+#else
+    Word32 acc = 0;
+    for (int k = 0; k < kDotLen; ++k) acc += static_cast<Word32>(a[k]) * b[k];
+    return acc;
+#endif
+}
+
+// d[n] = sum_{k >= n} x[k] hs[k - n]. With max |x| * sum |hs| < 2^31 every
+// partial sum, in any order, fits 32 bits: each d[n] is then a dot product
+// of fixed length over zero-padded copies (no loops of varying length);
+// otherwise the sums are taken in 64 bits.
+void backward_filter(const Word16 *x, const Word16 *hs, int L, Word64 *d) {
+    Word32 x_max = 0, h_sum = 0;
+    for (int n = 0; n < L; ++n) {
+        const Word32 a = x[n] < 0 ? -x[n] : x[n];
+        x_max = a > x_max ? a : x_max;
+        h_sum += hs[n] < 0 ? -hs[n] : hs[n];
+    }
+    if (static_cast<Word64>(x_max) * h_sum >= (static_cast<Word64>(1) << 31)) {
+        for (int n = 0; n < L; ++n) {
+            Word64 acc = 0;
+            for (int k = n; k < L; ++k) acc = fx::int_mac_16_16(acc, x[k], hs[k - n]);
+            d[n] = acc;
+        }
+        return;
+    }
+    Word16 xp[kMaxLen + kDotLen] = {}, hp[kDotLen] = {};
+    for (int n = 0; n < L; ++n) {
+        xp[n] = x[n];
+        hp[n] = hs[n];
+    }
+    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp);
+}
+
 // Backward-filtered target and correlation matrix, each scaled to a fixed
 // headroom (only ratios of them matter).
 void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int L = s.L;
     Word64 d64[kMaxLen];
+    backward_filter(x, s.hs, L, d64);
     Word64 peak = 0;
     for (int n = 0; n < L; ++n) {
-        Word64 acc = 0;
-        for (int k = n; k < L; ++k) acc = fx::int_mac_16_16(acc, x[k], s.hs[k - n]);
-        d64[n] = acc;
-        const Word64 a = acc < 0 ? -acc : acc;
+        const Word64 a = d64[n] < 0 ? -d64[n] : d64[n];
         peak = a > peak ? a : peak;
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
@@ -1135,18 +1182,12 @@ void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Wo
     // over zero-padded copies (hs reversed), for all p at once: the few
     // pulses' places are not branched on. The amplitudes are small integers,
     // so the 32-bit sums are those of the pulse-by-pulse form.
-    constexpr int kPadded = 56;  // a multiple of 8
-    Word16 amp[kPadded] = {}, hrev[kMaxLen + kPadded] = {};
+    Word16 amp[kDotLen] = {}, hrev[kMaxLen + kDotLen] = {};
     for (int p = 0; p < s.L; ++p) {
         amp[p] = static_cast<Word16>(fcb[p] / 2048);
         hrev[kMaxLen - 1 - p] = s.hs[p];
     }
-    for (int n = 0; n < s.L; ++n) {
-        const Word16 *hn = hrev + kMaxLen - 1 - n;
-        Word32 acc = 0;
-        for (int p = 0; p < kPadded; ++p) acc += static_cast<Word32>(amp[p]) * hn[p];
-        z[n] = acc;
-    }
+    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n);
 }
 
 // Gain index of the least error g^2 |z|^2 / 2^30 - 2 g c / 2^15, c = 1.2 <x,z>.
