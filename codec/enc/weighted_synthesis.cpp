@@ -8,10 +8,11 @@
 // are the shared LPC synthesis filter. The zeros section is the shared
 // prediction filter at unit gain,
 //   out[n] = hi(sat32(2^15 - 2^4 s[n])),  s[n] = -4096 x[n] + sum a_k x[n-k],
-// computed here block-wise: with sum |a_k| <= 61440 every partial sum of s
-// stays below 2^31 in magnitude (4096 * 32768 + 61440 * 32768 = 2^31), so
-// 32-bit sums taken tap by tap over the whole block are exact (and
-// vectorise); larger coefficient sets take the shared filter.
+// computed here block-wise: with sum |a_k| < 61440 every partial sum of s
+// stays below 2^31 - 32768 in magnitude (4096 * 32768 + 61440 * 32768 =
+// 2^31, reached at 61440 when every a_k is negative and every sample
+// -32768), so 32-bit sums taken tap by tap over the whole block are exact
+// (and vectorise); larger coefficient sets take the shared filter.
 #include "codec/basic/fixed_point.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
@@ -23,14 +24,14 @@ constexpr int kOrder = 10;
 constexpr int kMaxBlock = 64;
 constexpr Word16 kUnitGainShift = 4;  // the prediction filter's output at unit gain
 constexpr Word16 kLeadTap = -4096;    // the current input's tap (1.0 in Q12, negated)
-constexpr Word32 kNarrowSum = 61440;  // sum |a_k| up to which 32-bit sums are exact
+constexpr Word32 kNarrowSum = 61440;  // sum |a_k| below which 32-bit sums are exact
 
 // The zeros section over the block: in[0 .. 10) the ten past inputs (oldest
 // first), in[10 .. 10 + L) the block.
 void weighting_zeros(const Word16 *in, const Word16 *num, Word16 *out, int L) {
     Word32 abs_sum = 0;
     for (int k = 0; k < kOrder; ++k) abs_sum += num[k] < 0 ? -num[k] : num[k];
-    if (abs_sum > kNarrowSum) {
+    if (abs_sum >= kNarrowSum) {
         evrc_voc_prediction_filter(in, num, out, static_cast<Word16>(L), kUnitGainShift);
         return;
     }
