@@ -45,9 +45,15 @@ void weighting_zeros(const Word16 *in, const Word16 *num, Word16 *out, int L) {
         const Word16 *x = in + j;
         for (int n = 0; n < L; ++n) acc[n] += static_cast<Word32>(c) * x[n];
     }
+    // hi(sat32(2^15 - 2^4 s)) = floor(1/2 - s / 2^12) clamped to 16 bits,
+    // which is -((s + 2^11 - 1) >> 12) clamped (as in the shared filter);
+    // |s| < 2^31 - 32768 keeps the sum in 32 bits.
+    constexpr Word32 kBias = (1 << (16 - kUnitGainShift - 1)) - 1;
     for (int n = 0; n < L; ++n) {
-        const Word64 v = 32768 - static_cast<Word64>(acc[n]) * (1 << kUnitGainShift);
-        out[n] = static_cast<Word16>(fx::L_sat32_64(v) >> 16);
+        Word32 r = -((acc[n] + kBias) >> (16 - kUnitGainShift));
+        r = r > fx::kMax16 ? fx::kMax16 : r;
+        r = r < fx::kMin16 ? fx::kMin16 : r;
+        out[n] = static_cast<Word16>(r);
     }
 }
 
