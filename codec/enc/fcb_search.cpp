@@ -1019,14 +1019,24 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     DepthSet sets[2 * kShiftsTried];
     int shift_of[2 * kShiftsTried];
     int n = 0;
+    // Two shifts can put the same two tracks first among the double-pulse
+    // tracks after the same start (shifts s - 1 and s after start s): their
+    // pair placements are one, made once.
+    Pick pairs[2][kTracks * kTracks];
+    bool placed[2][kTracks * kTracks] = {};
     for (int k = 0; k < kShiftsTried; ++k) {
         for (int i = 0; i < 2; ++i) {
             int slots[kFullPulses];
             slot_order(starts[i], order[k], slots);
             const FastSet &pre = prefix[i];
             DepthSet &set = sets[n];
-            const Pick pair = best_pair(s, pre.c, pre.e, pre.cross[slots[5]], pre.cross[slots[6]], slots[5], slots[6],
-                                        track_size(slots[5], s.L));
+            const int key = slots[5] * kTracks + slots[6];
+            if (!placed[i][key]) {
+                pairs[i][key] = best_pair(s, pre.c, pre.e, pre.cross[slots[5]], pre.cross[slots[6]], slots[5], slots[6],
+                                          track_size(slots[5], s.L));
+                placed[i][key] = true;
+            }
+            const Pick &pair = pairs[i][key];
             Word32 cross7[kTrackStride];
             for (int m = 0; m < kTrackStride; ++m) {
                 cross7[m] = pre.cross[slots[7]][m] + s.rrt[pair.p1][slots[7]][m] +
