@@ -790,36 +790,48 @@ inline unsigned hit_bits(const Lanes32 *hit) {
 #endif
 }
 
-// Rows r < n (lanes from row(r, cv, ev)) in scan order: a lane with E > 0
-// whose estimate reaches thr is compared exactly, and taken when
-// C^2 * E_best > C_best^2 * E.
+// The lanes of row r in scan order: a lane with E > 0 whose estimate
+// reaches thr is compared exactly, and taken when C^2 * E_best > C_best^2 * E
+// (the threshold then rises to the new choice's estimate less the margin).
+template <int Blocks>
+inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best) {
+    Lanes32 hit[Blocks];
+    for (int b = 0; b < Blocks; ++b) {
+        const LanesF cf = __builtin_convertvector(cv[b], LanesF);
+        const LanesF ef = __builtin_convertvector(ev[b], LanesF);
+        hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
+    }
+    unsigned bits = hit_bits<Blocks>(hit);
+    while (bits != 0) {
+        const int m = __builtin_ctz(bits);
+        bits &= bits - 1;
+        Word32 cw, ew;  // lane m of the row
+        std::memcpy(&cw, reinterpret_cast<const char *>(cv) + sizeof(Word32) * m, sizeof(cw));
+        std::memcpy(&ew, reinterpret_cast<const char *>(ev) + sizeof(Word32) * m, sizeof(ew));
+        const Word64 c = cw;
+        const Word64 e = ew;
+        const Word64 cc = c * c;
+        if (cc * best.e > best.cc * e) {
+            best = {c, cc, e, r, m};
+            const float cf = static_cast<float>(c);
+            const float t = cf * cf / static_cast<float>(e) * kScoreMargin;
+            thr = t > thr ? t : thr;
+        }
+    }
+}
+
+// Rows r < n (lanes from row(r, cv, ev)) in scan order through scan_lanes.
+// A negative thr: the first row's best estimate less the margin.
 template <int Blocks = kBlocks, typename Row>
 inline void scan_rows(int n, Row row, float thr, Choice &best) {
-    for (int r = 0; r < n; ++r) {
-        Lanes32 cv[Blocks], ev[Blocks], hit[Blocks];
+    if (n <= 0) return;
+    Lanes32 cv[Blocks], ev[Blocks];
+    row(0, cv, ev);
+    if (thr < 0) thr = row_peak<Blocks>(cv, ev) * kScoreMargin;
+    scan_lanes<Blocks>(0, cv, ev, thr, best);
+    for (int r = 1; r < n; ++r) {
         row(r, cv, ev);
-        for (int b = 0; b < Blocks; ++b) {
-            const LanesF cf = __builtin_convertvector(cv[b], LanesF);
-            const LanesF ef = __builtin_convertvector(ev[b], LanesF);
-            hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
-        }
-        unsigned bits = hit_bits<Blocks>(hit);
-        while (bits != 0) {
-            const int m = __builtin_ctz(bits);
-            bits &= bits - 1;
-            Word32 cw, ew;  // lane m of the row
-            std::memcpy(&cw, reinterpret_cast<const char *>(cv) + sizeof(Word32) * m, sizeof(cw));
-            std::memcpy(&ew, reinterpret_cast<const char *>(ev) + sizeof(Word32) * m, sizeof(ew));
-            const Word64 c = cw;
-            const Word64 e = ew;
-            const Word64 cc = c * c;
-            if (cc * best.e > best.cc * e) {
-                best = {c, cc, e, r, m};
-                const float cf = static_cast<float>(c);
-                const float t = cf * cf / static_cast<float>(e) * kScoreMargin;
-                thr = t > thr ? t : thr;
-            }
-        }
+        scan_lanes<Blocks>(r, cv, ev, thr, best);
     }
 }
 
@@ -851,11 +863,6 @@ void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross
         row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
                   ev);
     };
-    if (thr < 0) {
-        Lanes32 cv[kBlocks], ev[kBlocks];
-        row(0, cv, ev);
-        thr = row_peak(cv, ev) * kScoreMargin;
-    }
     scan_rows(n1, row, thr, best);
 }
 
@@ -895,10 +902,8 @@ Pick best_single(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cros
     const Word32 c0 = static_cast<Word32>(set_c);
     const Word32 e0 = static_cast<Word32>(set_e);
     const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c0, e0, c2, e2, nullptr, cv, ev); };
-    Lanes32 cv[kBlocks], ev[kBlocks];
-    row(0, cv, ev);
     Choice best = {0, 0, 1, -1, -1};
-    scan_rows(1, row, row_peak(cv, ev) * kScoreMargin, best);
+    scan_rows(1, row, -1.0f, best);
     if (best.row >= 0) return {t1 + kTracks * best.lane, -1, best.c, best.e};
     const int n1 = track_size(t1, s.L);
     for (int m1 = 0; m1 < n1; ++m1) {
@@ -1165,15 +1170,14 @@ Word16 search_half(const Search &s) {
         }
     };
     if (n == 0) return 0;
-    Lanes32 cv[kHalfBlocks], ev[kHalfBlocks];
-    row(0, cv, ev);
     Choice best = {0, 0, 1, -1, -1};
-    scan_rows<kHalfBlocks>(n, row, row_peak<kHalfBlocks>(cv, ev) * kScoreMargin, best);
+    scan_rows<kHalfBlocks>(n, row, -1.0f, best);
     const auto field = [&](int r, int p2, Word64 c) {
         return static_cast<Word16>((c < 0 ? 0x200 : 0) | (rows[r] << 3) | p2);
     };
     if (best.row >= 0) return field(best.row, best.lane, best.c);
     for (int r = 0; r < n; ++r) {
+        Lanes32 cv[kHalfBlocks], ev[kHalfBlocks];
         row(r, cv, ev);
         for (int p2 = 0; p2 < kHalfPositions; ++p2) {
             if (ev[p2 / kLanes][p2 % kLanes] > 0) return field(r, p2, cv[p2 / kLanes][p2 % kLanes]);
