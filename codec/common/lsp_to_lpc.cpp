@@ -19,6 +19,7 @@ constexpr int kLpcOrder = evrc::kOrder;
 constexpr int kPolyLen = 6;                    // coefficients 0..5, middle at 5
 constexpr Word32 kOneQ24 = 16777216;           // 1.0 in Q24
 constexpr Word32 kPoscosOfZero = -1073741820;  // -cos(0) in Q30, 4 above -2^30
+constexpr Word16 kLspMax = 16384;              // half the sampling frequency
 constexpr Word64 kInt32Min = -2147483647LL - 1;
 constexpr Word64 kInt32Max = 2147483647LL;
 
@@ -48,6 +49,27 @@ Word32 poscos(Word16 lsp, UWord32 &ops) {
     if (lsp == 0) return kPoscosOfZero;
     constexpr UWord32 kWeight = (1 + 1 + 2) + 2 + (1 + 2 + 1) + 2 + (1 + 2 + 1) + (1 + 2 + 1) + 1 + 4 + 1 + 1;
     ops += kWeight;
+    if (lsp > 0 && lsp <= kLspMax) {
+        // LSPs proper: 4 (8192 - lsp) lies in [-32768, 32764], so |theta| <=
+        // 25736 and theta2 <= 20213; no multiply sees -32768 twice, the
+        // doubled-and-shifted products 4 theta theta2, 4 theta2 theta5 and
+        // 4 theta2 theta7 stay below 2.09e9 (under the rounding's limit
+        // 0x7FFF8000 and 2^31), and the multiply-accumulate below 1.25e9:
+        // no operator clamps, and plain arithmetic gives the chain's value.
+        const Word32 theta = ((8192 - static_cast<Word32>(lsp)) * 4 * 25736 + 0x4000) >> 15;
+        const Word32 theta2 = (theta * theta + 0x4000) >> 15;
+        const Word32 theta3 = (4 * theta * theta2 + 0x8000) >> 16;
+        const Word32 theta5 = (theta2 * theta3 + 0x4000) >> 15;
+        const Word32 theta7 = (4 * theta2 * theta5 + 0x8000) >> 16;
+        const Word32 theta9 = (4 * theta2 * theta7 + 0x8000) >> 16;
+        Word64 s = 2 * static_cast<Word64>(theta9) * evrc_acsCosineCoeffs[0] +
+                   2 * static_cast<Word64>(theta7) * evrc_acsCosineCoeffs[1];
+        s >>= 8;
+        s += static_cast<Word64>(theta3) * evrc_acsCosineCoeffs[3];
+        s += static_cast<Word64>(theta) * 65536;
+        s -= static_cast<Word64>(theta5) * evrc_acsCosineCoeffs[2];
+        return static_cast<Word32>(-s);
+    }
 
     // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
     const Word16 theta = d::mult_r(d::shl(d::sat16(8192 - static_cast<Word32>(lsp)), 2), 25736);
