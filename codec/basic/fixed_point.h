@@ -156,6 +156,28 @@ inline Word32 L_shr(Word32 L, Word16 n) {
     return L_shl_pos(L, -n);
 }
 
+inline Word16 mult_r(Word16 a, Word16 b) {
+    const Word32 p = static_cast<Word32>(a) * b;
+    if (p == 0x40000000) {
+        overflow();
+        return kMax16;
+    }
+    // (2ab + 0x8000) >> 16 without the doubling.
+    return static_cast<Word16>((p + 0x4000) >> 15);
+}
+
+// Leading redundant sign bits (the bodies of norm_s and norm_l).
+inline Word16 norm_s(Word16 a) {
+    if (a == 0) return 0;
+    const UWord32 m = static_cast<UWord16>(a ^ (a >> 15));
+    return static_cast<Word16>(__builtin_clz((m << 1) | 1u) - 16);
+}
+inline Word16 norm_l(Word32 L) {
+    if (L == 0) return 0;
+    const UWord32 m = static_cast<UWord32>(L ^ (L >> 31));
+    return static_cast<Word16>(__builtin_clz((m << 1) | 1u));
+}
+
 }  // namespace detail
 
 // ---- Bookkeeping for exact fast paths ---------------------------------------
@@ -308,13 +330,7 @@ inline Word16 mult(Word16 a, Word16 b) {
 
 inline Word16 mult_r(Word16 a, Word16 b) {
     detail::count(2);
-    const Word32 p = static_cast<Word32>(a) * b;
-    if (p == 0x40000000) {
-        detail::overflow();
-        return kMax16;
-    }
-    // (2ab + 0x8000) >> 16 without the doubling.
-    return static_cast<Word16>((p + 0x4000) >> 15);
+    return detail::mult_r(a, b);
 }
 
 inline Word16 round32(Word32 L) {
@@ -363,16 +379,12 @@ inline Word32 L_shr(Word32 L, Word16 n) {
 // -1 needs 15 (16-bit) or 31 (32-bit) doublings; 0 gives 0.
 inline Word16 norm_s(Word16 a) {
     detail::count(15);
-    if (a == 0) return 0;
-    const UWord32 m = static_cast<UWord16>(a ^ (a >> 15));
-    return static_cast<Word16>(__builtin_clz((m << 1) | 1u) - 16);
+    return detail::norm_s(a);
 }
 
 inline Word16 norm_l(Word32 L) {
     detail::count(30);
-    if (L == 0) return 0;
-    const UWord32 m = static_cast<UWord32>(L ^ (L >> 31));
-    return static_cast<Word16>(__builtin_clz((m << 1) | 1u));
+    return detail::norm_l(L);
 }
 
 // ---- Plain 64-bit and mixed-width operators (no flag, not counted) --------

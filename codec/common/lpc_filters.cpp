@@ -5,6 +5,10 @@
 //     the feedback runs in double precision;
 //   - the all-zero prediction filter A(z), exact in 64 bits.
 #include <cstdint>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
@@ -14,6 +18,7 @@
 namespace {
 
 using evrc::kOrder;
+constexpr int kMaxBlock = 64;  // samples per block of the synthesis filter
 
 // acc + t clamped to 32 bits; a clamp sets `clamped`. Written so that the
 // compiler can use conditional moves: the clamps of the synthesis filter are
@@ -77,6 +82,142 @@ inline Word64 synthesis_feedback_exact(const Word16 *a, const Word32 *past, Word
     return (older + static_cast<Word64>(a[0]) * newest) >> 15;
 }
 
+// The plain run's words narrowed to 32 bits into y, their magnitude bits
+// OR-ed into magnitude_or; false when a word lies outside 32 bits.
+// round_words: out = round_to_16 of each word; true when a word reaches
+// kRoundLimit (the rounding saturates). On SSE2 four words a step: the
+// rounding as (w >> 16) + bit 15 of w, which is (w + 0x8000) >> 16 without
+// the 32-bit overflow, packed with signed saturation (0x8000 -> 32767).
+bool narrow_words_scalar(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    Word64 out_of_range = 0;
+    for (int n = 0; n < len; ++n) {
+        const Word64 v = y64[n];
+        out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
+        const Word32 w = static_cast<Word32>(v);
+        y[n] = w;
+        magnitude_or |= magnitude_bits(w);
+    }
+    return out_of_range == 0;
+}
+bool round_words_scalar(const Word32 *y, Word16 *out, int len) {
+    Word32 top = 0;
+    for (int n = 0; n < len; ++n) {
+        top |= y[n] >= kRoundLimit;
+        out[n] = round_to_16(y[n]);
+    }
+    return top != 0;
+}
+#if defined(__SSE2__)
+bool narrow_words(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    const __m128i half = _mm_set1_epi64x(0x80000000ll);
+    __m128i out_of_range = _mm_setzero_si128(), bits = _mm_setzero_si128();
+    int n = 0;
+    for (; n + 4 <= len; n += 4) {
+        __m128i a, b;
+        std::memcpy(&a, y64 + n, sizeof(a));
+        std::memcpy(&b, y64 + n + 2, sizeof(b));
+        out_of_range = _mm_or_si128(out_of_range, _mm_srli_epi64(_mm_add_epi64(a, half), 32));
+        out_of_range = _mm_or_si128(out_of_range, _mm_srli_epi64(_mm_add_epi64(b, half), 32));
+        const __m128i w =
+            _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(a), _mm_castsi128_ps(b), _MM_SHUFFLE(2, 0, 2, 0)));
+        std::memcpy(y + n, &w, sizeof(w));
+        bits = _mm_or_si128(bits, _mm_xor_si128(w, _mm_srai_epi32(w, 31)));
+    }
+    Word32 lanes[4];
+    std::memcpy(lanes, &bits, sizeof(lanes));
+    magnitude_or |= lanes[0] | lanes[1] | lanes[2] | lanes[3];
+    Word64 range[2];
+    std::memcpy(range, &out_of_range, sizeof(range));
+    const bool head = (range[0] | range[1]) == 0;
+    return narrow_words_scalar(y64 + n, y + n, len - n, magnitude_or) && head;
+}
+bool round_words(const Word32 *y, Word16 *out, int len) {
+    const __m128i limit = _mm_set1_epi32(kRoundLimit - 1), one = _mm_set1_epi32(1);
+    __m128i top = _mm_setzero_si128();
+    int n = 0;
+    for (; n + 8 <= len; n += 8) {
+        __m128i a, b;
+        std::memcpy(&a, y + n, sizeof(a));
+        std::memcpy(&b, y + n + 4, sizeof(b));
+        top = _mm_or_si128(top, _mm_or_si128(_mm_cmpgt_epi32(a, limit), _mm_cmpgt_epi32(b, limit)));
+        const __m128i ra = _mm_add_epi32(_mm_srai_epi32(a, 16), _mm_and_si128(_mm_srai_epi32(a, 15), one));
+        const __m128i rb = _mm_add_epi32(_mm_srai_epi32(b, 16), _mm_and_si128(_mm_srai_epi32(b, 15), one));
+        const __m128i r = _mm_packs_epi32(ra, rb);
+        std::memcpy(out + n, &r, sizeof(r));
+    }
+    Word32 lanes[4];
+    std::memcpy(lanes, &top, sizeof(lanes));
+    const bool head = (lanes[0] | lanes[1] | lanes[2] | lanes[3]) != 0;
+    return round_words_scalar(y + n, out + n, len - n) || head;
+}
+#else
+bool narrow_words(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
+    return narrow_words_scalar(y64, y, len, magnitude_or);
+}
+bool round_words(const Word32 *y, Word16 *out, int len) { return round_words_scalar(y, out, len); }
+#endif
+
+// The next word of the plain run from its feedback sum (wrapping).
+inline Word64 next_word(UWord64 sum, Word16 x) {
+    const UWord64 feedback = static_cast<UWord64>(static_cast<Word64>(sum) >> 15);
+    return static_cast<Word64>(feedback * 8u + static_cast<UWord64>(static_cast<Word64>(x) * 65536));
+}
+
+// The plain 64-bit run over len samples: y64[0 .. kOrder) the starting words
+// (oldest first), y64[kOrder + n] the word of sample n. Wrapping (unsigned)
+// arithmetic: an unstable filter can run the words far out of range before
+// the caller's check rejects the block. Until the first word leaves 32 bits
+// every sum is below 2^50, so the words the check sees up to there are exact.
+#if defined(__x86_64__)
+// Ten 64-bit multiplies a sample bound the scalar form on x86-64. Here the
+// five oldest taps are summed in double precision instead (on the other
+// multiply ports): words below 2^31 in magnitude times coefficients below
+// 2^15 are below 2^46, and five of them below 2^49, all exact in a double,
+// so the sum converts back exactly. The doubles hold the words' low 32 bits,
+// which are the words until the first that leaves 32 bits (the run is exact
+// up to that word, all the check reads) and keep every sum far from the
+// conversion's limit after it. The five newest taps, the sample-to-sample
+// chain, stay 64-bit integer multiplies.
+void plain_run(const Word64 *a64, const Word16 *in, Word64 *y64, int len) {
+    double yd[kOrder + kMaxBlock];
+    for (int k = 0; k < kOrder; ++k) yd[k] = static_cast<Word32>(y64[k]);
+    const double a5 = static_cast<double>(a64[5]), a6 = static_cast<double>(a64[6]);
+    const double a7 = static_cast<double>(a64[7]), a8 = static_cast<double>(a64[8]);
+    const double a9 = static_cast<double>(a64[9]);
+    const UWord64 a0 = static_cast<UWord64>(a64[0]), a1 = static_cast<UWord64>(a64[1]);
+    const UWord64 a2 = static_cast<UWord64>(a64[2]), a3 = static_cast<UWord64>(a64[3]);
+    const UWord64 a4 = static_cast<UWord64>(a64[4]);
+    UWord64 y5 = static_cast<UWord64>(y64[5]), y6 = static_cast<UWord64>(y64[6]);
+    UWord64 y7 = static_cast<UWord64>(y64[7]), y8 = static_cast<UWord64>(y64[8]);
+    UWord64 y9 = static_cast<UWord64>(y64[9]);  // the newest word
+    for (int n = 0; n < len; ++n) {
+        const double *w = yd + n;  // w[0 .. 4]: the words under taps 9 .. 5
+        const double older = (a9 * w[0] + a8 * w[1]) + (a7 * w[2] + a6 * w[3]) + a5 * w[4];
+        const UWord64 part = static_cast<UWord64>(static_cast<Word64>(older)) + a4 * y5 + a3 * y6 + a2 * y7 + a1 * y8;
+        const UWord64 word = static_cast<UWord64>(next_word(part + a0 * y9, in[n]));
+        y64[kOrder + n] = static_cast<Word64>(word);
+        yd[kOrder + n] = static_cast<Word32>(word);
+        y5 = y6;
+        y6 = y7;
+        y7 = y8;
+        y8 = y9;
+        y9 = word;
+    }
+}
+#else
+void plain_run(const Word64 *a64, const Word16 *in, Word64 *y64, int len) {
+    Word64 newest = y64[kOrder - 1];
+    for (int n = 0; n < len; ++n) {
+        UWord64 older = 0;
+        for (int k = 1; k < kOrder; ++k) {
+            older += static_cast<UWord64>(a64[k]) * static_cast<UWord64>(y64[n + kOrder - 1 - k]);
+        }
+        newest = next_word(older + static_cast<UWord64>(a64[0]) * static_cast<UWord64>(newest), in[n]);
+        y64[kOrder + n] = newest;
+    }
+}
+#endif
+
 }  // namespace
 
 namespace evrc {
@@ -137,7 +278,7 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
     // memory with the clamped chain. Outputs go to y only until the block is
     // settled, so in == out is safe, and the flag is raised only for clamps
     // of the settled run (in the plain run none can fire).
-    constexpr int kBlock = 64;
+    constexpr int kBlock = kMaxBlock;
     Word16 a[kOrder];
     Word64 a64[kOrder];
     Word32 y[kOrder + kBlock];
@@ -156,43 +297,18 @@ EVRC_API void evrc_voc_synthesis_filter(const Word16 *lpc, const Word16 *in, Wor
         bool settled = false;
         if (high_halves_fit(abs_sum, magnitude_or)) {
             // The plain run keeps its words in 64 bits, off any narrowing or
-            // saturation on the sample-to-sample chain; the range, the bound
-            // and the rounded outputs follow in one pass. A block where the
-            // saturation or a clamp could have fired is run again below.
+            // saturation on the sample-to-sample chain; the range and the
+            // bound follow in one pass, the rounded outputs in another once
+            // the block is settled. A block where the saturation or a clamp
+            // could have fired is run again below.
             Word64 y64[kOrder + kBlock];
             for (int k = 0; k < kOrder; ++k) y64[k] = y[k];
-            // Wrapping (unsigned) arithmetic: an unstable filter can run the
-            // words far out of range before the check below rejects the block.
-            // Until the first word leaves 32 bits every sum is below 2^50, so
-            // the words the check sees up to there are exact.
-            Word64 newest = y[kOrder - 1];
-            for (int n = 0; n < len; ++n) {
-                UWord64 older = 0;
-                for (int k = 1; k < kOrder; ++k) {
-                    older += static_cast<UWord64>(a64[k]) * static_cast<UWord64>(y64[n + kOrder - 1 - k]);
-                }
-                const UWord64 sum = older + static_cast<UWord64>(a64[0]) * static_cast<UWord64>(newest);
-                const UWord64 feedback = static_cast<UWord64>(static_cast<Word64>(sum) >> 15);
-                newest = static_cast<Word64>(feedback * 8u +
-                                             static_cast<UWord64>(static_cast<Word64>(in[done + n]) * 65536));
-                y64[kOrder + n] = newest;
-            }
-            Word64 out_of_range = 0;
-            Word32 top = 0;
-            Word16 rounded[kBlock];
-            for (int n = 0; n < len; ++n) {
-                const Word64 v = y64[kOrder + n];
-                out_of_range |= static_cast<Word64>(static_cast<UWord64>(v) + 0x80000000u) >> 32;
-                const Word32 w = static_cast<Word32>(v);
-                y[kOrder + n] = w;
-                magnitude_or |= magnitude_bits(w);
-                top |= w >= kRoundLimit;
-                rounded[n] = round_to_16(w);
-            }
-            settled = out_of_range == 0 && high_halves_fit(abs_sum, magnitude_or);
+            plain_run(a64, in + done, y64, len);
+            const bool in_range = narrow_words(y64 + kOrder, y + kOrder, len, magnitude_or);
+            settled = in_range && high_halves_fit(abs_sum, magnitude_or);
             if (settled) {
-                clamped |= top != 0;
-                for (int n = 0; n < len; ++n) out[done + n] = rounded[n];
+                // The block's inputs are all read: out may be written now.
+                clamped |= round_words(y + kOrder, out + done, len);
             }
         }
         if (!settled) {

@@ -9,6 +9,7 @@
 // P(z)(1 + z^-1) and Q(z)(1 - z^-1).
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/lsp_cosine.h"
 #include "evrc/evrc_common.h"
 #include "evrc/evrc_tables.h"
 
@@ -18,6 +19,7 @@ constexpr int kLpcOrder = evrc::kOrder;
 constexpr int kPolyLen = 6;                    // coefficients 0..5, middle at 5
 constexpr Word32 kOneQ24 = 16777216;           // 1.0 in Q24
 constexpr Word32 kPoscosOfZero = -1073741820;  // -cos(0) in Q30, 4 above -2^30
+constexpr Word16 kLspMax = 16384;              // half the sampling frequency
 constexpr Word64 kInt32Min = -2147483647LL - 1;
 constexpr Word64 kInt32Max = 2147483647LL;
 
@@ -38,6 +40,58 @@ Word64 q24_product(Word32 b, Word32 x) {
 
 }  // namespace
 
+namespace evrc {
+
+// The operators (in the weights of the counted ones: sub 1, shl 1, mult_r 2,
+// L_mult 1, L_shl 2, round 1, L_mac64 4) through their uncounted bodies.
+Word32 poscos(Word16 lsp, UWord32 &ops) {
+    namespace d = fx::detail;
+    if (lsp == 0) return kPoscosOfZero;
+    constexpr UWord32 kWeight = (1 + 1 + 2) + 2 + (1 + 2 + 1) + 2 + (1 + 2 + 1) + (1 + 2 + 1) + 1 + 4 + 1 + 1;
+    ops += kWeight;
+    if (lsp > 0 && lsp <= kLspMax) {
+        // LSPs proper: 4 (8192 - lsp) lies in [-32768, 32764], so |theta| <=
+        // 25736 and theta2 <= 20213; no multiply sees -32768 twice, the
+        // doubled-and-shifted products 4 theta theta2, 4 theta2 theta5 and
+        // 4 theta2 theta7 stay below 2.09e9 (under the rounding's limit
+        // 0x7FFF8000 and 2^31), and the multiply-accumulate below 1.25e9:
+        // no operator clamps, and plain arithmetic gives the chain's value.
+        const Word32 theta = ((8192 - static_cast<Word32>(lsp)) * 4 * 25736 + 0x4000) >> 15;
+        const Word32 theta2 = (theta * theta + 0x4000) >> 15;
+        const Word32 theta3 = (4 * theta * theta2 + 0x8000) >> 16;
+        const Word32 theta5 = (theta2 * theta3 + 0x4000) >> 15;
+        const Word32 theta7 = (4 * theta2 * theta5 + 0x8000) >> 16;
+        const Word32 theta9 = (4 * theta2 * theta7 + 0x8000) >> 16;
+        Word64 s = 2 * static_cast<Word64>(theta9) * evrc_acsCosineCoeffs[0] +
+                   2 * static_cast<Word64>(theta7) * evrc_acsCosineCoeffs[1];
+        s >>= 8;
+        s += static_cast<Word64>(theta3) * evrc_acsCosineCoeffs[3];
+        s += static_cast<Word64>(theta) * 65536;
+        s -= static_cast<Word64>(theta5) * evrc_acsCosineCoeffs[2];
+        return static_cast<Word32>(-s);
+    }
+
+    // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
+    const Word16 theta = d::mult_r(d::shl(d::sat16(8192 - static_cast<Word32>(lsp)), 2), 25736);
+    const Word16 theta2 = d::mult_r(theta, theta);
+    const Word16 theta3 = d::round32(d::L_shl(d::L_mult(theta, theta2), 1));
+    const Word16 theta5 = d::mult_r(theta2, theta3);
+    const Word16 theta7 = d::round32(d::L_shl(d::L_mult(theta2, theta5), 1));
+    const Word16 theta9 = d::round32(d::L_shl(d::L_mult(theta2, theta7), 1));
+
+    // Odd Taylor series of the sine, highest powers first.
+    Word64 s = d::L_mult(theta9, evrc_acsCosineCoeffs[0]);
+    s = d::sat32(d::wrap_add64(s, d::wrap_shl64(static_cast<Word64>(theta7) * evrc_acsCosineCoeffs[1], 1)));
+    s = fx::L_shr64(s, 8);
+    s = fx::L_add64(s, fx::L_shr64(d::L_mult(theta3, evrc_acsCosineCoeffs[3]), 1));
+    s = fx::L_add64(s, fx::L_shl64(theta, 16));
+    s = fx::L_sub64(s, fx::L_shr64(d::L_mult(theta5, evrc_acsCosineCoeffs[2]), 1));
+
+    return static_cast<Word32>(fx::L_sat32_64(fx::L_negate64(s)));
+}
+
+}  // namespace evrc
+
 extern "C" {
 
 EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Word16 *out, Word16 weight) {
@@ -57,25 +111,10 @@ EVRC_API Word16 cmn1x_interpolate_lsp(const Word16 *prev, const Word16 *cur, Wor
 
 EVRC_API Word32 evrc_voc_poscos(Word16 lsp) {
     fx::CallScope scope;
-    if (lsp == 0) return kPoscosOfZero;
-
-    // cos(2*pi*lsp/32768) = sin(theta), theta = 2*pi*(8192 - lsp)/32768 (Q14).
-    const Word16 theta = fx::mult_r(fx::shl(fx::sub(8192, lsp), 2), 25736);
-    const Word16 theta2 = fx::mult_r(theta, theta);
-    const Word16 theta3 = fx::round32(fx::L_shl(fx::L_mult(theta, theta2), 1));
-    const Word16 theta5 = fx::mult_r(theta2, theta3);
-    const Word16 theta7 = fx::round32(fx::L_shl(fx::L_mult(theta2, theta5), 1));
-    const Word16 theta9 = fx::round32(fx::L_shl(fx::L_mult(theta2, theta7), 1));
-
-    // Odd Taylor series of the sine, highest powers first.
-    Word64 s = fx::L_mult(theta9, evrc_acsCosineCoeffs[0]);
-    s = fx::L_mac64(s, theta7, evrc_acsCosineCoeffs[1]);
-    s = fx::L_shr64(s, 8);
-    s = fx::L_add64(s, fx::L_shr64(fx::L_mult(theta3, evrc_acsCosineCoeffs[3]), 1));
-    s = fx::L_add64(s, fx::L_shl64(theta, 16));
-    s = fx::L_sub64(s, fx::L_shr64(fx::L_mult(theta5, evrc_acsCosineCoeffs[2]), 1));
-
-    return static_cast<Word32>(fx::L_sat32_64(fx::L_negate64(s)));
+    UWord32 ops = 0;
+    const Word32 c = evrc::poscos(lsp, ops);
+    fx::charge(ops);
+    return c;
 }
 
 EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Word16 n) {
@@ -97,7 +136,9 @@ EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Wor
     fx::CallScope scope;
     const int roots = order / 2;  // five
     Word32 c[kLpcOrder / 2];
-    for (int j = 0; j < roots; ++j) c[j] = evrc_voc_poscos(lsp[2 * j]);
+    UWord32 ops = 0;
+    for (int j = 0; j < roots; ++j) c[j] = evrc::poscos(lsp[2 * j], ops);
+    fx::charge(ops);
 
     Word32 buf[2][kPolyLen] = {};
     buf[0][0] = kOneQ24;

@@ -26,10 +26,9 @@ void filter_through_reference(const Word16 *v, const Word16 *h, Word16 *y, int L
     }
 }
 
-// filter_through_reference in 32-bit sums taken input by input over the
-// whole block (they vectorise): exact when max|v| * sum|h| + 2^10 < 2^31,
-// which bounds every partial sum and the rounded one; the 64-bit form
-// otherwise.
+// filter_through_reference in 32-bit sums: exact when max|v| * sum|h| +
+// 2^10 < 2^31, which bounds every partial sum in any order and the rounded
+// one; the 64-bit form otherwise.
 void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
     Word32 h_sum = 0, v_max = 0;
     for (int n = 0; n < L; ++n) {
@@ -42,13 +41,20 @@ void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
         filter_through_reference(v, h, y, L);
         return;
     }
-    Word32 acc[kMaxLen] = {};
+    // y[n] as a dot product of fixed length over zero-padded copies: v[0 ..
+    // kPadded) with h reversed so that its entry kMaxLen - 1 - n + k is
+    // h[n - k] (zero for k > n).
+    constexpr int kPadded = kMaxLen;  // a multiple of 8
+    Word16 vp[kPadded] = {}, hrev[2 * kMaxLen] = {};
     for (int k = 0; k < L; ++k) {
-        const Word16 vk = v[k];
-        for (int n = k; n < L; ++n) acc[n] += static_cast<Word32>(vk) * h[n - k];
+        vp[k] = v[k];
+        hrev[kMaxLen - 1 - k] = h[k];
     }
     for (int n = 0; n < L; ++n) {
-        y[n] = fx::saturate((acc[n] + (1 << (kImpulseShift - 1))) >> kImpulseShift);
+        const Word16 *hn = hrev + kMaxLen - 1 - n;
+        Word32 acc = 0;
+        for (int k = 0; k < kPadded; ++k) acc += static_cast<Word32>(vp[k]) * hn[k];
+        y[n] = fx::saturate((acc + (1 << (kImpulseShift - 1))) >> kImpulseShift);
     }
 }
 

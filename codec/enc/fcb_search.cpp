@@ -30,6 +30,9 @@
 // least-squares gain (see kGainLiftNum).
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "codec/basic/fixed_point.h"
 #include "codec/enc/encoder_internal.h"
@@ -70,6 +73,9 @@ constexpr int kRepairCandidates = 7;  // first-track positions tried when a pair
 // least log-spectral distance (1.1 to 1.3 within 0.03 dB).
 constexpr Word64 kGainLiftNum = 6;
 constexpr Word64 kGainLiftDen = 5;
+// Track-major diagonal entries beyond the subframe: any candidate there has
+// E < 0, so the fast search never takes one.
+constexpr Word32 kPadEnergy = -(1 << 30);
 
 struct Search {
     int L;
@@ -82,14 +88,23 @@ struct Search {
     // is column t + 5m.
     Word32 dt[kTracks][kTrackStride];
     Word32 rrt[kMaxLen][kTracks][kTrackStride];
-    Word32 diag[kMaxLen];                // rr[p][p]
-    Word64 strength[kMaxLen];            // |d / |d| + r / |r|| (scaled), the sign preset's measure
-    int cand[kTracks][kTrackPositions];  // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;                    // rr is filled (the reference and the rate-1/2 search), else rrt
+    Word32 diag[kMaxLen];                 // rr[p][p]
+    Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
+    Word64 strength[kMaxLen];             // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];   // track indices m, strongest d first (ties: lower m)
+    bool full_matrix;                     // rr is filled (the rate-1 reference), else rrt
 };
 
 // Offset of position p in a track-major row.
-int track_major(int p) { return (p % kTracks) * kTrackStride + p / kTracks; }
+constexpr int track_major_of(int p) { return (p % kTracks) * kTrackStride + p / kTracks; }
+struct TrackMajorTable {
+    unsigned char offset[kMaxLen];
+    constexpr TrackMajorTable() : offset() {
+        for (int p = 0; p < kMaxLen; ++p) offset[p] = static_cast<unsigned char>(track_major_of(p));
+    }
+};
+constexpr TrackMajorTable kTrackMajor;
+inline int track_major(int p) { return kTrackMajor.offset[p]; }
 
 // hs = h through the decoder's sharpening comb, in place with rounding.
 void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
@@ -127,35 +142,80 @@ void preset_signs(Search &s, const Word16 *residual) {
         if (residual != nullptr) rr += static_cast<Word64>(residual[n]) * residual[n];
     }
     const Word64 d_norm = isqrt(dd), r_norm = isqrt(rr);
+    const Word64 fold = s.fold_signs ? -1 : 0;
     for (int n = 0; n < s.L; ++n) {
         const Word64 r = residual != nullptr ? residual[n] : 0;
         const Word64 b = r_norm > 0 ? s.d[n] * r_norm + r * d_norm : s.d[n];
-        s.sign[n] = (s.fold_signs && b < 0) ? -1 : 1;
-        s.strength[n] = b < 0 ? -b : b;
+        const Word64 negative = b >> 63;  // -1 or 0, no branch on the unpredictable sign
+        s.sign[n] = static_cast<Word32>((negative & fold) | 1);
+        s.strength[n] = (b ^ negative) - negative;
     }
 }
 
 int track_size(int t, int L);
 
+// Compare-exchange pairs of a sorting network for eleven values (35 steps;
+// checked on all 2^11 inputs of zeros and ones, which covers every input).
+constexpr unsigned char kSortEleven[35][2] = {{0, 9}, {1, 6}, {2, 4}, {3, 7}, {5, 8},  {0, 1},  {3, 5}, {4, 10}, {6, 9},
+                                              {7, 8}, {1, 3}, {2, 5}, {4, 7}, {8, 10}, {0, 4},  {1, 2}, {3, 7},  {5, 9},
+                                              {6, 8}, {0, 1}, {2, 6}, {4, 5}, {7, 8},  {9, 10}, {2, 4}, {3, 6},  {5, 7},
+                                              {8, 9}, {1, 2}, {3, 4}, {5, 6}, {7, 8},  {2, 3},  {4, 5}, {6, 7}};
+static_assert(kTrackPositions == 11, "the network sorts one track");
+
 // Per track the positions by falling d (sign folded), for the pair searches'
 // first track: a pulse pair rarely puts its first pulse at a weak position.
+// Falling strength, ties keeping the lower m first: the keys strength * 16 +
+// 15 - m are distinct and order the positions so (strength < 2^35, so the
+// keys fit; a missing eleventh position gets key 0, below every other), and
+// the network sorts them without data-dependent branches.
 void rank_candidates(Search &s) {
+    constexpr int kIndexBits = 4;
+    constexpr UWord64 kIndexMask = (1u << kIndexBits) - 1;
     for (int t = 0; t < kTracks; ++t) {
         const int n = track_size(t, s.L);
-        // Insertion by falling strength (stable: ties keep the lower m first).
-        Word64 key[kTrackPositions];
-        int *c = s.cand[t];
-        for (int m = 0; m < n; ++m) {
-            const Word64 v = s.strength[t + kTracks * m];
-            int k = m;
-            for (; k > 0 && key[k - 1] < v; --k) {
-                key[k] = key[k - 1];
-                c[k] = c[k - 1];
-            }
-            key[k] = v;
-            c[k] = m;
+        UWord64 key[kTrackPositions];
+        for (int m = 0; m < kTrackPositions; ++m) {
+            key[m] = m < n ? (static_cast<UWord64>(s.strength[t + kTracks * m]) << kIndexBits) | (kIndexMask - m) : 0;
         }
+        for (const auto &step : kSortEleven) {
+            const UWord64 a = key[step[0]], b = key[step[1]];
+            key[step[0]] = a > b ? a : b;
+            key[step[1]] = a > b ? b : a;
+        }
+        for (int r = 0; r < n; ++r) s.cand[t][r] = static_cast<int>(kIndexMask - (key[r] & kIndexMask));
     }
+}
+
+constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
+constexpr int kLanes = 4;
+constexpr int kBlocks = kTrackStride / kLanes;  // vectors per track
+typedef Word32 Lanes32 __attribute__((vector_size(16)));
+typedef float LanesF __attribute__((vector_size(16)));
+static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+
+inline void store_lanes(Word32 *p, Lanes32 v) { std::memcpy(p, &v, sizeof(v)); }
+
+// Lane-wise products of 16-bit values held in the low halves of a's lanes
+// (zeros above) with the 16-bit value in the low half of b (zeros above):
+// one pmaddwd on SSE2.
+inline Lanes32 times16(Lanes32 a, Word32 b) {
+#if defined(__SSE2__)
+    __m128i av, bv = _mm_set1_epi32(b);
+    std::memcpy(&av, &a, sizeof(av));
+    const __m128i p = _mm_madd_epi16(av, bv);
+    Lanes32 r;
+    std::memcpy(&r, &p, sizeof(r));
+    return r;
+#else
+    const Lanes32 as = (a ^ 0x8000) - 0x8000;  // the low halves sign-extended
+    return as * static_cast<Word32>(static_cast<Word16>(b));
+#endif
+}
+
+inline Lanes32 load_lanes(const Word32 *p) {
+    Lanes32 v;
+    std::memcpy(&v, p, sizeof(v));
+    return v;
 }
 
 // The track-major matrix row by row from the last: with g[n] = h[L-1-n],
@@ -168,34 +228,93 @@ void rank_candidates(Search &s) {
 // signs folded as they are stored. Padding columns (j >= L) stay zero.
 void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rshift) {
     const int L = s.L;
-    Word16 g[kTracks][kTrackStride] = {};
-    Word32 f[kTracks][kTrackStride] = {};
-    for (int n = 0; n < L; ++n) {
-        g[n % kTracks][n / kTracks] = hr[L - 1 - n];
-        f[n % kTracks][n / kTracks] = flip[n];
-    }
     constexpr int kRow = kTracks * kTrackStride;
     constexpr int kLastTrack = kRow - kTrackStride;
-    Word32 rows[2][kRow] = {};  // rows i + 1 and i, unscaled, in turn
-    const Word16 *gf = &g[0][0];
-    const Word32 *ff = &f[0][0];
+    constexpr int kVectors = kRow / kLanes;
+    // g in 32-bit lanes holding its 16 bits and zeros above (the form of the
+    // 16 x 16-bit multiply below), and the two sign patterns of a row: f for
+    // a row whose own sign is kept, ~f for one whose sign flips.
+    Word32 g[kRow] = {}, signs[2][kRow] = {};
+    for (int n = 0; n < L; ++n) {
+        g[track_major(n)] = static_cast<UWord16>(hr[L - 1 - n]);
+        signs[0][track_major(n)] = flip[n];
+    }
+    for (int k = 0; k < kRow; ++k) signs[1][k] = ~signs[0][k];
+    Word32 rows[2][kRow] = {};                  // rows i + 1 and i, unscaled, in turn
+    const Lanes32 last_kept = {-1, -1, -1, 0};  // column 59 lies beyond every subframe
     for (int i = L - 1; i >= 0; --i) {
-        const Word16 gi = hr[L - 1 - i];
+        const Word32 gi = static_cast<UWord16>(hr[L - 1 - i]);
         const Word32 *u = rows[i & 1];
         Word32 *next = rows[(i + 1) & 1];
-        for (int k = 0; k < kLastTrack; ++k) next[k] = u[k + kTrackStride] + static_cast<Word32>(gi) * gf[k];
-        for (int m = 0; m + 1 < kTrackStride; ++m) {
-            next[kLastTrack + m] = u[m + 1] + static_cast<Word32>(gi) * gf[kLastTrack + m];
+        for (int k = 0; k < kLastTrack; k += kLanes) {
+            store_lanes(next + k, load_lanes(u + k + kTrackStride) + times16(load_lanes(g + k), gi));
         }
-        next[kRow - 1] = 0;  // column 59, beyond every subframe
+        for (int k = kLastTrack; k < kRow; k += kLanes) {
+            Lanes32 v = load_lanes(u + k - kLastTrack + 1) + times16(load_lanes(g + k), gi);
+            if (k + kLanes == kRow) v &= last_kept;
+            store_lanes(next + k, v);
+        }
         Word32 *row = &s.rrt[i][0][0];
-        const Word32 fi = flip[i];
-        for (int k = 0; k < kRow; ++k) {
-            const Word32 x = ff[k] ^ fi;
-            row[k] = ((next[k] >> rshift) ^ x) - x;
+        const Word32 *x = signs[flip[i] & 1];
+        for (int v = 0; v < kVectors; ++v) {
+            const Lanes32 xv = load_lanes(x + kLanes * v);
+            store_lanes(row + kLanes * v, ((load_lanes(next + kLanes * v) >> rshift) ^ xv) - xv);
         }
         s.diag[i] = row[track_major(i)];
     }
+    for (int k = 0; k < kTracks * kTrackStride; ++k) {
+        const int p = k % kTrackStride * kTracks + k / kTrackStride;
+        (&s.diagt[0][0])[k] = p < L ? s.diag[p] : kPadEnergy;
+    }
+}
+
+// sum a[k] b[k] over k < kDotLen (a multiple of 8) in 32 bits: pmaddwd on
+// SSE2. The callers bound every partial sum in any order below 2^31.
+constexpr int kDotLen = 56;
+inline Word32 dot16(const Word16 *a, const Word16 *b) {
+#if defined(__SSE2__)
+    __m128i acc = _mm_setzero_si128();
+    for (int k = 0; k < kDotLen; k += 8) {
+        __m128i va, vb;
+        std::memcpy(&va, a + k, sizeof(va));
+        std::memcpy(&vb, b + k, sizeof(vb));
+        acc = _mm_add_epi32(acc, _mm_madd_epi16(va, vb));
+    }
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0x4E));
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0xB1));
+    return _mm_cvtsi128_si32(acc);
+#else
+    Word32 acc = 0;
+    for (int k = 0; k < kDotLen; ++k) acc += static_cast<Word32>(a[k]) * b[k];
+    return acc;
+#endif
+}
+
+// d[n] = sum_{k >= n} x[k] hs[k - n]. With max |x| * sum |hs| < 2^31 every
+// partial sum, in any order, fits 32 bits: each d[n] is then a dot product
+// of fixed length over zero-padded copies (no loops of varying length);
+// otherwise the sums are taken in 64 bits.
+void backward_filter(const Word16 *x, const Word16 *hs, int L, Word64 *d) {
+    Word32 x_max = 0, h_sum = 0;
+    for (int n = 0; n < L; ++n) {
+        const Word32 a = x[n] < 0 ? -x[n] : x[n];
+        x_max = a > x_max ? a : x_max;
+        h_sum += hs[n] < 0 ? -hs[n] : hs[n];
+    }
+    if (static_cast<Word64>(x_max) * h_sum >= (static_cast<Word64>(1) << 31)) {
+        for (int n = 0; n < L; ++n) {
+            Word64 acc = 0;
+            for (int k = n; k < L; ++k) acc = fx::int_mac_16_16(acc, x[k], hs[k - n]);
+            d[n] = acc;
+        }
+        return;
+    }
+    Word16 xp[kMaxLen + kDotLen] = {}, hp[kDotLen] = {};
+    for (int n = 0; n < L; ++n) {
+        xp[n] = x[n];
+        hp[n] = hs[n];
+    }
+    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp);
 }
 
 // Backward-filtered target and correlation matrix, each scaled to a fixed
@@ -203,22 +322,26 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
 void prepare(Search &s, const Word16 *x, const Word16 *residual) {
     const int L = s.L;
     Word64 d64[kMaxLen];
+    backward_filter(x, s.hs, L, d64);
     Word64 peak = 0;
     for (int n = 0; n < L; ++n) {
-        Word64 acc = 0;
-        for (int k = n; k < L; ++k) acc = fx::int_mac_16_16(acc, x[k], s.hs[k - n]);
-        d64[n] = acc;
-        const Word64 a = acc < 0 ? -acc : acc;
+        const Word64 a = d64[n] < 0 ? -d64[n] : d64[n];
         peak = a > peak ? a : peak;
     }
     const int dshift = bits_of(peak) > kCorrBits ? bits_of(peak) - kCorrBits : 0;
     for (int n = 0; n < L; ++n) s.d[n] = static_cast<Word32>(d64[n] >> dshift);
-    preset_signs(s, residual);
-    for (int n = 0; n < L; ++n) {
-        s.d[n] *= s.sign[n];
-        (&s.dt[0][0])[track_major(n)] = s.d[n];
+    if (s.fold_signs) {
+        preset_signs(s, residual);
+        std::memset(s.dt, 0, sizeof(s.dt));
+        for (int n = 0; n < L; ++n) {
+            s.d[n] *= s.sign[n];
+            (&s.dt[0][0])[track_major(n)] = s.d[n];
+        }
+        rank_candidates(s);
+    } else {
+        // Other rates keep every sign positive and need no candidate order.
+        for (int n = 0; n < L; ++n) s.sign[n] = 1;
     }
-    rank_candidates(s);
     // The response is scaled down so that rr[0][0], the largest entry and
     // a bound on every partial sum (Cauchy-Schwarz), fits 31 bits; the
     // entries are then brought below 2^kMatrixBits.
@@ -363,13 +486,11 @@ void rank_track_shifts(const Search &s, int *order) {
     for (int t = 0; t < kTracks; ++t) {
         Word32 first = -1, sec = -1;
         for (int m = 0; m < track_size(t, s.L); ++m) {
+            // The two largest so far, without branching on the values.
             const Word32 v = s.d[t + kTracks * m];
-            if (v > first) {
-                sec = first;
-                first = v;
-            } else if (v > sec) {
-                sec = v;
-            }
+            const Word32 lower = v < first ? v : first;
+            sec = lower > sec ? lower : sec;
+            first = v > first ? v : first;
         }
         second[t] = sec < 0 ? 0 : sec;
     }
@@ -389,8 +510,11 @@ void rank_track_shifts(const Search &s, int *order) {
 
 int strongest_on_track(const Search &s, int t) {
     int best = t;
+    Word32 top = s.d[t];
     for (int m = 1; m < track_size(t, s.L); ++m) {
-        if (s.d[t + kTracks * m] > s.d[best]) best = t + kTracks * m;
+        const Word32 v = s.d[t + kTracks * m];
+        best = v > top ? t + kTracks * m : best;
+        top = v > top ? v : top;
     }
     return best;
 }
@@ -534,19 +658,32 @@ PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
 // ---- Rate 1, fast form ----------------------------------------------------
 //
 // The same search with the same arithmetic and the same choices, organised
-// for speed: the matrix and d are copied track-major (the entries of one
-// track's positions contiguous), each set keeps sum_q rr[p][q] over its pulses
-// for every p (updated by one row per added or moved pulse instead of being
-// summed again for each candidate), and the first three slots, which do not
-// depend on the track shift, are searched once for all shifts. All sums are
-// of the same integers as in the reference form, so they are equal; every
-// comparison is the same exact comparison of C^2 / E.
+// for speed: the matrix, d and the diagonal are copied track-major (the
+// entries of one track's positions contiguous, twelve lanes per track), each
+// set keeps sum_q rr[p][q] over its pulses for every p (updated by one row per
+// added or moved pulse instead of being summed again for each candidate), and
+// the first three slots, which do not depend on the track shift, are searched
+// once for all shifts. The eight depth-first sets keep only the sums their
+// last placements read; the full sums are formed for the four that are
+// refined. All sums are of the same integers as in the reference form, so
+// they are equal; every comparison is the same exact comparison of C^2 / E.
+//
+// Every placement scans its candidates in the reference order and keeps the
+// first with the largest C^2 / E (E > 0) that beats its starting value. The
+// scores are estimated in float, twelve lanes at a time, and a candidate is
+// compared exactly only when its estimate reaches a threshold: the best
+// estimate of the scan's first row of candidates (of the set's own score when
+// a pulse is moved), raised to that of each new exact choice, less a 10^-5
+// margin. The estimates are within a few 2^-24 of the exact scores, so no
+// candidate whose exact score reaches the best's can fail the test, and the
+// exact comparisons see every candidate that can be chosen, in scan order.
+// The candidates that pass are visited through a bit mask of the lanes (few
+// pass, at unpredictable places: branching lane by lane mispredicts).
 
-constexpr float kScoreMargin = 0.99999f;  // float estimates of C^2 / E within 10^-5
-constexpr int kLanes = 4;
-typedef Word32 Lanes32 __attribute__((vector_size(16)));
-typedef float LanesF __attribute__((vector_size(16)));
-static_assert(kTrackStride % kLanes == 0, "track rows are whole vectors");
+// The twelve lanes of one track, as vectors.
+struct TrackLanes {
+    Lanes32 v[kBlocks];
+};
 
 struct FastSet {
     int pos[kFullPulses];
@@ -556,20 +693,33 @@ struct FastSet {
     Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
 };
 
-// cross += sign * row p (all tracks; entries beyond L are never read).
-void update_cross(const Search &s, FastSet &set, int p, Word32 sign) {
-    Word32 *cross = &set.cross[0][0];
+// A depth-first set before refinement: its pulses and score (the sums its
+// placements read are formed on the way).
+struct DepthSet {
+    int pos[kFullPulses];
+    int count;
+    Word64 c;
+    Word64 e;
+    int prefix;  // the shift-independent first slots it grew from
+};
+
+// cross += row p, cross -= row p (all tracks; padding entries stay zero).
+void add_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += sign * row[i];
+    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += row[i];
+}
+void sub_row(Word32 *cross, const Search &s, int p) {
+    const Word32 *row = &s.rrt[p][0][0];
+    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] -= row[i];
 }
 
-Word32 cross_at(const FastSet &set, int p) { return set.cross[p % kTracks][p / kTracks]; }
+Word32 cross_at(const FastSet &set, int p) { return (&set.cross[0][0])[track_major(p)]; }
 
 void add_pulse_fast(const Search &s, FastSet &set, int p) {
     set.c += s.d[p];
     set.e += s.diag[p] + 2 * static_cast<Word64>(cross_at(set, p));
     set.pos[set.count++] = p;
-    update_cross(s, set, p, 1);
+    add_row(&set.cross[0][0], s, p);
 }
 
 void empty_set(FastSet &set) {
@@ -579,163 +729,276 @@ void empty_set(FastSet &set) {
     std::memset(set.cross, 0, sizeof(set.cross));
 }
 
-// place_reference: the first candidate in scan order with the largest
-// C^2 / E among those with E > 0. Starting from 0 / 1 only candidates with
-// C != 0 are taken in the loop; when none is, the first with E > 0 is.
-void place_fast(const Search &s, FastSet &set, int t1, int t2, int tried = kTrackPositions) {
-    const int n1 = track_size(t1, s.L);
-    int best1 = -1, best2 = -1;
-    Word64 bc2 = 0, be = 1;
-    if (t2 < 0) {
-        for (int m1 = 0; m1 < n1; ++m1) {
-            const int p1 = t1 + kTracks * m1;
-            const Word64 c = set.c + s.dt[t1][m1];
-            const Word64 e = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
-            const Word64 cc = c * c;
-            if (e > 0 && cc * be > bc2 * e) {
-                bc2 = cc;
-                be = e;
-                best1 = p1;
-            }
-        }
-        if (best1 < 0) {
-            for (int m1 = 0; m1 < n1 && best1 < 0; ++m1) {
-                const int p1 = t1 + kTracks * m1;
-                if (set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]) > 0) best1 = p1;
-            }
-        }
-    } else {
-        const int n2 = track_size(t2, s.L);
-        Word64 c2[kTrackStride], e2[kTrackStride];
-        for (int m = 0; m < n2; ++m) {
-            const int p = t2 + kTracks * m;
-            c2[m] = s.dt[t2][m];
-            e2[m] = s.diag[p] + 2 * static_cast<Word64>(set.cross[t2][m]);
-        }
-        // Per first pulse, the pair sums in 32 bits (|C| < 8 * 2^14 and
-        // |E| <= 64 * 2^20 by the scaling) and float products C^2 and t E
-        // (relative errors below 2^-23), t the best pair's C^2 / E estimate
-        // less a 10^-5 margin; a pair is compared exactly only when
-        // C^2 >= t E in float, which no pair whose exact score reaches the
-        // best's can fail.
-        Word32 c2w[kTrackStride] = {}, e2w[kTrackStride] = {};
-        for (int m = 0; m < n2; ++m) {
-            c2w[m] = static_cast<Word32>(c2[m]);
-            e2w[m] = static_cast<Word32>(e2[m]);
-        }
-        float threshold = 0.0f;
-        const int n1c = first_count(s, t1, tried);
-        for (int r = 0; r < n1c; ++r) {
-            const int m1 = s.cand[t1][r];
-            const int p1 = t1 + kTracks * m1;
-            const Word32 c1 = static_cast<Word32>(set.c + s.dt[t1][m1]);
-            const Word32 e1 = static_cast<Word32>(set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]));
-            const Word32 *row = s.rrt[p1][t2];
-            for (int b = 0; b < kTrackStride; b += kLanes) {
-                Lanes32 c2v, e2v, rv;
-                std::memcpy(&c2v, c2w + b, sizeof(c2v));
-                std::memcpy(&e2v, e2w + b, sizeof(e2v));
-                std::memcpy(&rv, row + b, sizeof(rv));
-                const Lanes32 cv = c1 + c2v;
-                const Lanes32 ev = e1 + e2v + 2 * rv;
-                const Lanes32 positive = ev > 0;
-                const LanesF cf = __builtin_convertvector(cv, LanesF);
-                const LanesF ef = __builtin_convertvector(ev, LanesF);
-                // C^2 >= threshold E, compared without a division. The
-                // threshold only rises: a block with no estimate at it holds
-                // no pair to compare.
-                const Lanes32 hit = positive & (cf * cf >= threshold * ef);
-                UWord64 hit_words[2];
-                std::memcpy(hit_words, &hit, sizeof(hit_words));
-                if ((hit_words[0] | hit_words[1]) == 0) continue;
-                for (int lane = 0; lane < kLanes && b + lane < n2; ++lane) {
-                    if (hit[lane] == 0) continue;
-                    const Word64 c = cv[lane];
-                    const Word64 e = ev[lane];
-                    const Word64 cc = c * c;
-                    if (cc * be > bc2 * e) {
-                        bc2 = cc;
-                        be = e;
-                        best1 = p1;
-                        best2 = t2 + kTracks * (b + lane);
-                        threshold = cf[lane] * cf[lane] / ef[lane] * kScoreMargin;
-                    }
-                }
-            }
-        }
-        for (int r = 0; r < n1c && best1 < 0; ++r) {
-            const int m1 = s.cand[t1][r];
-            const int p1 = t1 + kTracks * m1;
-            const Word64 e1 = set.e + s.diag[p1] + 2 * static_cast<Word64>(set.cross[t1][m1]);
-            for (int m2 = 0; m2 < n2 && best1 < 0; ++m2) {
-                if (e1 + e2[m2] + 2 * static_cast<Word64>(s.rrt[p1][t2][m2]) > 0) {
-                    best1 = p1;
-                    best2 = t2 + kTracks * m2;
-                }
-            }
+// Candidates of one row: C = c1 + c2, E = e1 + e2 (+ 2 seg, a matrix row's
+// entries on the lanes' track). Every sum is an exact score term (|C| < 2^17,
+// |E| < 2^27 by the scaling; padding lanes have E < 0).
+inline void row_lanes(Word32 c1, Word32 e1, const TrackLanes &c2, const TrackLanes &e2, const Word32 *seg, Lanes32 *cv,
+                      Lanes32 *ev) {
+    for (int b = 0; b < kBlocks; ++b) {
+        cv[b] = c1 + c2.v[b];
+        ev[b] = e1 + e2.v[b];
+        if (seg != nullptr) ev[b] += 2 * load_lanes(seg + kLanes * b);
+    }
+}
+
+// Largest estimate of C^2 / E over the lanes with E > 0 (0 when there is none).
+template <int Blocks = kBlocks>
+inline float row_peak(const Lanes32 *cv, const Lanes32 *ev) {
+    const LanesF zero = {0.0f, 0.0f, 0.0f, 0.0f};
+    const LanesF one = {1.0f, 1.0f, 1.0f, 1.0f};
+    LanesF peak = zero;
+    for (int b = 0; b < Blocks; ++b) {
+        const Lanes32 positive = ev[b] > 0;
+        const LanesF cf = __builtin_convertvector(cv[b], LanesF);
+        const LanesF ef = __builtin_convertvector(ev[b], LanesF);
+        LanesF q = cf * cf / (positive ? ef : one);
+        q = positive ? q : zero;
+        peak = q > peak ? q : peak;
+    }
+    float m = peak[0];
+    for (int lane = 1; lane < kLanes; ++lane) m = peak[lane] > m ? peak[lane] : m;
+    return m;
+}
+
+// Exact running choice of a scan: C, E and C^2 of the best so far, and its
+// row and lane (row -1: the starting value, not a candidate).
+struct Choice {
+    Word64 c;
+    Word64 cc;
+    Word64 e;
+    int row;
+    int lane;
+};
+
+// Bit kLanes * b + lane set for each set lane of the hit masks.
+template <int Blocks = kBlocks>
+inline unsigned hit_bits(const Lanes32 *hit) {
+#if defined(__SSE2__)
+    unsigned bits = 0;
+    for (int b = 0; b < Blocks; ++b) {
+        __m128 v;
+        std::memcpy(&v, &hit[b], sizeof(v));
+        bits |= static_cast<unsigned>(_mm_movemask_ps(v)) << (kLanes * b);
+    }
+    return bits;
+#else
+    unsigned bits = 0;
+    for (int b = 0; b < Blocks; ++b) {
+        for (int lane = 0; lane < kLanes; ++lane) bits |= (hit[b][lane] != 0 ? 1u : 0u) << (kLanes * b + lane);
+    }
+    return bits;
+#endif
+}
+
+// The lanes of row r in scan order: a lane with E > 0 whose estimate
+// reaches thr is compared exactly, and taken when C^2 * E_best > C_best^2 * E
+// (the threshold then rises to the new choice's estimate less the margin).
+template <int Blocks>
+inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best) {
+    Lanes32 hit[Blocks];
+    for (int b = 0; b < Blocks; ++b) {
+        const LanesF cf = __builtin_convertvector(cv[b], LanesF);
+        const LanesF ef = __builtin_convertvector(ev[b], LanesF);
+        hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
+    }
+    unsigned bits = hit_bits<Blocks>(hit);
+    while (bits != 0) {
+        const int m = __builtin_ctz(bits);
+        bits &= bits - 1;
+        Word32 cw, ew;  // lane m of the row
+        std::memcpy(&cw, reinterpret_cast<const char *>(cv) + sizeof(Word32) * m, sizeof(cw));
+        std::memcpy(&ew, reinterpret_cast<const char *>(ev) + sizeof(Word32) * m, sizeof(ew));
+        const Word64 c = cw;
+        const Word64 e = ew;
+        const Word64 cc = c * c;
+        if (cc * best.e > best.cc * e) {
+            best = {c, cc, e, r, m};
+            const float cf = static_cast<float>(c);
+            const float t = cf * cf / static_cast<float>(e) * kScoreMargin;
+            thr = t > thr ? t : thr;
         }
     }
-    if (best1 < 0) best1 = t1;
-    add_pulse_fast(s, set, best1);
-    if (best2 >= 0) add_pulse_fast(s, set, best2);
+}
+
+// Rows r < n (lanes from row(r, cv, ev)) in scan order through scan_lanes.
+// A negative thr: the first row's best estimate less the margin.
+template <int Blocks = kBlocks, typename Row>
+inline void scan_rows(int n, Row row, float thr, Choice &best) {
+    if (n <= 0) return;
+    Lanes32 cv[Blocks], ev[Blocks];
+    row(0, cv, ev);
+    if (thr < 0) thr = row_peak<Blocks>(cv, ev) * kScoreMargin;
+    scan_lanes<Blocks>(0, cv, ev, thr, best);
+    for (int r = 1; r < n; ++r) {
+        row(r, cv, ev);
+        scan_lanes<Blocks>(r, cv, ev, thr, best);
+    }
+}
+
+// A placement's choice: one or two pulses (p2 < 0: one) and the set's C and
+// E with them.
+struct Pick {
+    int p1;
+    int p2;
+    Word64 c;
+    Word64 e;
+};
+
+// The pairs of place_reference for the tracks t1, t2 (the first of the n1
+// strongest positions of t1, in scan order, with each position of t2), the
+// set's sums on the two tracks in cross1, cross2: scanned from `best` with
+// threshold thr (a negative thr: the first row's best estimate).
+void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
+                int n1, float thr, Choice &best) {
+    TrackLanes c2, e2;
+    for (int b = 0; b < kBlocks; ++b) {
+        c2.v[b] = load_lanes(&s.dt[t2][kLanes * b]);
+        e2.v[b] = load_lanes(&s.diagt[t2][kLanes * b]) + 2 * load_lanes(cross2 + kLanes * b);
+    }
+    const Word32 c0 = static_cast<Word32>(set_c);
+    const Word32 e0 = static_cast<Word32>(set_e);
+    const int *cand = s.cand[t1];
+    const auto row = [&](int r, Lanes32 *cv, Lanes32 *ev) {
+        const int m1 = cand[r];
+        row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
+                  ev);
+    };
+    scan_rows(n1, row, thr, best);
+}
+
+// place_reference for the tracks t1, t2 (see scan_pairs).
+Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
+               int n1) {
+    Choice best = {0, 0, 1, -1, -1};
+    scan_pairs(s, set_c, set_e, cross1, cross2, t1, t2, n1, -1.0f, best);
+    const int *cand = s.cand[t1];
+    if (best.row >= 0) {
+        return {t1 + kTracks * cand[best.row], t2 + kTracks * best.lane, best.c, best.e};
+    }
+    // No candidate with C != 0: the first with E > 0, else one pulse at t1.
+    const int n2 = track_size(t2, s.L);
+    for (int r = 0; r < n1; ++r) {
+        const int m1 = cand[r];
+        const int p1 = t1 + kTracks * m1;
+        const Word64 c1 = set_c + s.d[p1];
+        const Word64 e1 = set_e + s.diag[p1] + 2 * static_cast<Word64>(cross1[m1]);
+        for (int m2 = 0; m2 < n2; ++m2) {
+            const int p2 = t2 + kTracks * m2;
+            const Word64 e =
+                e1 + s.diag[p2] + 2 * (static_cast<Word64>(cross2[m2]) + static_cast<Word64>(s.rrt[p1][t2][m2]));
+            if (e > 0) return {p1, p2, c1 + s.d[p2], e};
+        }
+    }
+    return {t1, -1, set_c + s.d[t1], set_e + s.diag[t1] + 2 * static_cast<Word64>(cross1[0])};
+}
+
+// place_reference for the single track t1, the set's sums on it in cross1.
+Pick best_single(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, int t1) {
+    TrackLanes c2, e2;
+    for (int b = 0; b < kBlocks; ++b) {
+        c2.v[b] = load_lanes(&s.dt[t1][kLanes * b]);
+        e2.v[b] = load_lanes(&s.diagt[t1][kLanes * b]) + 2 * load_lanes(cross1 + kLanes * b);
+    }
+    const Word32 c0 = static_cast<Word32>(set_c);
+    const Word32 e0 = static_cast<Word32>(set_e);
+    const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c0, e0, c2, e2, nullptr, cv, ev); };
+    Choice best = {0, 0, 1, -1, -1};
+    scan_rows(1, row, -1.0f, best);
+    if (best.row >= 0) return {t1 + kTracks * best.lane, -1, best.c, best.e};
+    const int n1 = track_size(t1, s.L);
+    for (int m1 = 0; m1 < n1; ++m1) {
+        const int p1 = t1 + kTracks * m1;
+        const Word64 e = set_e + s.diag[p1] + 2 * static_cast<Word64>(cross1[m1]);
+        if (e > 0) return {p1, -1, set_c + s.d[p1], e};
+    }
+    return {t1, -1, set_c + s.d[t1], set_e + s.diag[t1] + 2 * static_cast<Word64>(cross1[0])};
+}
+
+// Adds a placement's pulses to a set with full sums.
+void add_pick(const Search &s, FastSet &set, const Pick &pick) {
+    set.c = pick.c;
+    set.e = pick.e;
+    set.pos[set.count++] = pick.p1;
+    add_row(&set.cross[0][0], s, pick.p1);
+    if (pick.p2 >= 0) {
+        set.pos[set.count++] = pick.p2;
+        add_row(&set.cross[0][0], s, pick.p2);
+    }
 }
 
 // refine_reference with the kept cross sums: the others' sum at p is the
-// set's sum less the moving pulse's own entry. Returns whether a pulse moved
-// (a pass that moves none leaves every later pass nothing to move).
+// set's sum less the moving pulse's own entry rr[old][p] (the matrix is
+// symmetric, so these are row old's entries on the track). Returns whether a
+// pulse moved (a pass that moves none leaves every later pass nothing to
+// move). With E <= 0 no position beats the set's score.
 bool refine_fast(const Search &s, FastSet &set) {
     bool moved = false;
     for (int k = 0; k < set.count; ++k) {
+        if (set.e <= 0) continue;
         const int old = set.pos[k];
         const int t = old % kTracks;
-        const int old_col = track_major(old);
-        const Word64 c_rest = set.c - s.d[old];
-        const Word64 e_rest = set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]);
-        int best = old;
-        Word64 bc = set.c, be = set.e;
-        for (int i = 0; i < track_size(t, s.L); ++i) {
-            const int p = t + kTracks * i;
-            const Word64 cross = static_cast<Word64>(set.cross[t][i]) - (&s.rrt[p][0][0])[old_col];
-            const Word64 c = c_rest + s.dt[t][i];
-            const Word64 e = e_rest + s.diag[p] + 2 * cross;
-            if (e > 0 && better(c, e, bc, be)) {
-                bc = c;
-                be = e;
-                best = p;
-            }
+        const Word32 c_rest = static_cast<Word32>(set.c - s.d[old]);
+        const Word32 e_rest =
+            static_cast<Word32>(set.e - s.diag[old] - 2 * (static_cast<Word64>(cross_at(set, old)) - s.diag[old]));
+        TrackLanes c2, e2;
+        for (int b = 0; b < kBlocks; ++b) {
+            c2.v[b] = load_lanes(&s.dt[t][kLanes * b]);
+            e2.v[b] = load_lanes(&s.diagt[t][kLanes * b]) +
+                      2 * (load_lanes(&set.cross[t][kLanes * b]) - load_lanes(&s.rrt[old][t][kLanes * b]));
         }
-        if (best != old) {
-            update_cross(s, set, old, -1);
-            update_cross(s, set, best, 1);
-            moved = true;
-        }
-        set.pos[k] = best;
-        set.c = bc;
-        set.e = be;
+        const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c_rest, e_rest, c2, e2, nullptr, cv, ev); };
+        Choice best = {set.c, set.c * set.c, set.e, -1, -1};
+        const float cf = static_cast<float>(set.c);
+        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+        if (best.row < 0) continue;
+        const int p = t + kTracks * best.lane;
+        sub_row(&set.cross[0][0], s, old);
+        add_row(&set.cross[0][0], s, p);
+        moved = true;
+        set.pos[k] = p;
+        set.c = best.c;
+        set.e = best.e;
     }
     return moved;
 }
 
 // refine_pairs_reference: the set without pulses a, b has
-// E - 2 cross[a] - 2 cross[b] + rr[a][a] + rr[b][b] + 2 rr[a][b].
+// E - 2 cross[a] - 2 cross[b] + rr[a][a] + rr[b][b] + 2 rr[a][b]; its sums
+// on the two tracks are the set's less rows a and b there.
 void refine_pairs_fast(const Search &s, FastSet &set) {
     for (int pass = 0; pass < kPairPasses; ++pass) {
         for (int k = 0; k + 1 < set.count; k += 2) {
             const int a = set.pos[k], b = set.pos[k + 1];
-            FastSet trial;
-            trial.count = 0;
-            for (int i = 0; i < set.count; ++i) {
-                if (i != k && i != k + 1) trial.pos[trial.count++] = set.pos[i];
+            const int ta = a % kTracks, tb = b % kTracks;
+            const Word64 c = set.c - s.d[a] - s.d[b];
+            const Word64 e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) -
+                             2 * static_cast<Word64>(cross_at(set, b)) + s.diag[a] + s.diag[b] +
+                             2 * static_cast<Word64>((&s.rrt[a][0][0])[track_major(b)]);
+            Word32 cross1[kTrackStride], cross2[kTrackStride];
+            for (int i = 0; i < kTrackStride; ++i) {
+                cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
+                cross2[i] = set.cross[tb][i] - s.rrt[a][tb][i] - s.rrt[b][tb][i];
             }
-            trial.c = set.c - s.d[a] - s.d[b];
-            trial.e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) - 2 * static_cast<Word64>(cross_at(set, b)) +
-                      s.diag[a] + s.diag[b] + 2 * static_cast<Word64>(s.rrt[a][b % kTracks][b / kTracks]);
-            const Word32 *row_a = &s.rrt[a][0][0], *row_b = &s.rrt[b][0][0];
-            const Word32 *cross = &set.cross[0][0];
-            Word32 *trial_cross = &trial.cross[0][0];
-            for (int i = 0; i < kTracks * kTrackStride; ++i) trial_cross[i] = cross[i] - row_a[i] - row_b[i];
-            place_fast(s, trial, a % kTracks, b % kTracks, kRepairCandidates);
-            if (trial.e > 0 && better(trial.c, trial.e, set.c, set.e)) set = trial;
+            // The pair placed again is kept only when it beats the set, so
+            // only such pairs are compared (from the set's score): the first
+            // of the best of them is the placement's choice whenever that
+            // choice is kept. With E <= 0 no pair beats the set.
+            if (set.e <= 0) continue;
+            Choice best = {set.c, set.c * set.c, set.e, -1, -1};
+            const float cf = static_cast<float>(set.c);
+            scan_pairs(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates),
+                       cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+            if (best.row < 0) continue;
+            const Pick pick = {ta + kTracks * s.cand[ta][best.row], tb + kTracks * best.lane, best.c, best.e};
+            // The trial set: the other pulses in their order, then the pair.
+            int n = 0;
+            for (int i = 0; i < set.count; ++i) {
+                if (i != k && i != k + 1) set.pos[n++] = set.pos[i];
+            }
+            sub_row(&set.cross[0][0], s, a);
+            sub_row(&set.cross[0][0], s, b);
+            set.count = n;
+            add_pick(s, set, pick);
         }
     }
 }
@@ -749,37 +1012,74 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     for (int i = 0; i < 2; ++i) {
         int slots[kFullPulses];
         slot_order(starts[i], order[0], slots);
-        empty_set(prefix[i]);
-        add_pulse_fast(s, prefix[i], strongest_on_track(s, slots[0]));
-        place_fast(s, prefix[i], slots[1], slots[2]);
-        place_fast(s, prefix[i], slots[3], slots[4]);
+        FastSet &set = prefix[i];
+        empty_set(set);
+        add_pulse_fast(s, set, strongest_on_track(s, slots[0]));
+        for (int q = 1; q < 5; q += 2) {
+            add_pick(s, set,
+                     best_pair(s, set.c, set.e, set.cross[slots[q]], set.cross[slots[q + 1]], slots[q], slots[q + 1],
+                               track_size(slots[q], s.L)));
+        }
     }
-    FastSet sets[2 * kShiftsTried];
+    DepthSet sets[2 * kShiftsTried];
     int shift_of[2 * kShiftsTried];
     int n = 0;
+    // Two shifts can put the same two tracks first among the double-pulse
+    // tracks after the same start (shifts s - 1 and s after start s): their
+    // pair placements are one, made once.
+    Pick pairs[2][kTracks * kTracks];
+    bool placed[2][kTracks * kTracks] = {};
     for (int k = 0; k < kShiftsTried; ++k) {
         for (int i = 0; i < 2; ++i) {
             int slots[kFullPulses];
             slot_order(starts[i], order[k], slots);
-            FastSet &set = sets[n];
-            set = prefix[i];
-            place_fast(s, set, slots[5], slots[6]);
-            place_fast(s, set, slots[7], -1);
+            const FastSet &pre = prefix[i];
+            DepthSet &set = sets[n];
+            const int key = slots[5] * kTracks + slots[6];
+            if (!placed[i][key]) {
+                pairs[i][key] = best_pair(s, pre.c, pre.e, pre.cross[slots[5]], pre.cross[slots[6]], slots[5], slots[6],
+                                          track_size(slots[5], s.L));
+                placed[i][key] = true;
+            }
+            const Pick &pair = pairs[i][key];
+            Word32 cross7[kTrackStride];
+            for (int m = 0; m < kTrackStride; ++m) {
+                cross7[m] = pre.cross[slots[7]][m] + s.rrt[pair.p1][slots[7]][m] +
+                            (pair.p2 >= 0 ? s.rrt[pair.p2][slots[7]][m] : 0);
+            }
+            const Pick single = best_single(s, pair.c, pair.e, cross7, slots[7]);
+            std::memcpy(set.pos, pre.pos, sizeof(set.pos));
+            set.count = pre.count;
+            set.pos[set.count++] = pair.p1;
+            if (pair.p2 >= 0) set.pos[set.count++] = pair.p2;
+            set.pos[set.count++] = single.p1;
+            set.c = single.c;
+            set.e = single.e;
+            set.prefix = i;
             shift_of[n++] = order[k];
         }
     }
     int rank[2 * kShiftsTried];
     rank_sets(sets, n, rank);
-    int winner = rank[0];
+    FastSet refined[kRefined];
+    int winner = 0;
     for (int r = 0; r < kRefined && r < n; ++r) {
-        FastSet &set = sets[rank[r]];
+        const DepthSet &depth = sets[rank[r]];
+        const FastSet &pre = prefix[depth.prefix];
+        FastSet &set = refined[r];
+        std::memcpy(set.pos, depth.pos, sizeof(set.pos));
+        set.count = depth.count;
+        set.c = depth.c;
+        set.e = depth.e;
+        std::memcpy(set.cross, pre.cross, sizeof(set.cross));
+        for (int q = pre.count; q < depth.count; ++q) add_row(&set.cross[0][0], s, depth.pos[q]);
         refine_pairs_fast(s, set);
         for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
         }
-        if (r > 0 && ranks_above(set, sets[winner])) winner = rank[r];
+        if (r > 0 && ranks_above(set, refined[winner])) winner = r;
     }
-    *ts_out = shift_of[winner];
-    const FastSet &best = sets[winner];
+    *ts_out = shift_of[rank[winner]];
+    const FastSet &best = refined[winner];
     PulseSet out = {};
     std::memcpy(out.pos, best.pos, sizeof(out.pos));
     out.count = best.count;
@@ -828,33 +1128,62 @@ void encode_full(const PulseSet &set, const Word32 *sign, int ts, Word16 *indice
 
 // ---- Rate 1/2 ---------------------------------------------------------------
 
+// rr[i][j] from the track-major copy.
+Word32 entry(const Search &s, int i, int j) { return s.rrt[i][j % kTracks][j / kTracks]; }
+
+// All 2 x 8^3 combinations in the reference's scan order (p0, p1, then p2)
+// through the lane scan: a row per (p0, p1), the eight p2 in two vectors.
+// The first combination with E > 0 is taken even with C = 0, and any later
+// one with C != 0 then beats it, so the choice is the scan's (first of the
+// best with C != 0), else the first with E > 0, else field 0.
 Word16 search_half(const Search &s) {
-    int best_field = 0;
-    Word64 bc = 0, be = 1;
-    bool found = false;
-    for (int p0 = 0; p0 < kHalfPositions; ++p0) {
-        const int q0 = kHalfStep * p0;
-        if (q0 >= s.L) continue;
-        for (int p1 = 0; p1 < kHalfPositions; ++p1) {
-            const int q1 = kHalfStep * p1 + kHalfTrackStep;
-            if (q1 >= s.L) continue;
-            const Word64 c01 = static_cast<Word64>(s.d[q0]) - s.d[q1];
-            const Word64 e01 = static_cast<Word64>(s.rr[q0][q0]) + s.rr[q1][q1] - 2 * static_cast<Word64>(s.rr[q0][q1]);
-            for (int p2 = 0; p2 < kHalfPositions; ++p2) {
-                const int q2 = kHalfStep * p2 + 2 * kHalfTrackStep;
-                if (q2 >= s.L) continue;
-                const Word64 c = c01 + s.d[q2];
-                const Word64 e = e01 + s.rr[q2][q2] + 2 * (static_cast<Word64>(s.rr[q0][q2]) - s.rr[q1][q2]);
-                if (e > 0 && (!found || better(c, e, bc, be))) {
-                    found = true;
-                    bc = c;
-                    be = e;
-                    best_field = (c < 0 ? 0x200 : 0) | (p0 << 6) | (p1 << 3) | p2;
-                }
-            }
+    constexpr int kHalfBlocks = kHalfPositions / kLanes;
+    Word32 d2[kHalfPositions], e2[kHalfPositions];
+    Word32 r0[kHalfPositions][kHalfPositions], r1[kHalfPositions][kHalfPositions];
+    for (int p2 = 0; p2 < kHalfPositions; ++p2) {
+        const int q2 = kHalfStep * p2 + 2 * kHalfTrackStep;
+        const bool in = q2 < s.L;
+        d2[p2] = in ? s.d[q2] : 0;
+        e2[p2] = in ? s.diag[q2] : kPadEnergy;
+        for (int p = 0; p < kHalfPositions; ++p) {
+            const int q0 = kHalfStep * p, q1 = q0 + kHalfTrackStep;
+            r0[p][p2] = in && q0 < s.L ? entry(s, q0, q2) : 0;
+            r1[p][p2] = in && q1 < s.L ? entry(s, q1, q2) : 0;
         }
     }
-    return static_cast<Word16>(best_field);
+    int rows[kHalfPositions * kHalfPositions];  // p0 * 8 + p1 of the rows inside the subframe
+    int n = 0;
+    for (int p0 = 0; p0 < kHalfPositions; ++p0) {
+        for (int p1 = 0; p1 < kHalfPositions; ++p1) {
+            if (kHalfStep * p0 < s.L && kHalfStep * p1 + kHalfTrackStep < s.L) rows[n++] = p0 * kHalfPositions + p1;
+        }
+    }
+    const auto row = [&](int r, Lanes32 *cv, Lanes32 *ev) {
+        const int p0 = rows[r] / kHalfPositions, p1 = rows[r] % kHalfPositions;
+        const int q0 = kHalfStep * p0, q1 = kHalfStep * p1 + kHalfTrackStep;
+        const Word32 c01 = s.d[q0] - s.d[q1];
+        const Word32 e01 = s.diag[q0] + s.diag[q1] - 2 * entry(s, q0, q1);
+        for (int b = 0; b < kHalfBlocks; ++b) {
+            cv[b] = c01 + load_lanes(d2 + kLanes * b);
+            ev[b] = e01 + load_lanes(e2 + kLanes * b) +
+                    2 * (load_lanes(&r0[p0][kLanes * b]) - load_lanes(&r1[p1][kLanes * b]));
+        }
+    };
+    if (n == 0) return 0;
+    Choice best = {0, 0, 1, -1, -1};
+    scan_rows<kHalfBlocks>(n, row, -1.0f, best);
+    const auto field = [&](int r, int p2, Word64 c) {
+        return static_cast<Word16>((c < 0 ? 0x200 : 0) | (rows[r] << 3) | p2);
+    };
+    if (best.row >= 0) return field(best.row, best.lane, best.c);
+    for (int r = 0; r < n; ++r) {
+        Lanes32 cv[kHalfBlocks], ev[kHalfBlocks];
+        row(r, cv, ev);
+        for (int p2 = 0; p2 < kHalfPositions; ++p2) {
+            if (ev[p2 / kLanes][p2 % kLanes] > 0) return field(r, p2, cv[p2 / kLanes][p2 % kLanes]);
+        }
+    }
+    return 0;
 }
 
 // ---- Gain -------------------------------------------------------------------
@@ -863,12 +1192,16 @@ Word16 search_half(const Search &s) {
 void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z) {
     Word16 fcb[55];
     evrc_dec_fixed_codebook(fcb, indices, rate);
-    for (int n = 0; n < s.L; ++n) z[n] = 0;
+    // z[n] = sum_{p <= n} amp[p] hs[n - p] as dot products of fixed length
+    // over zero-padded copies (hs reversed), for all p at once: the few
+    // pulses' places are not branched on. The amplitudes are small integers,
+    // so the 32-bit sums are those of the pulse-by-pulse form.
+    Word16 amp[kDotLen] = {}, hrev[kMaxLen + kDotLen] = {};
     for (int p = 0; p < s.L; ++p) {
-        if (fcb[p] == 0) continue;
-        const Word32 amp = fcb[p] / 2048;
-        for (int n = p; n < s.L; ++n) z[n] += amp * s.hs[n - p];
+        amp[p] = static_cast<Word16>(fcb[p] / 2048);
+        hrev[kMaxLen - 1 - p] = s.hs[p];
     }
+    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n);
 }
 
 // Gain index of the least error g^2 |z|^2 / 2^30 - 2 g c / 2^15, c = 1.2 <x,z>.
@@ -892,10 +1225,9 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
         const Word64 g = evrc_acsFcbGainVQFull[full ? i : 2 * i + 1];
         // g^2 e / 2^15 - 2 g c, both sides scaled by 2^15.
         const Word64 err = ((g * g * e) >> kGainQ) - 2 * g * c;
-        if (i == 0 || err < best_err) {
-            best_err = err;
-            best = i;
-        }
+        const bool take = i == 0 || err < best_err;
+        best_err = take ? err : best_err;
+        best = take ? i : best;
     }
     return static_cast<Word16>(best);
 }
@@ -907,7 +1239,7 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
-    s.full_matrix = reference || rate != EVRC_RATE_FULL;
+    s.full_matrix = reference && rate == EVRC_RATE_FULL;
     sharpen(h, s.hs, s.L, acb_gain, lag);
     prepare(s, target, residual);
 

@@ -15,6 +15,11 @@
 //      frame in eight of speech);
 //   5. bandwidth expansion a_k 0.994^k.
 // LPC are a1..a10 of A(z) = 1 - sum a_k z^-k in Q27.
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "codec/basic/fixed_point.h"
 #include "codec/enc/enc_tables.h"
 #include "evrc/evrc_enc.h"
@@ -29,6 +34,8 @@ constexpr int kRefQ = 30;                      // reflection coefficients, Q30
 constexpr Word32 kMaxReflection = 1073634449;  // 0.9999 in Q30
 constexpr Word16 kErrorMarginShift = 10;       // error kept below r0 (1 - 2^-10)
 constexpr Word16 kTransitionShift = 2;         // residual energy ratio 4 (6 dB) marks a transition
+constexpr Word32 kRoundLimit = 0x7FFF8000;     // round32 saturates from here
+constexpr UWord32 kMultWeight = 1, kAbsWeight = 3, kShlWeight = 2, kRoundWeight = 1;  // L_mult, L_abs, L_shl, round
 
 // work_lpc layout: previous frame's unexpanded LPC (Q12) and a flag saying it
 // is valid.
@@ -55,31 +62,78 @@ Word64 residual_energy(const Word16 *a_q12, const Word32 *r) {
     return e;
 }
 
+// acc[k] = 2 sum_{n >= k} x[n] x[n - k], k < kLags. On SSE2, when no sample
+// is -32768, pmaddwd's sums of two products stay below 2^31 and are added
+// into 64-bit lanes; the lagged copies are zero-padded in front.
+void autocorrelation(const Word16 *x, Word64 *acc) {
+#if defined(__SSE2__)
+    bool min16 = false;
+    for (int n = 0; n < kFrame; ++n) min16 |= x[n] == fx::kMin16;
+    if (!min16) {
+        constexpr int kPad = 24;  // at least kLags - 1, a multiple of 8
+        Word16 xp[kPad + kFrame] = {};
+        for (int n = 0; n < kFrame; ++n) xp[kPad + n] = x[n];
+        const Word16 *xs = xp + kPad;
+        for (int k = 0; k < kLags; ++k) {
+            __m128i lo = _mm_setzero_si128(), hi = _mm_setzero_si128();
+            for (int n = 0; n < kFrame; n += 8) {
+                __m128i a, b;
+                std::memcpy(&a, xs + n, sizeof(a));
+                std::memcpy(&b, xs + n - k, sizeof(b));
+                const __m128i p = _mm_madd_epi16(a, b);
+                const __m128i sign = _mm_srai_epi32(p, 31);
+                lo = _mm_add_epi64(lo, _mm_unpacklo_epi32(p, sign));
+                hi = _mm_add_epi64(hi, _mm_unpackhi_epi32(p, sign));
+            }
+            Word64 lanes[4];
+            std::memcpy(lanes, &lo, 2 * sizeof(Word64));
+            std::memcpy(lanes + 2, &hi, 2 * sizeof(Word64));
+            acc[k] = fx::L_shl64(lanes[0] + lanes[1] + lanes[2] + lanes[3], 1);
+        }
+        return;
+    }
+#endif
+    for (int k = 0; k < kLags; ++k) {
+        Word64 s = 0;
+        for (int n = k; n < kFrame; ++n) s = fx::int_mac_16_16(s, x[n], x[n - k]);
+        acc[k] = fx::L_shl64(s, 1);
+    }
+}
+
 }  // namespace
 
 extern "C" {
 
 EVRC_API Word16 cmn1x_hamming_window(const Word16 *in, Word16 *out) {
     fx::CallScope scope;
+    // The window is positive and below 2^15, so L_mult cannot clamp and no
+    // product is -2^31 (L_abs cannot clamp); a shift by the peak's norm
+    // cannot clamp either, only the rounding can. Plain, branch-free loops
+    // (they vectorise) with the operators' weights charged at once.
     Word32 prod[kFrame];
     Word32 peak = 0;
     for (int n = 0; n < kFrame; ++n) {
-        prod[n] = fx::L_mult(in[n], evrc_enc_tables::lpc_analysis_window[n]);
-        peak = fx::MAX32(peak, fx::L_abs(prod[n]));
+        prod[n] = 2 * static_cast<Word32>(in[n]) * evrc_enc_tables::lpc_analysis_window[n];
+        const Word32 a = prod[n] < 0 ? -prod[n] : prod[n];
+        peak = a > peak ? a : peak;
     }
+    fx::charge(kFrame * (kMultWeight + kAbsWeight));
     const Word16 shift = peak == 0 ? 0 : fx::norm_l(peak);
-    for (int n = 0; n < kFrame; ++n) out[n] = fx::round32(fx::L_shl(prod[n], shift));
+    Word32 top = 0;
+    for (int n = 0; n < kFrame; ++n) {
+        const Word32 w = static_cast<Word32>(static_cast<UWord32>(prod[n]) << shift);
+        top |= w >= kRoundLimit;
+        out[n] = static_cast<Word16>(w >= kRoundLimit ? fx::kMax16 : (w >> 16) + ((w >> 15) & 1));
+    }
+    fx::charge(kFrame * (kShlWeight + kRoundWeight));
+    if (top != 0) fx::raise_overflow();
     return shift;
 }
 
 EVRC_API Word16 evrc_autocorr(const Word16 *x, Word32 *r) {
     fx::CallScope scope;
     Word64 acc[kLags];
-    for (int k = 0; k < kLags; ++k) {
-        Word64 s = 0;
-        for (int n = k; n < kFrame; ++n) s = fx::int_mac_16_16(s, x[n], x[n - k]);
-        acc[k] = fx::L_shl64(s, 1);
-    }
+    autocorrelation(x, acc);
     fx::charge(static_cast<UWord32>(kLags * kFrame));
     if (acc[0] == 0) {
         for (int k = 0; k < kLags; ++k) r[k] = 0;

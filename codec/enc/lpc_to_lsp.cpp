@@ -14,6 +14,7 @@
 // interlaced: the roots of P' are LSPs 1, 3, .., 9, those of Q' LSPs 2, .., 10.
 // A minimum spacing keeps the set strictly ordered.
 #include "codec/basic/fixed_point.h"
+#include "codec/common/lsp_cosine.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 
@@ -31,12 +32,14 @@ constexpr Word32 kOneQ30 = 1 << 30;
 constexpr Word32 kGridStepCosQ30 = 1073418433;  // cos(2 pi 128 / 32768) = cos(pi / 128)
 constexpr UWord32 kEvalWeight = 3 * kHalf + 3;  // one multiply, add, subtract per Clenshaw step
 constexpr UWord32 kGridWeight = 3;              // one multiply, round, subtract per grid cosine
+constexpr UWord32 kNegateWeight = 2;            // the bisection's cosine is negated (L_negate)
+constexpr int kBisectionSteps = 7;              // a grid step of 128 halved down to one
 
 // Clenshaw evaluation of the Chebyshev series of a half polynomial at
 // x = cos(2 pi lsp / 32768), x in Q30 (used as Q24 here, so that the 64-bit
-// products cannot wrap). Only the sign and relative size matter.
+// products cannot wrap). Only the sign and relative size matter. Uncharged:
+// the callers charge kEvalWeight per evaluation.
 Word64 eval_half_poly(const Word32 *c, Word32 x_q30) {
-    fx::charge(kEvalWeight);
     const Word64 x_q24 = fx::L_shr64(x_q30, 6);
     Word64 b1 = 0;
     Word64 b2 = 0;
@@ -49,39 +52,81 @@ Word64 eval_half_poly(const Word32 *c, Word32 x_q30) {
     return fx::L_sub64(fx::L_add64(fx::L_shr64(c[kHalf], 1), fx::L_shr64(x_q24 * b1, 24)), b2);
 }
 
-Word32 cos_of_lsp(Word16 lsp) { return fx::L_negate(evrc_voc_poscos(lsp)); }
-
-// Roots of one half polynomial in LSP units, ascending; returns their number
-// (at most kHalf are stored).
-int find_roots(const Word32 *c, const Word32 *grid_cos, Word16 *roots) {
-    int found = 0;
-    Word64 f_lo = eval_half_poly(c, grid_cos[0]);
-    for (int g = 1; g * kGridStep <= kLspNyquist; ++g) {
-        const Word64 f_hi = eval_half_poly(c, grid_cos[g]);
-        if ((f_lo < 0) != (f_hi < 0)) {
-            if (found == kHalf) return found + 1;
-            Word16 lo = static_cast<Word16>((g - 1) * kGridStep);
-            Word16 hi = static_cast<Word16>(g * kGridStep);
-            Word64 fl = f_lo;
-            Word64 fh = f_hi;
-            while (hi - lo > 1) {
-                const Word16 mid = static_cast<Word16>((lo + hi) >> 1);
-                const Word64 fm = eval_half_poly(c, cos_of_lsp(mid));
-                if ((fm < 0) == (fl < 0)) {
-                    lo = mid;
-                    fl = fm;
-                } else {
-                    hi = mid;
-                    fh = fm;
-                }
-            }
-            const Word64 al = fl < 0 ? -fl : fl;
-            const Word64 ah = fh < 0 ? -fh : fh;
-            roots[found++] = al <= ah ? lo : hi;
-        }
-        f_lo = f_hi;
+// L_negate uncounted.
+Word32 negate(Word32 x) {
+    if (x == fx::kMin32) {
+        fx::raise_overflow();
+        return fx::kMax32;
     }
+    return -x;
+}
+
+constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
+constexpr int kMaxBrackets = 2 * kHalf;
+
+// A sign change of one polynomial between grid points g - 1 and g, narrowed
+// by bisection: f(lo) and f(hi) have different signs.
+struct Bracket {
+    const Word32 *c;
+    Word16 lo, hi;
+    Word64 fl, fh;
+    Word16 *root;
+};
+
+// The sign changes of one half polynomial on the grid, in order: the first
+// kHalf become brackets (whose roots are written to roots[0 ..]); returns
+// their number, or kHalf + 1 at a sixth change. The evaluations are charged
+// as a scan that stops at the sixth change evaluates them.
+int bracket_roots(const Word32 *c, const Word32 *grid_cos, Word16 *roots, Bracket *out) {
+    Word64 f[kGridPoints];
+    for (int g = 0; g < kGridPoints; ++g) f[g] = eval_half_poly(c, grid_cos[g]);
+    int found = 0;
+    for (int g = 1; g < kGridPoints; ++g) {
+        if ((f[g - 1] < 0) != (f[g] < 0)) {
+            if (found == kHalf) {
+                fx::charge(kEvalWeight * static_cast<UWord32>(g + 1));
+                return found + 1;
+            }
+            out[found] = {c,
+                          static_cast<Word16>((g - 1) * kGridStep),
+                          static_cast<Word16>(g * kGridStep),
+                          f[g - 1],
+                          f[g],
+                          roots + found};
+            ++found;
+        }
+    }
+    fx::charge(kEvalWeight * kGridPoints);
     return found;
+}
+
+// Bisection of every bracket to one LSP step, all brackets a step at a time
+// (their evaluations are independent and overlap); each root is the end
+// where |f| is smaller. Each midpoint costs an evaluation, a cosine and its
+// negation, charged at once.
+void bisect(Bracket *brackets, int n) {
+    UWord32 ops = 0;
+    for (int step = 0; step < kBisectionSteps; ++step) {
+        for (int i = 0; i < n; ++i) {
+            Bracket &b = brackets[i];
+            const Word16 mid = static_cast<Word16>((b.lo + b.hi) >> 1);
+            const Word32 cosine = evrc::poscos(mid, ops);
+            const Word64 fm = eval_half_poly(b.c, negate(cosine));
+            // Selects, not branches: the side is unpredictable.
+            const bool low_side = (fm < 0) == (b.fl < 0);
+            b.lo = low_side ? mid : b.lo;
+            b.fl = low_side ? fm : b.fl;
+            b.hi = low_side ? b.hi : mid;
+            b.fh = low_side ? b.fh : fm;
+        }
+    }
+    fx::charge(ops + static_cast<UWord32>(n * kBisectionSteps) * (kEvalWeight + kNegateWeight));
+    for (int i = 0; i < n; ++i) {
+        const Bracket &b = brackets[i];
+        const Word64 al = b.fl < 0 ? -b.fl : b.fl;
+        const Word64 ah = b.fh < 0 ? -b.fh : b.fh;
+        *b.root = al <= ah ? b.lo : b.hi;
+    }
 }
 
 // Pushes neighbours apart to at least kMinGap, inside (0, 16384).
@@ -134,8 +179,11 @@ EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, cons
 
     Word16 p_roots[kHalf + 1];
     Word16 q_roots[kHalf + 1];
-    const int np = find_roots(p, grid_cos, p_roots);
-    const int nq = find_roots(q, grid_cos, q_roots);
+    Bracket brackets[kMaxBrackets];
+    const int np = bracket_roots(p, grid_cos, p_roots, brackets);
+    const int bp = np > kHalf ? kHalf : np;
+    const int nq = bracket_roots(q, grid_cos, q_roots, brackets + bp);
+    bisect(brackets, bp + (nq > kHalf ? kHalf : nq));
     bool ok = np == kHalf && nq == kHalf;
     for (int i = 0; ok && i < kHalf; ++i) {
         ok = p_roots[i] < q_roots[i] && (i + 1 == kHalf || q_roots[i] < p_roots[i + 1]);

@@ -61,11 +61,35 @@ constexpr Word16 kSteerShiftQ8 = 256;
 // (x[kFrame ..] is the current frame). The bound above keeps every partial
 // sum of the doubled products within 32 bits, so plain integer arithmetic
 // equals the L_mac chain; the chain's operation count is charged once.
-Word32 correlate(const Word16 *x, int lag) {
+Word32 correlation(const Word16 *x, int lag) {
     Word32 sum = 0;
     for (int n = kFrame; n < 2 * kFrame; ++n) sum += static_cast<Word32>(x[n]) * x[n - lag];
-    fx::charge(static_cast<UWord32>(kFrame));
     return sum * 2;
+}
+// correlation(x, d) for d = kMinDelay .. kMaxDelay into r[d - kMinDelay].
+void correlations(const Word16 *x, Word32 *r) {
+    constexpr int kBlock = 4;
+    int i = 0;
+    for (; i + kBlock <= kLags; i += kBlock) {
+        const Word16 *y = x - kMinDelay - i;
+        Word32 s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+        for (int n = kFrame; n < 2 * kFrame; ++n) {
+            const Word32 xn = x[n];
+            s0 += xn * y[n];
+            s1 += xn * y[n - 1];
+            s2 += xn * y[n - 2];
+            s3 += xn * y[n - 3];
+        }
+        r[i] = s0 * 2;
+        r[i + 1] = s1 * 2;
+        r[i + 2] = s2 * 2;
+        r[i + 3] = s3 * 2;
+    }
+    for (; i < kLags; ++i) r[i] = correlation(x, kMinDelay + i);
+}
+Word32 correlate(const Word16 *x, int lag) {
+    fx::charge(static_cast<UWord32>(kFrame));
+    return correlation(x, lag);
 }
 
 }  // namespace
@@ -117,41 +141,73 @@ EVRC_API void evrc_calc_frame_delay_and_beta(EvrcEncoderState *state) {
     // Scale the part of the residual the correlations read (from 120 samples
     // before the current frame) into 11 bits.
     constexpr int kFirst = kFrame - kMaxDelay;
-    Word16 peak = 0;
-    for (int n = kFirst; n < 2 * kFrame; ++n) peak = fx::MAX16(peak, fx::abs_s(res[n]));
+    // The per-sample and per-lag operators below are tallied in ops and
+    // charged once (the same operators, computed uncounted).
+    UWord32 ops = 0;
+    // The largest abs_s of the samples from their extremes (abs_s clamps
+    // -32768 to 32767 with the flag).
+    Word16 hi = 0, lo = 0;
+    for (int n = kFirst; n < 2 * kFrame; ++n) {
+        hi = res[n] > hi ? res[n] : hi;
+        lo = res[n] < lo ? res[n] : lo;
+    }
+    ops += 2 * kFrame - kFirst;  // abs_s
+    if (lo == fx::kMin16) fx::raise_overflow();
+    const Word16 peak = static_cast<Word16>(-static_cast<Word32>(lo) > hi ? (lo == fx::kMin16 ? fx::kMax16 : -lo) : hi);
     if (peak == 0) {
+        fx::charge(ops);
         state->sDelay = (prev_delay >= kMinDelay && prev_delay <= kMaxDelay) ? prev_delay : 40;
         state->sBeta = 0;
         state->work_pitch[evrc_enc::kPrevBetaSlot] = 0;
         return;
     }
     const Word16 scale = fx::sub(fx::norm_s(peak), kScaledPeakNorm);
+    // shl by scale: scale >= 0 only when the peak is below 2^12, and then
+    // every sample lands below 2^11 (no clamp); a negative scale shifts right.
     Word16 x[2 * kFrame];
     for (int n = 0; n < kFirst; ++n) x[n] = 0;
-    for (int n = kFirst; n < 2 * kFrame; ++n) x[n] = fx::shl(res[n], scale);
+    if (scale >= 0) {
+        for (int n = kFirst; n < 2 * kFrame; ++n) x[n] = static_cast<Word16>(res[n] * (1 << scale));
+    } else {
+        for (int n = kFirst; n < 2 * kFrame; ++n) x[n] = static_cast<Word16>(res[n] >> -scale);
+    }
+    ops += 2 * kFrame - kFirst;  // shl
 
-    // Energy of the current frame and of each lagged window (sliding).
+    // Energy of the current frame and of each lagged window (sliding): sums
+    // of at most 161 doubled squares below 2^22 stay below 2^31, so the
+    // L_mac and L_msu chains never clamp.
     const Pf e0 = Pf::from_l(correlate(x, 0));
     Word32 e_lag = 0;
-    for (int n = kFrame - kMinDelay; n < 2 * kFrame - kMinDelay; ++n) e_lag = fx::L_mac(e_lag, x[n], x[n]);
+    for (int n = kFrame - kMinDelay; n < 2 * kFrame - kMinDelay; ++n) e_lag += 2 * static_cast<Word32>(x[n]) * x[n];
+    ops += kFrame;  // L_mac
+    // The correlations of all lags, four lags per pass over the frame.
+    Word32 r[kLags];
+    correlations(x, r);
+    ops += kLags * kFrame;
     // The peak lag by rho^2 compared cross-multiplied (r_i^2 e_b > r_b^2 e_i,
     // no square root or division per lag); rho itself only where the
     // choices below read it.
-    Word32 r[kLags];
     Pf r2[kLags], el[kLags];
     int best = 0;
     for (int i = 0; i < kLags; ++i) {
         const int d = kMinDelay + i;
         if (i > 0) {
-            e_lag = fx::L_mac(e_lag, x[kFrame - d], x[kFrame - d]);
-            e_lag = fx::L_msu(e_lag, x[2 * kFrame - d], x[2 * kFrame - d]);
+            e_lag += 2 * (static_cast<Word32>(x[kFrame - d]) * x[kFrame - d] -
+                          static_cast<Word32>(x[2 * kFrame - d]) * x[2 * kFrame - d]);
+            ops += 2;  // L_mac, L_msu
         }
-        r[i] = correlate(x, d);
         const bool usable = r[i] > 0 && e_lag > 0;
-        el[i] = Pf::from_l(usable ? e_lag : 0);
-        r2[i] = usable ? Pf::from_l(r[i]).mul(Pf::from_l(r[i])) : Pf::from_l(0);
-        if (r2[i].m != 0 && (r2[best].m == 0 || r2[i].mul(el[best]).greater(r2[best].mul(el[i])))) best = i;
+        el[i] = Pf::from_l(usable ? e_lag : 0, ops);
+        if (usable) {
+            const Pf ri = Pf::from_l(r[i], ops);
+            ops += Pf::kFromLWeight;  // the second from_l of the square
+            r2[i] = ri.mul(ri, ops);
+        } else {
+            r2[i] = Pf{0, Pf::kZeroExp};
+        }
+        if (r2[i].m != 0 && (r2[best].m == 0 || r2[i].mul(el[best], ops).greater(r2[best].mul(el[i], ops)))) best = i;
     }
+    fx::charge(ops);
     Word16 rho[kLags];
     bool known[kLags] = {};
     const auto rho_at = [&](int i) {

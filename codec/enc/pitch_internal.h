@@ -61,6 +61,34 @@ struct Pf {
         const Word16 s = fx::add(e, 15);
         return s >= 0 ? fx::shl(m, s) : fx::shr(m, fx::negate(s));
     }
+    // from_l, norm and mul with the weights of their operators added to ops
+    // instead of charged one by one (same values, same flag): for loops that
+    // charge their tally once. A normalising shift never clamps, nor does
+    // the product of two normalised mantissas (below 2^15 after the shift)
+    // or the shift that renormalises it; the exponent sums saturate as add
+    // and sub do.
+    static Pf from_l(Word32 x, UWord32 &ops) {
+        if (x <= 0) return Pf{0, kZeroExp};
+        ops += kFromLWeight;
+        const int n = __builtin_clz(static_cast<UWord32>(x)) - 1;  // norm_l of a positive value
+        return Pf{static_cast<Word16>((x << n) >> 16), static_cast<Word16>(16 - n)};
+    }
+    static Pf norm(Word16 m, Word16 e, UWord32 &ops) {
+        if (m <= 0) return Pf{0, kZeroExp};
+        ops += kNormWeight;
+        const int n = __builtin_clz(static_cast<UWord32>(m)) - 17;  // norm_s of a positive value
+        return Pf{static_cast<Word16>(m << n), fx::detail::sat16(e - n)};
+    }
+    Pf mul(Pf b, UWord32 &ops) const {
+        if (m == 0 || b.m == 0) return Pf{0, kZeroExp};
+        ops += kMulWeight;
+        const Word16 q = static_cast<Word16>((static_cast<Word32>(m) * b.m) >> 15);
+        return norm(q, fx::detail::sat16(fx::detail::sat16(e + b.e) + 15), ops);
+    }
+    static constexpr UWord32 kFromLWeight = 30 + 2 + 1 + 1;  // norm_l, L_shl, extract_h, sub
+    static constexpr UWord32 kNormWeight = 15 + 1 + 1;       // norm_s, shl, sub
+    static constexpr UWord32 kMulWeight = 1 + 1 + 1;         // mult, add, add (then norm)
+
     bool greater(Pf b) const {
         if (m == 0) return false;
         if (b.m == 0) return true;
