@@ -2,13 +2,12 @@
 // noise estimation, fast correlation, LSP weights and split VQ) against
 // models written from their definitions in plain 64-bit integers (the LPC
 // recursion against double precision), over random inputs: results,
-// overflow flag and operation counter must agree. Then the rate rules and
-// packet rules: evrc_ratedec over the band
-// selection: first frame full, never full straight to eighth, forced eighth,
-// both full-rate limiting variants, one-shot noise reset, the clamp to the
-// caller's range (applied last), hangover after speech. Whole frames: side
-// information replaces the delay fields, the caller's limits hold, and a
-// large delay jump packs a zero delta.
+// overflow flag and operation counter must agree. Then the rate rules of
+// evrc_ratedec around the band selection: first frame full, never full
+// straight to eighth, forced eighth, one-shot noise reset, the clamp to the
+// caller's range (applied last). (Hangover and full-rate limiting: the
+// selection model, the golden streams and the tool's rate options.) Whole
+// frames: side information replaces the delay fields.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,12 +25,15 @@
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/effects.h"
 #include "tests/support/iterations.h"
 
 namespace {
 
 constexpr int64_t kMax32 = 2147483647, kMin32 = -kMax32 - 1;
 
+using evrc_test::effects;
+using evrc_test::Effects;
 using evrc_test::iterations;
 
 struct Rng {
@@ -87,14 +89,6 @@ struct Ops {
     }
 };
 
-using Effects = std::pair<bool, uint32_t>;
-template <class F>
-Effects effects(F f) {  // flag and weight of a call, the flag cleared before
-    evrc_giOverflow = 0;
-    const uint32_t before = evrc_op_counter;
-    f();
-    return {evrc_giOverflow != 0, evrc_op_counter - before};
-}
 template <class F>
 Effects model_effects(F f) {  // a model's: its exported calls' and its operators'
     Ops o;
@@ -308,14 +302,8 @@ TEST(OpenLoopPitch, FastCorrelationMatchesTheOperatorChain) {
             x[n] = static_cast<Word16>(it % 3 ? r.in(-2047, 2047) : n % 2 ? 2047 : -2047);
         const int lag = static_cast<int>(r.in(20, 120));
         Word32 fast = 0, ref = 0;
-        const Effects e = effects([&] {
-            fx::CallScope scope;
-            fast = evrc_enc::correlate_fast(x, lag);
-        });
-        ASSERT_EQ(e, effects([&] {
-                      fx::CallScope scope;
-                      ref = evrc_enc::correlate_reference(x, lag);
-                  }));
+        const Effects e = effects([&] { fast = evrc_enc::correlate_fast(x, lag); });
+        ASSERT_EQ(e, effects([&] { ref = evrc_enc::correlate_reference(x, lag); }));
         ASSERT_GT(e.second, 0u);
         ASSERT_EQ(fast, ref) << it;
     }
@@ -454,26 +442,15 @@ TEST(LspQuantisation, MatchesModel) {
     }
 }
 
-TEST(LspQuantisation, SearchTiesFloorAndFallback) {
-    const Word16 target[3] = {1000, 2000, 3000}, w[3] = {-32768, 20000, 20000};  // weights read unsigned
-    // Row 0 is at the floor, rows 1 and 2 tie: the lower index wins.
-    const Word16 book[9] = {500, 2000, 3000, 1010, 2000, 3000, 1010, 2000, 3000};
-    Word16 floor = 500, out[3], index = -1;
-    evrc_search_lsps(w, target, &floor, book, (3u << 16) | 7, out, &index);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(floor, 3000 + 261);
-    // No row above the floor: row 0 is taken; the margin wraps at 16 bits.
-    const Word16 high[3] = {100, 200, 32700};
-    floor = 32000;
-    evrc_search_lsps(w, target, &floor, high, (3u << 16) | 1, out, &index);
+// A search with no row above the floor takes row 0, and the next floor
+// wraps at 16 bits (the codec's codebooks stay far below; ties, floors and
+// weights are the model test's).
+TEST(LspQuantisation, FallbackRowAndFloorWrap) {
+    const Word16 w[3] = {1, 1, 1}, target[3] = {1000, 2000, 3000}, book[3] = {100, 200, 32700};
+    Word16 floor = 32000, out[3], index = -1;
+    evrc_search_lsps(w, target, &floor, book, (3u << 16) | 1, out, &index);
     EXPECT_EQ(index, 0);
     EXPECT_EQ(floor, static_cast<Word16>(32700 + 261 - 65536));
-    // Coincident LSPs: fixed weights, large only before any distance was weighted.
-    const Word16 lsp[10] = {100, 100, 900, 1200, 1200, 1200, 4000, 5000, 6000, 7000};
-    Word32 weights[10];
-    evrc_compute_lsp_weights(lsp, weights);
-    EXPECT_EQ(std::vector<Word32>(weights, weights + 4), (std::vector<Word32>{3688575, 3688575, weights[2], 411775}));
-    EXPECT_GT(weights[2], 411775);
 }
 
 // ---- Rate rules and whole frames ----------------------------------------------
@@ -515,16 +492,6 @@ TEST(RateRules, FirstFrameStepDownForcingAndClamp) {
     EXPECT_EQ(decide(capped.get(), "SLS"), (Rates{3, 3, 1})) << "the first frame is clamped too";
 }
 
-TEST(RateRules, FullRateLimitingVariants) {
-    const UWord32 n = 2;
-    auto every = new_encoder(), run = new_encoder();
-    evrc_set_enc_params(every.get(), 4, 0, 1 | (n << 2), 0, 0, 0);  // counter runs every frame
-    EXPECT_EQ(static_cast<UWord32>(every->lRateCtrlFlags), (1u << 14) | (n << 16));
-    EXPECT_EQ(decide(every.get(), "LLLLLLSSLL"), (Rates{3, 3, 4, 3, 3, 4, 3, 1, 4, 3}));
-    evrc_set_enc_params(run.get(), 4, 0, 3 | (n << 2), 0, 0, 0);  // over consecutive full frames
-    EXPECT_EQ(decide(run.get(), "LLLLLLLSLLL"), (Rates{4, 4, 3, 4, 4, 3, 4, 3, 4, 4, 3}));
-}
-
 TEST(RateRules, NoiseResetIsOneShot) {
     auto st = new_encoder();
     evrc_set_enc_params(st.get(), 4, 0, 0, 0, 1, 0);
@@ -535,21 +502,6 @@ TEST(RateRules, NoiseResetIsOneShot) {
         EXPECT_EQ(st->lRateCtrlFlags, 0);
     }
     EXPECT_EQ(st->sMinRate, 0) << "the rate decision leaves the caller's limits alone";
-}
-
-TEST(RateRules, HangoverAfterSpeech) {
-    auto st = new_encoder();
-    EXPECT_EQ(decide(st.get(), "LLSS"), (Rates{4, 4, 3, 1})) << "none at the first step down after start";
-    EXPECT_EQ(st->sFirstFrameDone, 2);
-    // 7 extra full frames at a low-band SNR index of 2 or less, 3 at index 3,
-    // none from 4; then half, then eighth.
-    const int extra[5] = {7, 7, 7, 3, 0};
-    for (Word16 snr = 0; snr < 5; ++snr) {
-        decide(st.get(), "LL");
-        Rates want(extra[snr], 4);
-        want.insert(want.end(), {3, 1});
-        EXPECT_EQ(decide(st.get(), std::string(want.size(), 'S').c_str(), snr), want) << "SNR index " << snr;
-    }
 }
 
 // ---- Whole frames -------------------------------------------------------------
@@ -610,30 +562,6 @@ TEST(FrameRules, SideInformationReplacesDelayFields) {
         s.next(packet);
         EXPECT_EQ(packet[0], max_rate);
     }
-}
-
-// A minimum of full rate makes every packet full, a maximum of half none;
-// a delay jump of 16 or more packs a zero delta and moves the previous delay.
-TEST(FrameRules, RateLimitsAndDeltaDelay) {
-    Stream s(9), capped(10);
-    evrc_set_enc_params(s.st.get(), 4, 4, 0, 0, 0, 0);
-    evrc_set_enc_params(capped.st.get(), 3, 0, 0, 0, 0, 0);
-    int jumps = 0;
-    for (int f = 0; f < iterations(90); ++f) {
-        UWord16 packet[12];
-        capped.next(packet);
-        ASSERT_TRUE(packet[0] == 1 || packet[0] == 3) << f;
-        const Word16 prev = static_cast<Word16>(s.rng.in(20, 120));
-        s.st->sPrevDelay = prev;
-        s.next(packet);
-        ASSERT_EQ(packet[0], 4) << f;
-        const EvrcFrameParams fp = unpack(packet);
-        const int d = fp.delay - prev;
-        ASSERT_EQ(fp.delta_delay, std::abs(d) >= 16 ? 0 : d + 16) << f;
-        ASSERT_EQ(s.st->sPrevDelay, fp.delay);
-        jumps += std::abs(d) >= 16;
-    }
-    EXPECT_TRUE(iterations(90) < 90 || (jumps > 0 && jumps < 90)) << jumps;
 }
 
 }  // namespace
