@@ -1,8 +1,9 @@
 // The encoder's exactly defined stages (band-energy rate decision, noise
 // estimation, fast correlation, LSP weights and split VQ) against
-// models written from their definitions in plain 64-bit integers (the LPC
-// recursion against double precision), over random inputs: results,
-// overflow flag and operation counter must agree. Then the rate rules of
+// models written from their definitions in plain 64-bit integers and the
+// arithmetic layer's operators (held to exact models of their own in
+// tests/basic), the LPC recursion against double precision, over random
+// inputs: results, overflow flag and operation counter must agree. Then the rate rules of
 // evrc_ratedec around the band selection: first frame full, never full
 // straight to eighth, forced eighth, one-shot noise reset, the clamp to the
 // caller's range (applied last). (Hangover and full-rate limiting: the
@@ -67,39 +68,6 @@ int64_t sat(int64_t v, int64_t hi) { return v > hi ? hi : (v < -hi - 1 ? -hi - 1
 int16_t hi16(int32_t x) { return static_cast<int16_t>(x >> 16); }
 int32_t lo16u(int32_t x) { return x & 0xFFFF; }
 
-// Counted operators as defined (result, flag, weight); the out-of-line
-// arithmetic functions are called in their exported form.
-struct Ops {
-    bool flag = false;
-    uint32_t weight = 0;
-    int32_t clamp(int64_t v) { return flag |= v != sat(v, kMax32), static_cast<int32_t>(sat(v, kMax32)); }
-    int32_t L_mult(int32_t a, int32_t b) { return weight += 1, clamp(2 * int64_t{a} * b); }
-    int32_t L_mac(int32_t acc, int32_t a, int32_t b) { return weight += 1, clamp(acc + 2 * int64_t{a} * b); }
-    int32_t L_shl(int32_t x, int n) {
-        // Up to 31 places the exact product fits 64 bits; beyond, only its sign matters.
-        const int64_t v = x == 0    ? 0
-                          : n <= 31 ? int64_t{x} * (int64_t{1} << n)
-                          : x > 0   ? int64_t{kMax32} + 1
-                                    : int64_t{kMin32} - 1;
-        return weight += 2, clamp(v);
-    }
-    int32_t L_mult_32_16(int32_t L, int16_t b) {
-        const int32_t high = clamp(2 * int64_t{hi16(L)} * b);
-        return weight += 5, clamp(int64_t{high} + ((lo16u(L) * b) >> 15));
-    }
-    int64_t L_mult64_32_32(int32_t a, int32_t b) {
-        const int64_t cross = int64_t{lo16u(a)} * hi16(b) + int64_t{lo16u(b)} * hi16(a);
-        return weight += 5, clamp(2 * int64_t{hi16(a)} * hi16(b)) + (cross >> 15);
-    }
-};
-
-template <class F>
-Effects model_effects(F f) {  // a model's: its exported calls' and its operators'
-    Ops o;
-    const Effects e = effects([&] { f(o); });
-    return {e.first || o.flag, e.second + o.weight};
-}
-
 // ---- Rate decision ----------------------------------------------------------
 
 struct Bands {
@@ -122,7 +90,7 @@ Bands random_bands(Rng &r) {
     return b;
 }
 
-int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, int ws, int as, Ops &o) {
+int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, int ws, int as) {
     const int s = static_cast<int>(sat(std::min<int64_t>(sat(sat(2 * ws, 32767) + as, 32767), 30) + 1, 32767));
     int16_t rate = 1;
     for (int k = 0; k < 2; ++k) {
@@ -130,11 +98,11 @@ int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, 
         for (int i = 0; i < 17; ++i) acc += int64_t{hi16(r[i])} * evrc_acsBandFiltAuto[k][i];
         acc = s >= 0 ? acc >> std::min(s, 63) : (-s >= 64 ? 0 : static_cast<int64_t>(static_cast<uint64_t>(acc) << -s));
         const int32_t e = static_cast<int32_t>(sat(acc, kMax32)), old = b.energy[k];
-        b.energy[k] = static_cast<int32_t>(sat(int64_t{o.L_mult(hi16(old), 19661)} + ((lo16u(old) * 19661) >> 15) +
-                                                   o.L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
+        b.energy[k] = static_cast<int32_t>(sat(int64_t{fx::L_mult(hi16(old), 19661)} + ((lo16u(old) * 19661) >> 15) +
+                                                   fx::L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
                                                kMax32));
-        const int32_t t = o.L_shl(b.noise[k], 7), f = evrc_acnRateThreshScaleFact[b.snr[k]];
-        const int32_t upper = o.L_mult_32_16(t, hi16(f)), lower = o.L_mult_32_16(t, static_cast<int16_t>(f));
+        const int32_t t = fx::L_shl(b.noise[k], 7), f = evrc_acnRateThreshScaleFact[b.snr[k]];
+        const int32_t upper = fx::L_mult_32_16(t, hi16(f)), lower = fx::L_mult_32_16(t, static_cast<int16_t>(f));
         rate = std::max<int16_t>(rate, e > upper ? 4 : lower >= e ? 1 : 3);
     }
     if (rate == 4) return b.hangover = 0, 4;
@@ -159,13 +127,13 @@ TEST(RateDecision, SelectionMatchesModel) {
         const Effects e = effects([&] {
             got = evrc_rate_selection(ac, b.snr, b.noise, b.energy, &b.hangover, &b.first, prev, last, ws, as);
         });
-        ASSERT_EQ(e, model_effects([&](Ops &o) { want = model_rate_selection(ac, m, prev, last, ws, as, o); }));
+        ASSERT_EQ(e, effects([&] { want = model_rate_selection(ac, m, prev, last, ws, as); }));
         ASSERT_EQ(got, want);
         ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b));
     }
 }
 
-void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
+void model_update_rate_info(Bands &b, int16_t beta) {
     const bool fast = beta < 9831 && b.low_beta > 7;
     b.low_beta = static_cast<int16_t>(beta >= 9831 ? 0 : fast ? b.low_beta : std::min(b.low_beta + 1, 32767));
     const int g = beta >= 16384 && b.high_beta >= 5 ? 31785 : 32768;
@@ -173,8 +141,8 @@ void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
     for (int k = 0; k < 2; ++k) {
         const int16_t f = fast ? 1 : b.snr[k] > 3, m = fast ? 16876 : b.snr[k] < 4 ? 16384 : 16474;
         const int32_t n = b.noise[k], s = b.signal[k];
-        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{o.L_mult(hi16(n), m)}, kMax32);
-        const int64_t raised = sat(int64_t{n} + (o.L_mult(f, f) >> 1), kMax32);
+        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{fx::L_mult(hi16(n), m)}, kMax32);
+        const int64_t raised = sat(int64_t{n} + (fx::L_mult(f, f) >> 1), kMax32);
         b.noise[k] = static_cast<int32_t>(std::max<int64_t>(
             std::min(std::max(raised, scaled), std::min<int64_t>(b.energy[k], 5059644)), k == 0 ? 10 : 5));
         b.signal[k] = static_cast<int32_t>(
@@ -182,7 +150,7 @@ void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
     }
     for (int k = 0; k < 2; ++k) {
         const int16_t d = static_cast<int16_t>(evrc_log2(b.signal[k]) - evrc_log2(b.noise[k]));
-        b.snr[k] = static_cast<int16_t>(std::clamp<int>(((o.L_mult(19728, d) >> 10) + 32768 - 262144) >> 16, 0, 7));
+        b.snr[k] = static_cast<int16_t>(std::clamp<int>(((fx::L_mult(19728, d) >> 10) + 32768 - 262144) >> 16, 0, 7));
     }
 }
 
@@ -193,7 +161,7 @@ TEST(RateDecision, BandEstimatesMatchModel) {
         const int16_t beta = r.in(0, 3) ? static_cast<int16_t>(r.in(0, 32767)) : r.w16();
         const Effects e = effects(
             [&] { evrc_update_rate_info(b.noise, b.energy, b.signal, b.snr, &b.low_beta, &b.high_beta, beta); });
-        ASSERT_EQ(e, model_effects([&](Ops &o) { model_update_rate_info(m, beta, o); }));
+        ASSERT_EQ(e, effects([&] { model_update_rate_info(m, beta); }));
         ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b)) << it;
     }
 }
@@ -212,16 +180,16 @@ TEST(RateDecision, NoiseLevelMatchesModel) {
         st->sRate = static_cast<Word16>(r.in(0, 1) ? 1 : r.in(2, 4));
         EvrcEncoderState m = *st;
         const Effects e = effects([&] { evrc_background_noise_estimation(st.get(), st->asSpeech + 160); });
-        ASSERT_EQ(e, model_effects([&](Ops &o) {
+        ASSERT_EQ(e, effects([&] {
                       const int32_t ratio = evrc_divide_dp(m.pred_error, m.autocorr[0], 2);
                       m.pred_gain = hi16(ratio);
                       int64_t energy = 0;
                       for (int n = 160; n < 320; ++n) energy += int64_t{m.asSpeech[n]} * m.asSpeech[n];
-                      const int64_t prod = o.L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio);
-                      const int16_t level = hi16(o.L_mult(8974, evrc_square_root(static_cast<int32_t>(prod))) >> 1);
+                      const int64_t prod = fx::L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio);
+                      const int16_t level = hi16(fx::L_mult(8974, evrc_square_root(static_cast<int32_t>(prod))) >> 1);
                       if (m.noise_level > 2 * level) m.noise_level = level;
                       if (m.noise_pending == 0 && m.sRate != 1) return;
-                      m.noise_level = hi16(o.L_mac(o.L_mac(32768, level, 10923), m.noise_level, 21845));
+                      m.noise_level = hi16(fx::L_mac(fx::L_mac(32768, level, 10923), m.noise_level, 21845));
                       m.noise_pending = 0;
                       for (int i = 0; i < 10; ++i) m.noise_lpc[i] = hi16(m.lpc[i]);
                   }));
