@@ -26,10 +26,10 @@ namespace {
 
 using evrc_test::iterations;
 
-// A decoder record as the component creates it: zero-filled, then set up.
+// A decoder record as the component creates it: zero-filled (value-
+// initialised), then set up.
 std::unique_ptr<EvrcDecoderState> new_decoder() {
     auto st = std::make_unique<EvrcDecoderState>();
-    std::memset(st.get(), 0, sizeof(EvrcDecoderState));
     evrc_init_dec(st.get());
     return st;
 }
