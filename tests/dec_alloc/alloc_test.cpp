@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <random>
 

@@ -2,7 +2,6 @@
 // in codec/: output, memory, overflow flag and operation count must agree on
 // random inputs, quiet and loud, including coefficient sets that make the
 // clamps fire.
-#include <cstdint>
 #include <cstring>
 #include <random>
 
