@@ -338,13 +338,6 @@ TEST(LspQuantisation, MatchesModel) {
         ASSERT_EQ(0, std::memcmp(w, mw, sizeof w)) << "raw weights stay in the weight array";
         ASSERT_EQ(0, std::memcmp(q, mq, sizeof q));
         ASSERT_EQ(0, std::memcmp(idx, midx, sizeof idx));
-        Word16 norm[5];
-        uint16_t mnorm[5];
-        const Word16 n = static_cast<Word16>(r.in(1, 5));
-        const int first = static_cast<int>(r.in(0, 10 - n));
-        ASSERT_EQ(effects([&] { evrc_norm_lsp_weights(w + first, norm, n); }),
-                  effects([&] { model_norm(w + first, n, mnorm); }));
-        ASSERT_EQ(0, std::memcmp(norm, mnorm, n * sizeof(Word16)));
     }
 }
 
