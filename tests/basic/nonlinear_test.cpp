@@ -119,21 +119,16 @@ TEST(Nonlinear, SeriesRootAndPolynomialLogarithmsApproximate) {
         const Outcome v = observe([&] { return evrc_fnLog2(L); });
         ASSERT_NEAR(v.value, std::log2(L / 2147483648.0) * 67108864.0, 0.01 * 67108864.0) << L;
         ASSERT_EQ(v, (Outcome{fx::fnLog2(L), false, 48})) << L;
-        const struct {
-            Outcome got;
-            int64_t inlined;
-            int scale;
-            uint32_t weight;
-            double tol;
-        } scaled[] = {
+        const std::tuple<Outcome, int64_t, int, uint32_t, double> scaled[] = {
+            // got, inline form, scale, weight, tol
             {observe([&] { return evrc_log2_3term(L); }), fx::log2_3term(L), 32768, 40, 0},  // exactly fnLog2
             {observe([&] { return evrc_fnLog10(L); }), fx::fnLog10(L), 9864, 51, 2},
             {observe([&] { return evrc_log_3term(L); }), fx::log_3term(L), 22713, 41, 2},
             {observe([&] { return evrc_log10_3term(L); }), fx::log10_3term(L), 9864, 41, 2},
         };
-        for (const auto &s : scaled) {
-            ASSERT_NEAR(s.got.value, v.value * static_cast<double>(s.scale) / 32768.0, s.tol) << L;
-            ASSERT_EQ(s.got, (Outcome{s.inlined, false, s.weight})) << L;
+        for (const auto &[got, inlined, scale, weight, tol] : scaled) {
+            ASSERT_NEAR(got.value, v.value * static_cast<double>(scale) / 32768.0, tol) << L;
+            ASSERT_EQ(got, (Outcome{inlined, false, weight})) << L;
         }
     }
     EXPECT_EQ(evrc_fnLog2(0x40000000), -66519040);

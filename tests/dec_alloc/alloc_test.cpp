@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <new>
 #include <random>
 
@@ -72,15 +71,13 @@ TEST(DecoderAllocation, DecodingAllocatesNothing) {
     std::mt19937 rng(1);
     const int frames = 400;
     std::vector<EvrcPacket> packets;
-    for (int i = 0; i < frames; ++i) {  // every rate, erasure rate words, noise under a full-rate word, quarter rate
+    // Every rate, both erasure rate words, noise under a full-rate word, quarter rate.
+    const Word16 kRates[8] = {EVRC_RATE_FULL,   EVRC_RATE_FULL, EVRC_RATE_HALF, EVRC_RATE_EIGHTH,
+                              EVRC_RATE_EIGHTH, 0x0013,         EVRC_RATE_FULL, EVRC_RATE_QUARTER};
+    for (int i = 0; i < frames; ++i) {
         const int kind = i % 8;
-        EvrcPacket p{EVRC_RATE_QUARTER, {}};
-        if (kind < 5)
-            p = evrc_random::random_packet(rng, kind < 2    ? EVRC_RATE_FULL
-                                                : kind == 2 ? EVRC_RATE_HALF
-                                                            : EVRC_RATE_EIGHTH);
-        if (kind == 5) p.rate = static_cast<Word16>(i % 16 == 5 ? 0 : 0x0013);
-        if (kind == 6) p.rate = EVRC_RATE_FULL;
+        EvrcPacket p = kind < 5 ? evrc_random::random_packet(rng, kRates[kind]) : EvrcPacket{kRates[kind], {}};
+        if (i % 16 == 5) p.rate = EVRC_RATE_BLANK;
         for (auto &w : p.data) w = kind == 6 ? static_cast<Word16>(evrc_random::uniform_int(rng, -32768, 32767)) : w;
         packets.push_back(p);
     }

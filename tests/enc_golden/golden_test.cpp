@@ -18,7 +18,6 @@
 #include <gtest/gtest.h>
 
 #include "evrc/basic_op.h"
-#include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 
 namespace {

@@ -141,6 +141,11 @@ public:
         return comp->empty_this_buffer(h, hdr);
     }
     OMX_ERRORTYPE ftb(OMX_BUFFERHEADERTYPE *hdr) { return comp->fill_this_buffer(h, hdr); }
+    // Input buffer i with these bytes, then output buffer i; true when the
+    // component takes both.
+    bool exchange(std::size_t i, const Bytes &bytes, OMX_U32 flags = 0, OMX_TICKS ts = 0) {
+        return etb(in[i], bytes, flags, ts) == OMX_ErrorNone && ftb(out[i]) == OMX_ErrorNone;
+    }
 
 private:
     bool wait(const std::function<bool()> &done) {

@@ -14,13 +14,13 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
-#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "evrc/evrc_dec.h"
+#include "tests/support/temp_dir.h"
 #include "tools/random_packets.h"
 
 namespace {
@@ -78,14 +78,7 @@ struct Recorder {
 };
 
 TEST(BellagioCore, FoundByRoleAndDecodesLikeTheDirectDecoderUpToEndOfStream) {
-    char dir_template[] = "/tmp/evrc_bellagio_XXXXXX";
-    ASSERT_NE(mkdtemp(dir_template), nullptr);
-    const std::string dir = dir_template;
-    const std::shared_ptr<void> cleanup(nullptr, [&](void *) {
-        for (const char *f : {"/lib/libevrc_omx.so", "/register.log", "/registry"}) unlink((dir + f).c_str());
-        rmdir((dir + "/lib").c_str());
-        rmdir(dir.c_str());
-    });
+    const std::string dir = evrc_test::own_temp_dir("evrc_bellagio");  // removed at exit
     ASSERT_EQ(mkdir((dir + "/lib").c_str(), 0700), 0);
     ASSERT_EQ(symlink(EVRC_OMX_LIBRARY, (dir + "/lib/libevrc_omx.so").c_str()), 0);
     ASSERT_EQ(setenv("OMX_BELLAGIO_REGISTRY", (dir + "/registry").c_str(), 1), 0);

@@ -163,34 +163,32 @@ TEST(Tool, HelpAndUsageErrors) {
     }
 }
 
+// A QCP file and raw slots with junk behind each packet (which the decoder
+// must ignore), directly and through the OpenMAX IL component (over two input
+// buffers), with and without the postfilter.
 TEST(Tool, DecodesQcpAndRawSlotsLikeTheLibrary) {
     const std::vector<Bytes> stream = random_stream(3, 40);
-    const Pcm want = decode_directly(stream, 0);
-    const std::string qcp = write_qcp_file("in.qcp", stream);
-    ToolRun r = run({"decode", qcp, tmp("qcp.wav")});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(read_wav(tmp("qcp.wav")), want);
-    // Through the OpenMAX IL component: the same samples, over two input buffers.
-    r = run({"decode", "--omx", qcp, tmp("omx.wav")});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(read_wav(tmp("omx.wav")), want);
-    r = run({"decode", "--no-postfilter", qcp, tmp("nopf.wav")});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(read_wav(tmp("nopf.wav")), decode_directly(stream, 1));
-
-    // Raw slots with junk behind each packet: the decoder must ignore it.
+    const Pcm want = decode_directly(stream, 0), unfiltered = decode_directly(stream, 1);
+    const std::string qcp = write_qcp_file("in.qcp", stream), raw = tmp("in.bin");
     std::mt19937 junk(17);
-    Bytes raw;
+    Bytes slots;
     for (const Bytes &b : stream) {
-        for (std::size_t i = 0; i < 24; ++i) raw.push_back(i < b.size() ? b[i] : static_cast<std::uint8_t>(junk()));
+        for (std::size_t i = 0; i < 24; ++i) slots.push_back(i < b.size() ? b[i] : static_cast<std::uint8_t>(junk()));
     }
-    save(tmp("in.bin"), raw);
-    for (const bool omx : {false, true}) {
-        r = run(omx ? std::vector<std::string>{"decode", "--raw", "--omx", tmp("in.bin"), tmp("omx_raw.wav")}
-                    : std::vector<std::string>{"decode", "--raw", tmp("in.bin"), tmp("raw.wav")});
+    save(raw, slots);
+    auto decodes_to = [&](std::vector<std::string> args, const Pcm &pcm) {
+        args.insert(args.begin(), "decode");
+        args.push_back(tmp("out.wav"));
+        std::filesystem::remove(args.back());
+        const ToolRun r = run(args);
         ASSERT_EQ(r.status, 0) << r.err;
-        EXPECT_EQ(read_wav(tmp(omx ? "omx_raw.wav" : "raw.wav")), want);
-    }
+        EXPECT_EQ(read_wav(tmp("out.wav")), pcm) << args[1] << " " << args[2];
+    };
+    decodes_to({qcp}, want);
+    decodes_to({"--omx", qcp}, want);
+    decodes_to({"--no-postfilter", qcp}, unfiltered);
+    decodes_to({"--raw", raw}, want);
+    decodes_to({"--raw", "--omx", raw}, want);
 }
 
 // Bad inputs and outputs of every command: one line naming the file, exit
@@ -239,7 +237,7 @@ TEST(Tool, BadInputIsNamedAndNothingIsWritten) {
 }
 
 // Audio files of any rate and channel count are brought to 8 kHz mono and
-// encoded; every reader of QCP files reads the result.
+// encoded; our decoder and FFmpeg's read the result.
 TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
     struct Case {
         const char *name;
@@ -256,15 +254,8 @@ TEST(Tool, EncodesAudioFilesThatEveryReaderReads) {
         ASSERT_EQ(enc.status, 0) << enc.err;
         const std::size_t packets = static_cast<std::size_t>(std::ceil(c.seconds * 50));
         EXPECT_NE(enc.err.find(std::to_string(packets) + " packets"), std::string::npos) << enc.err;
-
-        const evrc::QcpReadResult r = evrc::read_qcp(qcp);
-        ASSERT_TRUE(r) << r.error;
-        EXPECT_EQ(r.file.packets.size(), packets);
         ASSERT_EQ(run({"decode", qcp, tmp("dec.flac")}).status, 0);
         EXPECT_EQ(read_wav(tmp("dec.flac"), true).size(), packets * EVRC_FRAME_SIZE);
-        const ToolRun info = run({"info", qcp});
-        EXPECT_EQ(info.status, 0) << info.err;
-        EXPECT_NE(info.out.find("problems:  none"), std::string::npos) << info.out;
         if (std::system("command -v ffmpeg >/dev/null 2>&1") == 0) {
             const std::string cmd = "ffmpeg -nostdin -v error -y -i '" + qcp + "' '" + tmp("ff.wav") + "'";
             ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
@@ -335,30 +326,28 @@ TEST(Tool, RateOptionsBoundThePackets) {
     EXPECT_EQ(rates({"--limit", "2", "--limit-mode", "run"}).longest, 2u);
 }
 
-TEST(Tool, InfoNamesWhatIsWrongWithoutRefusing) {
-    std::string qcp = slurp(write_qcp_file("info.qcp", random_stream(13, 8)));
-    const ToolRun whole = run({"info", tmp("info.qcp")});
-    ASSERT_EQ(whole.status, 0) << whole.err;
-    EXPECT_NE(whole.out.find("duration:  0.18 s (9 packets of 20 ms)"), std::string::npos) << whole.out;
-    EXPECT_NE(whole.out.find("packets:   full 4, half 2, eighth 2, blank 1; unknown rate 0"), std::string::npos)
-        << whole.out;
-    EXPECT_NE(whole.out.find("problems:  none"), std::string::npos) << whole.out;
-
-    qcp.replace(qcp.find("vrat"), 4, "junk");          // an unknown chunk now
-    qcp[qcp.find("data") + 8] = static_cast<char>(2);  // a rate octet the rate map does not list
-    save(tmp("odd.qcp"), Bytes(qcp.begin(), qcp.end()));
-    const ToolRun odd = run({"info", tmp("odd.qcp")});
-    ASSERT_EQ(odd.status, 0) << odd.err;
-    EXPECT_NE(odd.out.find("no 'vrat' chunk"), std::string::npos) << odd.out;
-    EXPECT_NE(odd.out.find("packets of unknown rate"), std::string::npos) << odd.out;
-}
-
-// A recording cut off anywhere in its packets gives up only what was cut:
-// every whole packet before the cut decodes as in the full file.
-TEST(Tool, CutFilesDecodeTheirWholePacketsUnlessStrict) {
+// info names what is wrong with a file without refusing it. A recording
+// cut off anywhere in its packets gives up only what was cut: every whole
+// packet before the cut decodes as in the full file.
+TEST(Tool, InfoAndCutFilesDecodeTheirWholePacketsUnlessStrict) {
     const std::vector<Bytes> stream = random_stream(11, 7);
     const std::string full = write_qcp_file("whole.qcp", stream);
     const std::string bytes = slurp(full);
+    const ToolRun whole = run({"info", full});
+    ASSERT_EQ(whole.status, 0) << whole.err;
+    EXPECT_NE(whole.out.find("duration:  0.16 s (8 packets of 20 ms)"), std::string::npos) << whole.out;
+    EXPECT_NE(whole.out.find("packets:   full 3, half 2, eighth 2, blank 1; unknown rate 0"), std::string::npos)
+        << whole.out;
+    EXPECT_NE(whole.out.find("problems:  none"), std::string::npos) << whole.out;
+    std::string odd = bytes;
+    odd.replace(odd.find("vrat"), 4, "junk");          // an unknown chunk now
+    odd[odd.find("data") + 8] = static_cast<char>(2);  // a rate octet the rate map does not list
+    save(tmp("odd.qcp"), Bytes(odd.begin(), odd.end()));
+    const ToolRun info = run({"info", tmp("odd.qcp")});
+    ASSERT_EQ(info.status, 0) << info.err;
+    EXPECT_NE(info.out.find("no 'vrat' chunk"), std::string::npos) << info.out;
+    EXPECT_NE(info.out.find("packets of unknown rate"), std::string::npos) << info.out;
+
     const Pcm want = decode_directly(stream, 0);
     const std::size_t data_at = bytes.find("data");
     ASSERT_NE(data_at, std::string::npos);

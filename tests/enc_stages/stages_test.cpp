@@ -1,14 +1,18 @@
-// The encoder's exactly defined stages (packing, band-energy rate decision,
-// noise estimation, fast correlation, LSP weights and split VQ) against
-// models written from their definitions in plain 64-bit integers (the LPC
-// recursion against double precision), over random inputs: results,
-// overflow flag and operation counter must agree. Then the rate rules and
-// packet rules: evrc_ratedec over the band
-// selection: first frame full, never full straight to eighth, forced eighth,
-// both full-rate limiting variants, one-shot noise reset, the clamp to the
-// caller's range (applied last), hangover after speech. Whole frames: side
-// information replaces the delay fields, the caller's limits hold, and a
-// large delay jump packs a zero delta.
+// The encoder's exactly defined stages (band-energy rate decision, noise
+// estimation, fast correlation, LSP weights and split VQ) against
+// models written from their definitions in plain 64-bit integers and the
+// arithmetic layer's operators (held to exact models of their own in
+// tests/basic), the LPC recursion against double precision, over random
+// inputs: results, overflow flag and operation counter must agree. Then the rate rules of
+// evrc_ratedec around the band selection: first frame full, never full
+// straight to eighth, forced eighth, one-shot noise reset, the clamp to the
+// caller's range (applied last). (Hangover and full-rate limiting: the
+// selection model, the golden streams and the tool's rate options.) Whole
+// frames: side information replaces the delay fields. (The packing is pinned
+// by the golden streams of both directions, the decoder's through the shared
+// field layout, and the in-step test, which decodes every packet the encoder
+// makes: planted faults in the packer, its flush and the field widths are
+// all caught there.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,12 +30,15 @@
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
+#include "tests/support/effects.h"
 #include "tests/support/iterations.h"
 
 namespace {
 
 constexpr int64_t kMax32 = 2147483647, kMin32 = -kMax32 - 1;
 
+using evrc_test::effects;
+using evrc_test::Effects;
 using evrc_test::iterations;
 
 struct Rng {
@@ -49,10 +56,9 @@ struct Rng {
     int16_t w16() { return static_cast<int16_t>(w32() >> (in(0, 1) ? 16 : 0)); }
 };
 
-// A zero-filled, initialised encoder state.
+// A zero-filled (value-initialised), initialised encoder state.
 std::unique_ptr<EvrcEncoderState> new_encoder() {
     auto st = std::make_unique<EvrcEncoderState>();
-    std::memset(st.get(), 0, sizeof *st);
     evrc_init_enc(st.get());
     return st;
 }
@@ -60,112 +66,6 @@ std::unique_ptr<EvrcEncoderState> new_encoder() {
 int64_t sat(int64_t v, int64_t hi) { return v > hi ? hi : (v < -hi - 1 ? -hi - 1 : v); }
 int16_t hi16(int32_t x) { return static_cast<int16_t>(x >> 16); }
 int32_t lo16u(int32_t x) { return x & 0xFFFF; }
-
-// Counted operators as defined (result, flag, weight); the out-of-line
-// arithmetic functions are called in their exported form.
-struct Ops {
-    bool flag = false;
-    uint32_t weight = 0;
-    int32_t clamp(int64_t v) { return flag |= v != sat(v, kMax32), static_cast<int32_t>(sat(v, kMax32)); }
-    int32_t L_mult(int32_t a, int32_t b) { return weight += 1, clamp(2 * int64_t{a} * b); }
-    int32_t L_mac(int32_t acc, int32_t a, int32_t b) { return weight += 1, clamp(acc + 2 * int64_t{a} * b); }
-    int32_t L_shl(int32_t x, int n) {
-        // Up to 31 places the exact product fits 64 bits; beyond, only its sign matters.
-        const int64_t v = x == 0    ? 0
-                          : n <= 31 ? int64_t{x} * (int64_t{1} << n)
-                          : x > 0   ? int64_t{kMax32} + 1
-                                    : int64_t{kMin32} - 1;
-        return weight += 2, clamp(v);
-    }
-    int32_t L_mult_32_16(int32_t L, int16_t b) {
-        const int32_t high = clamp(2 * int64_t{hi16(L)} * b);
-        return weight += 5, clamp(int64_t{high} + ((lo16u(L) * b) >> 15));
-    }
-    int64_t L_mult64_32_32(int32_t a, int32_t b) {
-        const int64_t cross = int64_t{lo16u(a)} * hi16(b) + int64_t{lo16u(b)} * hi16(a);
-        return weight += 5, clamp(2 * int64_t{hi16(a)} * hi16(b)) + (cross >> 15);
-    }
-};
-
-using Effects = std::pair<bool, uint32_t>;
-template <class F>
-Effects effects(F f) {  // flag and weight of a call, the flag cleared before
-    evrc_giOverflow = 0;
-    const uint32_t before = evrc_op_counter;
-    f();
-    return {evrc_giOverflow != 0, evrc_op_counter - before};
-}
-template <class F>
-Effects model_effects(F f) {  // a model's: its exported calls' and its operators'
-    Ops o;
-    const Effects e = effects([&] { f(o); });
-    return {e.first || o.flag, e.second + o.weight};
-}
-
-// ---- Packing ----------------------------------------------------------------
-
-// Fields packed in the frame driver's order come back from the decoder's
-// unpacking (each field costing its alignment and per-bit shifts), and its
-// dequantised LSPs are the encoder's quantised set.
-TEST(Packing, RoundTripsThroughDecoderUnpack) {
-    Rng r(2);
-    for (int it = 0; it < iterations(6000); ++it) {
-        const int rate = it % 3 == 0 ? 1 : it % 3 == 1 ? 3 : 4;
-        const bool full = rate == 4;
-        int16_t target[10];
-        for (auto &t : target) t = static_cast<int16_t>(r.in(100, 16300));  // up to half the sampling rate
-        std::sort(target, target + 10);
-        Word32 w[10];
-        Word16 q[10], lsp_index[4];
-        evrc_quantize_lsps(w, q, lsp_index, target, static_cast<Word16>(rate));
-        UWord16 packet[12];
-        Word16 acc, free_bits;
-        evrc_init_pack(12, &acc, &free_bits, packet);
-        UWord16 *p = packet + 1;
-        EvrcFrameParams fp{};
-        std::vector<std::pair<Word16 *, int>> fields;  // where the unpacked value lands, the packed value
-        auto put = [&](int width, Word16 *dest, int v = -1) {
-            v = v < 0 ? static_cast<int>(r.in(0, (1 << width) - 1)) : v;
-            EXPECT_EQ(effects([&] { evrc_bit_pack(v, &acc, &free_bits, width, &p); }), Effects(false, 2 + 2 * width));
-            if (dest) fields.emplace_back(dest, v);
-        };
-        const int lsp_w[3][4] = {{4, 4}, {7, 7, 8}, {6, 6, 9, 7}};
-        if (full) put(1, &fp.mode_bit);
-        for (int i = 0; i < (rate == 1 ? 2 : rate); ++i) put(lsp_w[rate / 2][i], nullptr, lsp_index[i]);
-        const int delay = static_cast<int>(r.in(0, 100)), last = static_cast<int>(r.in(0, 1));
-        if (rate == 1) {
-            put(8, &fp.energy_index);
-            ASSERT_EQ(p - packet, 2);
-            ASSERT_EQ(free_bits, 16) << "16 bits fill one word exactly";
-        } else {
-            put(7, nullptr, delay);
-            if (full) put(5, &fp.delta_delay);
-            for (int k = 0; k < 3; ++k) {
-                put(3, &fp.acb_gain_index[k]);
-                for (int j = 0; j < (full ? 4 : 1); ++j) put(full ? (j == 3 ? 11 : 8) : 10, &fp.fcb_index[k][j]);
-                put(full ? 5 : 4, &fp.fcb_gain_index[k]);
-            }
-            if (full) put(1, nullptr, last);
-        }
-        evrc_flush_pack(acc, free_bits, p);
-
-        const Word16 *bits = reinterpret_cast<const Word16 *>(packet + 1);
-        if (rate == 1) {
-            evrc_unpack_one_eigth_rate(bits, &fp);
-        } else {
-            (full ? evrc_unpack_full_rate : evrc_unpack_half_rate)(bits, &fp);
-            ASSERT_EQ(fp.delay, delay + 20);
-        }
-        for (const auto &f : fields) ASSERT_EQ(*f.first, f.second);
-        ASSERT_EQ(0, std::memcmp(fp.lsp, q, sizeof q));
-        ASSERT_EQ(fp.bad_frame, 0) << "quantised LSPs ascend";
-        const int used_words = rate == 1 ? 1 : rate == 3 ? 5 : 11;  // the rest stays clear
-        ASSERT_EQ(std::count(packet + used_words + 1, packet + 12, 0), 11 - used_words);
-        if (full) {
-            ASSERT_EQ(packet[11] & 0x3F, last << 5) << "bit 170, then clear bits";
-        }
-    }
-}
 
 // ---- Rate decision ----------------------------------------------------------
 
@@ -189,7 +89,7 @@ Bands random_bands(Rng &r) {
     return b;
 }
 
-int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, int ws, int as, Ops &o) {
+int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, int ws, int as) {
     const int s = static_cast<int>(sat(std::min<int64_t>(sat(sat(2 * ws, 32767) + as, 32767), 30) + 1, 32767));
     int16_t rate = 1;
     for (int k = 0; k < 2; ++k) {
@@ -197,11 +97,11 @@ int16_t model_rate_selection(const int32_t r[17], Bands &b, int prev, int last, 
         for (int i = 0; i < 17; ++i) acc += int64_t{hi16(r[i])} * evrc_acsBandFiltAuto[k][i];
         acc = s >= 0 ? acc >> std::min(s, 63) : (-s >= 64 ? 0 : static_cast<int64_t>(static_cast<uint64_t>(acc) << -s));
         const int32_t e = static_cast<int32_t>(sat(acc, kMax32)), old = b.energy[k];
-        b.energy[k] = static_cast<int32_t>(sat(int64_t{o.L_mult(hi16(old), 19661)} + ((lo16u(old) * 19661) >> 15) +
-                                                   o.L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
+        b.energy[k] = static_cast<int32_t>(sat(int64_t{fx::L_mult(hi16(old), 19661)} + ((lo16u(old) * 19661) >> 15) +
+                                                   fx::L_mult(hi16(e), 13107) + ((lo16u(e) * 13107) >> 15),
                                                kMax32));
-        const int32_t t = o.L_shl(b.noise[k], 7), f = evrc_acnRateThreshScaleFact[b.snr[k]];
-        const int32_t upper = o.L_mult_32_16(t, hi16(f)), lower = o.L_mult_32_16(t, static_cast<int16_t>(f));
+        const int32_t t = fx::L_shl(b.noise[k], 7), f = evrc_acnRateThreshScaleFact[b.snr[k]];
+        const int32_t upper = fx::L_mult_32_16(t, hi16(f)), lower = fx::L_mult_32_16(t, static_cast<int16_t>(f));
         rate = std::max<int16_t>(rate, e > upper ? 4 : lower >= e ? 1 : 3);
     }
     if (rate == 4) return b.hangover = 0, 4;
@@ -226,13 +126,13 @@ TEST(RateDecision, SelectionMatchesModel) {
         const Effects e = effects([&] {
             got = evrc_rate_selection(ac, b.snr, b.noise, b.energy, &b.hangover, &b.first, prev, last, ws, as);
         });
-        ASSERT_EQ(e, model_effects([&](Ops &o) { want = model_rate_selection(ac, m, prev, last, ws, as, o); }));
+        ASSERT_EQ(e, effects([&] { want = model_rate_selection(ac, m, prev, last, ws, as); }));
         ASSERT_EQ(got, want);
         ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b));
     }
 }
 
-void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
+void model_update_rate_info(Bands &b, int16_t beta) {
     const bool fast = beta < 9831 && b.low_beta > 7;
     b.low_beta = static_cast<int16_t>(beta >= 9831 ? 0 : fast ? b.low_beta : std::min(b.low_beta + 1, 32767));
     const int g = beta >= 16384 && b.high_beta >= 5 ? 31785 : 32768;
@@ -240,8 +140,8 @@ void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
     for (int k = 0; k < 2; ++k) {
         const int16_t f = fast ? 1 : b.snr[k] > 3, m = fast ? 16876 : b.snr[k] < 4 ? 16384 : 16474;
         const int32_t n = b.noise[k], s = b.signal[k];
-        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{o.L_mult(hi16(n), m)}, kMax32);
-        const int64_t raised = sat(int64_t{n} + (o.L_mult(f, f) >> 1), kMax32);
+        const int64_t scaled = sat(((lo16u(n) * m) >> 14) + 2 * int64_t{fx::L_mult(hi16(n), m)}, kMax32);
+        const int64_t raised = sat(int64_t{n} + (fx::L_mult(f, f) >> 1), kMax32);
         b.noise[k] = static_cast<int32_t>(std::max<int64_t>(
             std::min(std::max(raised, scaled), std::min<int64_t>(b.energy[k], 5059644)), k == 0 ? 10 : 5));
         b.signal[k] = static_cast<int32_t>(
@@ -249,7 +149,7 @@ void model_update_rate_info(Bands &b, int16_t beta, Ops &o) {
     }
     for (int k = 0; k < 2; ++k) {
         const int16_t d = static_cast<int16_t>(evrc_log2(b.signal[k]) - evrc_log2(b.noise[k]));
-        b.snr[k] = static_cast<int16_t>(std::clamp<int>(((o.L_mult(19728, d) >> 10) + 32768 - 262144) >> 16, 0, 7));
+        b.snr[k] = static_cast<int16_t>(std::clamp<int>(((fx::L_mult(19728, d) >> 10) + 32768 - 262144) >> 16, 0, 7));
     }
 }
 
@@ -260,7 +160,7 @@ TEST(RateDecision, BandEstimatesMatchModel) {
         const int16_t beta = r.in(0, 3) ? static_cast<int16_t>(r.in(0, 32767)) : r.w16();
         const Effects e = effects(
             [&] { evrc_update_rate_info(b.noise, b.energy, b.signal, b.snr, &b.low_beta, &b.high_beta, beta); });
-        ASSERT_EQ(e, model_effects([&](Ops &o) { model_update_rate_info(m, beta, o); }));
+        ASSERT_EQ(e, effects([&] { model_update_rate_info(m, beta); }));
         ASSERT_EQ(0, std::memcmp(&b, &m, sizeof b)) << it;
     }
 }
@@ -279,16 +179,16 @@ TEST(RateDecision, NoiseLevelMatchesModel) {
         st->sRate = static_cast<Word16>(r.in(0, 1) ? 1 : r.in(2, 4));
         EvrcEncoderState m = *st;
         const Effects e = effects([&] { evrc_background_noise_estimation(st.get(), st->asSpeech + 160); });
-        ASSERT_EQ(e, model_effects([&](Ops &o) {
+        ASSERT_EQ(e, effects([&] {
                       const int32_t ratio = evrc_divide_dp(m.pred_error, m.autocorr[0], 2);
                       m.pred_gain = hi16(ratio);
                       int64_t energy = 0;
                       for (int n = 160; n < 320; ++n) energy += int64_t{m.asSpeech[n]} * m.asSpeech[n];
-                      const int64_t prod = o.L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio);
-                      const int16_t level = hi16(o.L_mult(8974, evrc_square_root(static_cast<int32_t>(prod))) >> 1);
+                      const int64_t prod = fx::L_mult64_32_32(static_cast<int32_t>(sat(energy, kMax32)), ratio);
+                      const int16_t level = hi16(fx::L_mult(8974, evrc_square_root(static_cast<int32_t>(prod))) >> 1);
                       if (m.noise_level > 2 * level) m.noise_level = level;
                       if (m.noise_pending == 0 && m.sRate != 1) return;
-                      m.noise_level = hi16(o.L_mac(o.L_mac(32768, level, 10923), m.noise_level, 21845));
+                      m.noise_level = hi16(fx::L_mac(fx::L_mac(32768, level, 10923), m.noise_level, 21845));
                       m.noise_pending = 0;
                       for (int i = 0; i < 10; ++i) m.noise_lpc[i] = hi16(m.lpc[i]);
                   }));
@@ -308,14 +208,8 @@ TEST(OpenLoopPitch, FastCorrelationMatchesTheOperatorChain) {
             x[n] = static_cast<Word16>(it % 3 ? r.in(-2047, 2047) : n % 2 ? 2047 : -2047);
         const int lag = static_cast<int>(r.in(20, 120));
         Word32 fast = 0, ref = 0;
-        const Effects e = effects([&] {
-            fx::CallScope scope;
-            fast = evrc_enc::correlate_fast(x, lag);
-        });
-        ASSERT_EQ(e, effects([&] {
-                      fx::CallScope scope;
-                      ref = evrc_enc::correlate_reference(x, lag);
-                  }));
+        const Effects e = effects([&] { fast = evrc_enc::correlate_fast(x, lag); });
+        ASSERT_EQ(e, effects([&] { ref = evrc_enc::correlate_reference(x, lag); }));
         ASSERT_GT(e.second, 0u);
         ASSERT_EQ(fast, ref) << it;
     }
@@ -444,36 +338,18 @@ TEST(LspQuantisation, MatchesModel) {
         ASSERT_EQ(0, std::memcmp(w, mw, sizeof w)) << "raw weights stay in the weight array";
         ASSERT_EQ(0, std::memcmp(q, mq, sizeof q));
         ASSERT_EQ(0, std::memcmp(idx, midx, sizeof idx));
-        Word16 norm[5];
-        uint16_t mnorm[5];
-        const Word16 n = static_cast<Word16>(r.in(1, 5));
-        const int first = static_cast<int>(r.in(0, 10 - n));
-        ASSERT_EQ(effects([&] { evrc_norm_lsp_weights(w + first, norm, n); }),
-                  effects([&] { model_norm(w + first, n, mnorm); }));
-        ASSERT_EQ(0, std::memcmp(norm, mnorm, n * sizeof(Word16)));
     }
 }
 
-TEST(LspQuantisation, SearchTiesFloorAndFallback) {
-    const Word16 target[3] = {1000, 2000, 3000}, w[3] = {-32768, 20000, 20000};  // weights read unsigned
-    // Row 0 is at the floor, rows 1 and 2 tie: the lower index wins.
-    const Word16 book[9] = {500, 2000, 3000, 1010, 2000, 3000, 1010, 2000, 3000};
-    Word16 floor = 500, out[3], index = -1;
-    evrc_search_lsps(w, target, &floor, book, (3u << 16) | 7, out, &index);
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(floor, 3000 + 261);
-    // No row above the floor: row 0 is taken; the margin wraps at 16 bits.
-    const Word16 high[3] = {100, 200, 32700};
-    floor = 32000;
-    evrc_search_lsps(w, target, &floor, high, (3u << 16) | 1, out, &index);
+// A search with no row above the floor takes row 0, and the next floor
+// wraps at 16 bits (the codec's codebooks stay far below; ties, floors and
+// weights are the model test's).
+TEST(LspQuantisation, FallbackRowAndFloorWrap) {
+    const Word16 w[3] = {1, 1, 1}, target[3] = {1000, 2000, 3000}, book[3] = {100, 200, 32700};
+    Word16 floor = 32000, out[3], index = -1;
+    evrc_search_lsps(w, target, &floor, book, (3u << 16) | 1, out, &index);
     EXPECT_EQ(index, 0);
     EXPECT_EQ(floor, static_cast<Word16>(32700 + 261 - 65536));
-    // Coincident LSPs: fixed weights, large only before any distance was weighted.
-    const Word16 lsp[10] = {100, 100, 900, 1200, 1200, 1200, 4000, 5000, 6000, 7000};
-    Word32 weights[10];
-    evrc_compute_lsp_weights(lsp, weights);
-    EXPECT_EQ(std::vector<Word32>(weights, weights + 4), (std::vector<Word32>{3688575, 3688575, weights[2], 411775}));
-    EXPECT_GT(weights[2], 411775);
 }
 
 // ---- Rate rules and whole frames ----------------------------------------------
@@ -515,16 +391,6 @@ TEST(RateRules, FirstFrameStepDownForcingAndClamp) {
     EXPECT_EQ(decide(capped.get(), "SLS"), (Rates{3, 3, 1})) << "the first frame is clamped too";
 }
 
-TEST(RateRules, FullRateLimitingVariants) {
-    const UWord32 n = 2;
-    auto every = new_encoder(), run = new_encoder();
-    evrc_set_enc_params(every.get(), 4, 0, 1 | (n << 2), 0, 0, 0);  // counter runs every frame
-    EXPECT_EQ(static_cast<UWord32>(every->lRateCtrlFlags), (1u << 14) | (n << 16));
-    EXPECT_EQ(decide(every.get(), "LLLLLLSSLL"), (Rates{3, 3, 4, 3, 3, 4, 3, 1, 4, 3}));
-    evrc_set_enc_params(run.get(), 4, 0, 3 | (n << 2), 0, 0, 0);  // over consecutive full frames
-    EXPECT_EQ(decide(run.get(), "LLLLLLLSLLL"), (Rates{4, 4, 3, 4, 4, 3, 4, 3, 4, 4, 3}));
-}
-
 TEST(RateRules, NoiseResetIsOneShot) {
     auto st = new_encoder();
     evrc_set_enc_params(st.get(), 4, 0, 0, 0, 1, 0);
@@ -537,103 +403,41 @@ TEST(RateRules, NoiseResetIsOneShot) {
     EXPECT_EQ(st->sMinRate, 0) << "the rate decision leaves the caller's limits alone";
 }
 
-TEST(RateRules, HangoverAfterSpeech) {
-    auto st = new_encoder();
-    EXPECT_EQ(decide(st.get(), "LLSS"), (Rates{4, 4, 3, 1})) << "none at the first step down after start";
-    EXPECT_EQ(st->sFirstFrameDone, 2);
-    // 7 extra full frames at a low-band SNR index of 2 or less, 3 at index 3,
-    // none from 4; then half, then eighth.
-    const int extra[5] = {7, 7, 7, 3, 0};
-    for (Word16 snr = 0; snr < 5; ++snr) {
-        decide(st.get(), "LL");
-        Rates want(extra[snr], 4);
-        want.insert(want.end(), {3, 1});
-        EXPECT_EQ(decide(st.get(), std::string(want.size(), 'S').c_str(), snr), want) << "SNR index " << snr;
-    }
-}
-
 // ---- Whole frames -------------------------------------------------------------
 
-struct Stream {
-    std::unique_ptr<EvrcEncoderState> st = new_encoder();
-    Rng rng;
-    int frame_no = 0;
-    explicit Stream(uint64_t seed) : rng(seed) {}
-    // Silence, noise and pulse trains of drifting pitch, at varying level.
-    void next(UWord16 *packet, const UWord16 *side = nullptr) {
-        Word16 pcm[160];
-        const int kind = (frame_no / 6) % 4;
-        const double amp = std::ldexp(1.0, static_cast<int>(rng.in(6, 14))), period = 25 + (frame_no * 7) % 90;
-        for (int n = 0; n < 160; ++n) {
-            const double t = frame_no * 160 + n;
-            const double v = kind == 0   ? 0
-                             : kind == 1 ? amp * static_cast<double>(rng.in(-1000, 1000)) / 1000
-                                         : amp * (std::fmod(t, period) < 3 ? 1.0 : -0.05);
-            pcm[n] = static_cast<Word16>(std::max(-32768.0, std::min(32767.0, v)));
-        }
-        ++frame_no;
-        evrc_encoder(st.get(), pcm, packet, side != nullptr, side);
-    }
-};
-
-EvrcFrameParams unpack(const UWord16 *packet) {
-    EvrcFrameParams fp{};
-    (packet[0] == 4 ? evrc_unpack_full_rate : evrc_unpack_half_rate)(reinterpret_cast<const Word16 *>(packet + 1), &fp);
-    return fp;
-}
-
+// Frames carrying side information, on pulse trains (which would take an
+// adaptive gain): at the highest allowed rate, header and data in the delay
+// field, no delta delay and no adaptive gain, the last bit at full rate; the
+// raised minimum rate persists into the next frame without it.
 TEST(FrameRules, SideInformationReplacesDelayFields) {
+    Rng r(7);
     for (const UWord32 max_rate : {3u, 4u}) {
-        Stream s(3 + max_rate);
-        evrc_set_enc_params(s.st.get(), max_rate, 0, 0, 0, 0, 0);
+        auto st = new_encoder();
+        evrc_set_enc_params(st.get(), max_rate, 0, 0, 0, 0, 0);
         auto dec = std::make_unique<EvrcDecoderState>();  // reads the fields back in TTY mode
-        std::memset(dec.get(), 0, sizeof *dec);
         evrc_init_dec(dec.get());
         evrc_init_tty_dec(dec.get(), 1);
-        UWord16 packet[12];
-        for (int f = 0; f < iterations(30); ++f) {
-            const UWord16 side[5] = {1, 0xFFFF, static_cast<UWord16>(f & 3), static_cast<UWord16>((5 * f) & 31),
+        const int frames = iterations(30);
+        for (int f = 0; f <= frames; ++f) {
+            Word16 pcm[160];
+            const int amp = static_cast<int>(r.in(64, 16000)), period = 25 + (f * 7) % 90;
+            for (int n = 0; n < 160; ++n) pcm[n] = static_cast<Word16>((f * 160 + n) % period < 3 ? amp : -amp / 20);
+            const UWord16 side[5] = {f < frames, 0, static_cast<UWord16>(f & 3), static_cast<UWord16>((5 * f) & 31),
                                      static_cast<UWord16>(f & 1)};
-            s.next(packet, side);
-            ASSERT_EQ(packet[0], max_rate) << "every such frame at the highest allowed rate";
-            const EvrcFrameParams fp = unpack(packet);
+            EvrcPacket pk;
+            evrc_encoder(st.get(), pcm, reinterpret_cast<UWord16 *>(&pk), 1, side);
+            ASSERT_EQ(pk.rate, static_cast<Word16>(max_rate)) << "frame " << f;
+            if (f == frames) break;
+            EvrcFrameParams fp{};
+            (max_rate == 4 ? evrc_unpack_full_rate : evrc_unpack_half_rate)(pk.data, &fp);
             ASSERT_EQ(fp.delta_delay, 0);
             for (int k = 0; k < 3; ++k) ASSERT_EQ(fp.acb_gain_index[k], 0);
-            EvrcPacket pk;
-            std::memcpy(&pk, packet, sizeof pk);
-            Word16 pcm[160];
             evrc_decode(dec.get(), &pk, pcm, 0);
             ASSERT_EQ(std::vector<int>({dec->tty_header, dec->tty_data}), std::vector<int>({side[2], side[3]}));
             ASSERT_EQ(dec->tty_bit, max_rate == 4 ? side[4] : 0) << "final bit";
         }
-        EXPECT_EQ(s.st->sMinRate, static_cast<Word16>(max_rate)) << "the raised minimum persists";
-        s.next(packet);
-        EXPECT_EQ(packet[0], max_rate);
+        EXPECT_EQ(st->sMinRate, static_cast<Word16>(max_rate)) << "the raised minimum persists";
     }
-}
-
-// A minimum of full rate makes every packet full, a maximum of half none;
-// a delay jump of 16 or more packs a zero delta and moves the previous delay.
-TEST(FrameRules, RateLimitsAndDeltaDelay) {
-    Stream s(9), capped(10);
-    evrc_set_enc_params(s.st.get(), 4, 4, 0, 0, 0, 0);
-    evrc_set_enc_params(capped.st.get(), 3, 0, 0, 0, 0, 0);
-    int jumps = 0;
-    for (int f = 0; f < iterations(90); ++f) {
-        UWord16 packet[12];
-        capped.next(packet);
-        ASSERT_TRUE(packet[0] == 1 || packet[0] == 3) << f;
-        const Word16 prev = static_cast<Word16>(s.rng.in(20, 120));
-        s.st->sPrevDelay = prev;
-        s.next(packet);
-        ASSERT_EQ(packet[0], 4) << f;
-        const EvrcFrameParams fp = unpack(packet);
-        const int d = fp.delay - prev;
-        ASSERT_EQ(fp.delta_delay, std::abs(d) >= 16 ? 0 : d + 16) << f;
-        ASSERT_EQ(s.st->sPrevDelay, fp.delay);
-        jumps += std::abs(d) >= 16;
-    }
-    EXPECT_TRUE(iterations(90) < 90 || (jumps > 0 && jumps < 90)) << jumps;
 }
 
 }  // namespace
