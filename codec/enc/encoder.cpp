@@ -5,12 +5,15 @@
 // what the decoder will hold. The packet is written field by field as the
 // stages produce their indices.
 //
-// The target of a subframe is the weighted modified speech: the modified
-// residual through the synthesis filter of the LPC set that produced the
-// residual and the subframe's perceptual weighting (memories ref_mem), less
-// the zero-input response of the weighted synthesis filter that the
-// excitation drives (memories wsf_mem), seen through the error emphasis
-// (spectral_shaping.cpp), as is the impulse response.
+// The searches match the weighted error: the modified residual (the speech's
+// residual through the filters it is synthesised with) less the excitation,
+// through the subframe's weighted synthesis filter (quantised synthesis,
+// perceptual weighting) and the error emphasis (spectral_shaping.cpp). Both
+// filters are linear, so one memory each carries the error of the subframes
+// before: the target of a subframe is the modified residual through them
+// from those memories, and the impulse response the same from rest; once
+// the excitation is known, the residual less the excitation brings the
+// memories up to date.
 #include <cstring>
 
 #include "codec/basic/fixed_point.h"
@@ -46,15 +49,16 @@ using FilterMemory = Word32[3][kOrder];
 using evrc_enc::emphasise_error;
 using evrc_enc::kErrorEmphasisWords;
 
-// The error emphasis is linear, so one memory serves both paths: it holds the
-// state of the emphasis of the weighted error (target path less excitation
-// path), in the working block of the frame driver.
+// The error emphasis memory, in the working block of the frame driver.
 Word16 *emphasis_memory(EvrcEncoderState *st) { return st->work_core; }
 
-// The emphasis memory follows the weighted error ref - exc over L samples.
-void follow_error(EvrcEncoderState *st, const Word16 *ref, const Word16 *exc, int L) {
+// The error filters' memories follow residual - excitation over L samples
+// (weighted synthesis with the given filters, then the emphasis).
+void follow_error(EvrcEncoderState *st, const Word16 *residual, const Word16 *exc, const Word16 *qlpc,
+                  const Word16 *num, const Word16 *den, int L) {
     Word16 error[kMaxSubframe];
-    for (int n = 0; n < L; ++n) error[n] = fx::sub(ref[n], exc[n]);
+    for (int n = 0; n < L; ++n) error[n] = fx::sub(residual[n], exc[n]);
+    evrc_weighted_synthesis_filter(error, error, qlpc, num, den, &st->wsf_mem[0][0][0], static_cast<Word16>(L));
     emphasise_error(error, L, emphasis_memory(st));
 }
 
@@ -164,25 +168,18 @@ void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
 }
 
 // Eighth-rate energy, the excitation history as the decoder will
-// rebuild it, and the weighting memories brought up to date over the last
-// subframe: the excitation path with the rebuilt excitation, the residual
-// path with the coded segment's last residual samples through the filter
-// that formed them (the last subframe's unquantised LPC), and the emphasis
-// memory with the weighted error between the two.
+// rebuild it, and the error filters' memories brought up to date over the
+// last subframe with the coded segment's last residual samples less the
+// rebuilt excitation.
 void encode_eighth_rate(EvrcEncoderState *st, Packer &pk) {
     const Word16 energy_index = evrc_8th_rate(st);
     pk.put(FieldId::kEnergy, energy_index);
     mirror_noise_excitation(st, energy_index);
     Word16 num[kOrder], den[kOrder];
     weighting_coefficients(st->uqlpc[kSubframes - 1], num, den);
-    Word16 block[kEighthBlock];
-    std::memcpy(block, st->acb_mem + kHistory - kEighthBlock, sizeof(block));
-    evrc_weighted_synthesis_filter(block, block, st->qlpc[kSubframes - 1], num, den, &st->wsf_mem[0][0][0],
-                                   kEighthBlock);
-    Word16 ref[kEighthBlock];
-    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, ref, kEighthBlock);
-    evrc_weighted_synthesis_filter(ref, ref, st->uqlpc[kSubframes - 1], num, den, &st->ref_mem[0][0], kEighthBlock);
-    follow_error(st, ref, block, kEighthBlock);
+    Word16 residual[kEighthBlock];
+    to_excitation_level(st->residual + EVRC_ENC_CODED_START + kFrame - kEighthBlock, residual, kEighthBlock);
+    follow_error(st, residual, st->acb_mem + kHistory - kEighthBlock, st->qlpc[kSubframes - 1], num, den, kEighthBlock);
     save_filter_memories(st);
     st->sAccumShift = 0;
     st->sShiftCarry = 0;
@@ -204,27 +201,19 @@ struct Subframe {
     int L;
     Word32 points[3];
     Word16 num[kOrder], den[kOrder];
-    Word16 zir[kMaxSubframe];
     Word16 h[kMaxSubframe];
     Word16 acb8[kMaxSubframe + kAhead];
     Word16 residual[kMaxSubframe];  // modified residual at the excitation's level
-    Word16 weighted[kMaxSubframe];  // the target path's output
     Word16 target[kMaxSubframe];
     Word16 fcb_target[kMaxSubframe];
 };
 
-// Weighting coefficients, zero-input and impulse responses.
+// Weighting coefficients and the impulse response.
 void weighted_responses(EvrcEncoderState *st, Subframe &sf) {
-    const Word16 *qlpc = st->qlpc[sf.j];
-    const Word16 len = static_cast<Word16>(sf.L);
     weighting_coefficients(st->uqlpc[sf.j], sf.num, sf.den);
-    FilterMemory mem;
-    std::memcpy(mem, st->wsf_mem[0], sizeof(mem));
-    Word16 zeros[kMaxSubframe] = {};
-    evrc_weighted_synthesis_filter(zeros, sf.zir, qlpc, sf.num, sf.den, &mem[0][0], len);
-    std::memset(mem, 0, sizeof(mem));
+    FilterMemory mem = {};
     Word16 pulse[kMaxSubframe] = {kImpulse};
-    evrc_weighted_synthesis_filter(pulse, sf.h, qlpc, sf.num, sf.den, &mem[0][0], len);
+    evrc_weighted_synthesis_filter(pulse, sf.h, st->qlpc[sf.j], sf.num, sf.den, &mem[0][0], static_cast<Word16>(sf.L));
     Word16 emphasis[kErrorEmphasisWords] = {};
     emphasise_error(sf.h, sf.L, emphasis);
 }
@@ -253,16 +242,15 @@ void modified_residual(EvrcEncoderState *st, Subframe &sf, const Word32 *contour
     to_excitation_level(st->mod_residual + kHistory - sf.L, sf.residual, sf.L);
 }
 
-// The weighted target, the modified residual through the
-// subframe's quantised synthesis filter (the filter that formed the coded
-// residual, so that this gives back the speech) and the subframe's weighting
-// (running memories ref_mem), less the zero-input response of the
-// excitation's filter; then the error emphasis, continuing from the weighted
-// error of the subframes before.
+// The target: the modified residual through the subframe's quantised
+// synthesis filter (the filter that formed the coded residual, so that this
+// gives back the speech), its weighting and the error emphasis, continuing
+// the error of the subframes before (copies of the memories).
 void weighted_target(EvrcEncoderState *st, Subframe &sf) {
-    evrc_weighted_synthesis_filter(sf.residual, sf.weighted, st->qlpc[sf.j], sf.num, sf.den, &st->ref_mem[0][0],
+    FilterMemory mem;
+    std::memcpy(mem, st->wsf_mem[0], sizeof(mem));
+    evrc_weighted_synthesis_filter(sf.residual, sf.target, st->qlpc[sf.j], sf.num, sf.den, &mem[0][0],
                                    static_cast<Word16>(sf.L));
-    for (int n = 0; n < sf.L; ++n) sf.target[n] = fx::sub(sf.weighted[n], sf.zir[n]);
     Word16 emphasis[kErrorEmphasisWords];
     std::memcpy(emphasis, emphasis_memory(st), sizeof(emphasis));
     emphasise_error(sf.target, sf.L, emphasis);
@@ -296,13 +284,10 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fc
     }
 }
 
-// The excitation drives the working filter memories; the
+// The residual less the excitation drives the working filter memories; the
 // history moves down by L; the saved memories follow.
 void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
-    Word16 out[kMaxSubframe];
-    evrc_weighted_synthesis_filter(st->acb_mem + kHistory, out, st->qlpc[sf.j], sf.num, sf.den, &st->wsf_mem[0][0][0],
-                                   static_cast<Word16>(sf.L));
-    follow_error(st, sf.weighted, out, sf.L);
+    follow_error(st, sf.residual, st->acb_mem + kHistory, st->qlpc[sf.j], sf.num, sf.den, sf.L);
     std::memmove(st->acb_mem, st->acb_mem + sf.L, kHistory * sizeof(Word16));
     save_filter_memories(st);
 }

@@ -37,7 +37,8 @@ typedef struct EvrcEncoderState {
     Word32 lead[2];           /* 524288, 0 at init; not read */
     Word32 autocorr[17];      /* LPC analysis: lags 0..16, normalised */
     Word32 lpc[10];           /* LPC analysis: a1..a10 Q27, bandwidth-expanded */
-    Word32 wsf_mem[2][3][10]; /* weighted synthesis filter: [0] working, [1] saved;
+    Word32 wsf_mem[2][3][10]; /* weighted synthesis filter of the coding error (modified
+                                 residual less excitation): [0] working, [1] saved;
                                  blocks: synthesis, weighting zeros, weighting poles */
     Word32 p_poly[6];         /* LPC analysis: symmetric polynomial */
     Word32 q_poly[6];         /* LPC analysis: antisymmetric polynomial */
@@ -94,8 +95,7 @@ typedef struct EvrcEncoderState {
     Word16 noise_gen[3];      /* local decoder: the decoder's noise generator at eighth rate
                                  (have-spare, spare, seed), mirrored */
     Word16 noise_gen_started; /* 0 until the mirrored generator is seeded */
-    Word32 ref_mem[3][10];    /* weighting filter of the modified residual: synthesis with
-                                 the frame's LPC, weighting zeros, weighting poles */
+    Word32 spare[30];         /* unused, zero */
     Word16 work_core[29];     /* frame driver, codebook searches, local decoder */
 } EvrcEncoderState;
 
