@@ -40,6 +40,7 @@ void shape_coded_residual(EvrcEncoderState *st, Word16 *residual, int first);
 // start afresh.
 constexpr int kErrorEmphasisWords = 7;
 void emphasise_error(Word16 *x, int L, Word16 *mem);
+void emphasise_error_reference(Word16 *x, int L, Word16 *mem);  // operator by operator
 
 }  // namespace evrc_enc
 

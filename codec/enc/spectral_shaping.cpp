@@ -121,7 +121,7 @@ void shape_coded_residual(EvrcEncoderState *st, Word16 *residual, int first) {
     work[kShelfMem + 2] = last;
 }
 
-void emphasise_error(Word16 *x, int L, Word16 *mem) {
+void emphasise_error_reference(Word16 *x, int L, Word16 *mem) {
     Word32 lp[3];
     for (int i = 0; i < 3; ++i) lp[i] = load32(mem + 2 * i);
     Word16 prev = mem[6];
@@ -137,6 +137,57 @@ void emphasise_error(Word16 *x, int L, Word16 *mem) {
     }
     for (int i = 0; i < 3; ++i) store32(mem + 2 * i, lp[i]);
     mem[6] = prev;
+}
+
+// The same in native arithmetic. The low-pass states stay within the Q14
+// input range [-2^29, 2^29] (each step moves a state towards its input by a
+// fraction below one, floored), so their differences, products (through
+// 64 bits) and sums cannot clamp, and the product of a 32-bit value and a
+// positive 16-bit factor taken as high and low halves is the floor of the
+// full product over 2^15. Only the boost's shift, its rounding, the addition
+// and the tilt's subtraction can clamp; the tilt's product cannot.
+void emphasise_error(Word16 *x, int L, Word16 *mem) {
+    constexpr UWord32 kOpsPerSample = 37;  // what the operators above count
+    constexpr Word32 kShiftLimit = 0x7FFFFFFF >> kLowBoostShift;
+    Word32 lp[3];
+    for (int i = 0; i < 3; ++i) lp[i] = load32(mem + 2 * i);
+    Word32 prev = mem[6];
+    bool clamped = false;
+    const auto sat16 = [&clamped](Word32 v) {
+        if (v > 32767 || v < -32768) {
+            clamped = true;
+            return static_cast<Word16>(v > 0 ? 32767 : -32768);
+        }
+        return static_cast<Word16>(v);
+    };
+    for (int n = 0; n < L; ++n) {
+        const Word32 xn = x[n];
+        Word32 v = xn * (1 << kSignalQ);
+        for (Word32 &s : lp) {
+            s += static_cast<Word32>((static_cast<Word64>(v - s) * kLowPassStep) >> 15);
+            v = s;
+        }
+        Word32 boost;
+        if (v > kShiftLimit || v < -kShiftLimit - 1) {
+            clamped = true;
+            boost = v > 0 ? 32767 : -32768;  // the shift saturates; the rounding of its maximum too
+        } else {
+            const Word32 w = v * (1 << kLowBoostShift);
+            if (w >= 0x7FFF8000) {
+                clamped = true;
+                boost = 32767;
+            } else {
+                boost = (w + 0x8000) >> 16;
+            }
+        }
+        const Word16 y = sat16(xn + boost);
+        x[n] = sat16(y - ((kTilt * prev + 0x4000) >> 15));
+        prev = y;
+    }
+    for (int i = 0; i < 3; ++i) store32(mem + 2 * i, lp[i]);
+    mem[6] = static_cast<Word16>(prev);
+    if (clamped) fx::raise_overflow();
+    fx::charge(kOpsPerSample * static_cast<UWord32>(L > 0 ? L : 0));
 }
 
 }  // namespace evrc_enc

@@ -1,10 +1,12 @@
 // The fast forms of the codebook stages against their plain reference forms:
-// the weighted synthesis filter, the filtering of the adaptive vector and the
-// rate-1 pulse search must give the same output, operation count and flag.
+// the weighted synthesis filter, the filtering of the adaptive vector, the
+// error emphasis and the rate-1 pulse search must give the same output,
+// operation count and flag.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "codec/enc/encoder_internal.h"
@@ -74,6 +76,31 @@ TEST(CodebookStages, FastAdaptiveFilteringMatchesItsReference) {
         ASSERT_EQ(effects([&] { evrc_enc::acb_filter(v, h, y_fast, L); }),
                   effects([&] { evrc_enc::acb_filter_reference(v, h, y_ref, L); }));
         ASSERT_TRUE(std::equal(y_fast, y_fast + L, y_ref)) << "iteration " << it;
+    }
+}
+
+// The error emphasis from any state its own operation can reach (low-pass
+// states within the Q14 input range), quiet to full-scale blocks.
+TEST(CodebookStages, FastErrorEmphasisMatchesItsReference) {
+    std::mt19937 rng(29);
+    std::uniform_int_distribution<int> full(-32768, 32767);
+    std::uniform_int_distribution<Word32> state(-(1 << 29), 1 << 29);
+    for (int it = 0; it < iterations(2000); ++it) {
+        Word16 mem_fast[evrc_enc::kErrorEmphasisWords], mem_ref[evrc_enc::kErrorEmphasisWords];
+        for (int i = 0; i < 3; ++i) {
+            const Word32 s = state(rng) >> (it % 4 == 0 ? 0 : 8 + it % 16);
+            std::memcpy(mem_fast + 2 * i, &s, sizeof(s));
+        }
+        mem_fast[6] = static_cast<Word16>(full(rng));
+        std::copy(mem_fast, mem_fast + evrc_enc::kErrorEmphasisWords, mem_ref);
+        Word16 x_fast[54], x_ref[54];
+        for (Word16 &v : x_fast) v = static_cast<Word16>(full(rng) >> (it % 12));
+        std::copy(x_fast, x_fast + 54, x_ref);
+        const int L = 53 + it % 2;
+        ASSERT_EQ(effects([&] { evrc_enc::emphasise_error(x_fast, L, mem_fast); }),
+                  effects([&] { evrc_enc::emphasise_error_reference(x_ref, L, mem_ref); }));
+        ASSERT_TRUE(std::equal(x_fast, x_fast + L, x_ref)) << "iteration " << it;
+        ASSERT_TRUE(std::equal(mem_fast, mem_fast + evrc_enc::kErrorEmphasisWords, mem_ref)) << "iteration " << it;
     }
 }
 
