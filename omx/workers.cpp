@@ -63,17 +63,22 @@ WorkerThread *omx_evrc_thread_create(void (*handler)(void *, unsigned char), voi
 void *omx_evrc_msg(void *arg) {
     WorkerThread *t = static_cast<WorkerThread *>(arg);
     if (t->stop) return nullptr;
+    // Every byte waiting in the pipe is taken in one read (while the worker
+    // was busy, one arrived for each message posted meanwhile) and handled
+    // in order, one call per byte, as if read one at a time.
+    unsigned char ids[64];
     for (;;) {
-        unsigned char id = 0;
-        const ssize_t n = read(t->read_fd, &id, 1);
-        if (n == 1) {
-            t->handler(t->arg, id);
-        } else if (n == 0) {
-            break;
-        } else if (errno != EINTR) {
-            break;
+        const ssize_t n = read(t->read_fd, ids, sizeof(ids));
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno != EINTR) break;
+            if (t->stop) break;
+            continue;
         }
-        if (t->stop) break;
+        for (ssize_t i = 0; i < n; ++i) {
+            t->handler(t->arg, ids[i]);
+            if (t->stop) return nullptr;
+        }
     }
     return nullptr;
 }
