@@ -117,13 +117,19 @@ bool omx_evrc_adec::post_command(uintptr_t p1, uintptr_t p2, unsigned char id, b
 bool omx_evrc_adec::post_data(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&data_q_lock);
     bool wake = true;
+    // The input thread handles one input buffer with one output buffer per
+    // byte. A new buffer needs a byte of its own only when it completes a
+    // pair, that is when its queue is now no longer than the other one;
+    // otherwise it waits for a buffer of the other kind, whose byte will
+    // serve it. (A byte left over, after a flush for instance, finds nothing
+    // to do.)
     switch (id) {
     case MSG_EBD:
     case MSG_FBD: done_q.insert_entry(p1, p2, id); break;
-    case MSG_ETB: wake = !in_data_q.insert_entry(p1, p2, id) || out_data_q.size() != 0; break;
+    case MSG_ETB: wake = !in_data_q.insert_entry(p1, p2, id) || in_data_q.size() <= out_data_q.size(); break;
     case MSG_COMMAND:
     case MSG_EOS: in_ctrl_q.insert_entry(p1, p2, id); break;
-    case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || in_data_q.size() != 0; break;
+    case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || out_data_q.size() <= in_data_q.size(); break;
     default: break;
     }
     if (wake) omx_evrc_post_msg(input_thread, id);
