@@ -105,12 +105,18 @@ void omx_evrc_post_msg(WorkerThread *t, unsigned char id) {
 
 // ---- Posting ----
 
+// The byte that wakes a worker is written after the queue's lock is
+// released: the worker takes that lock as soon as it wakes, and would
+// otherwise find it still held and have to sleep again. The bytes carry no
+// information of their own (a worker takes the next entry of its queues
+// whatever the byte), so their order among several posters does not matter.
+
 bool omx_evrc_adec::post_command(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&cmd_q_lock);
     cmd_q.insert_entry(p1, p2, id);
+    pthread_mutex_unlock(&cmd_q_lock);
     WorkerThread *t = cmd_thread;
     if (t) omx_evrc_post_msg(t, id);
-    pthread_mutex_unlock(&cmd_q_lock);
     return t != nullptr;
 }
 
@@ -132,8 +138,8 @@ bool omx_evrc_adec::post_data(uintptr_t p1, uintptr_t p2, unsigned char id, bool
     case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || out_data_q.size() <= in_data_q.size(); break;
     default: break;
     }
-    if (wake) omx_evrc_post_msg(input_thread, id);
     pthread_mutex_unlock(&data_q_lock);
+    if (wake) omx_evrc_post_msg(input_thread, id);
     return true;
 }
 
