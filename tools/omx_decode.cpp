@@ -10,6 +10,7 @@
 #include <OMX_Core.h>
 #include <bellagio/st_static_component_loader.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -391,17 +392,19 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
                            std::string &error) {
     auto session = std::make_unique<Session>();
     if (!session->open(error)) return false;
-    // More buffers in flight than the component's default two keep its input
-    // thread supplied while this thread waits to be scheduled, so fewer
-    // hand-overs have to wake a sleeping thread.
-    if (!session->set_buffer_count(0, kBuffersPerPort, error) || !session->set_buffer_count(1, kBuffersPerPort, error))
-        return false;
     // An output buffer holds the PCM of at most this many packets.
     std::size_t in_size = 0, out_size = 0;
     if (!session->buffer_size(0, in_size, error) || !session->buffer_size(1, out_size, error)) return false;
     const std::size_t max_packets = out_size / (kSamplesPerPacket * sizeof(std::int16_t));
     std::vector<Chunk> chunks;
     if (!plan_buffers(packets, in_size, max_packets, chunks, error)) return false;
+    // More buffers in flight than the component's default two keep its input
+    // thread supplied while this thread waits to be scheduled, so fewer
+    // hand-overs have to wake a sleeping thread; but no more than the stream
+    // fills (every buffer is allocated, zero-filled and freed again).
+    const OMX_U32 count =
+        static_cast<OMX_U32>(std::max<std::size_t>(2, std::min<std::size_t>(kBuffersPerPort, chunks.size())));
+    if (!session->set_buffer_count(0, count, error) || !session->set_buffer_count(1, count, error)) return false;
     pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
     if (!session->start(error)) return false;
     if (!session->run(packets, chunks, pcm, error)) return false;
