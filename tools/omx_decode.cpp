@@ -241,14 +241,24 @@ public:
     }
 
     // Loaded -> Idle with every buffer of both ports allocated, then
-    // Executing.
-    bool start(std::string &error) {
+    // Executing, with the first `fills` output buffers (at most all of them)
+    // handed to the component while it gets there: the command thread's
+    // answer takes longer than the calls, and the input thread then finds
+    // output buffers waiting when the first input buffer arrives.
+    bool start(std::size_t fills, std::string &error) {
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!allocate(0, inputs_, error) || !allocate(1, outputs_, error)) return false;
+        returns_.reserve(inputs_.size() + outputs_.size());
         if (!returns_.wait_state(OMX_StateIdle, error)) return false;
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateExecuting, nullptr), "Executing", error))
             return false;
+        filling_ = 0;
+        for (OMX_BUFFERHEADERTYPE *hdr : outputs_) {
+            if (filling_ == fills) break;
+            if (!check(handle_.FillThisBuffer(&handle_, hdr), "fill_this_buffer", error)) return false;
+            ++filling_;
+        }
         return returns_.wait_state(OMX_StateExecuting, error);
     }
 
@@ -273,22 +283,16 @@ public:
     // the order received.
     bool run(const std::vector<Bytes> &packets, const std::vector<Chunk> &chunks, std::vector<std::int16_t> &pcm,
              std::string &error) {
-        returns_.reserve(inputs_.size() + outputs_.size());
         std::vector<OMX_BUFFERHEADERTYPE *> free_in(inputs_), done_out;
         free_in.reserve(inputs_.size());
         done_out.reserve(outputs_.size());
-        std::size_t sent = 0;      // input buffers sent
-        std::size_t received = 0;  // output buffers collected
-        std::size_t filling = 0;   // output buffers in the component
-        // Every output buffer goes in at once; afterwards each one goes back
-        // in as soon as its PCM is collected, while output is still missing.
-        // While output is missing at least one output buffer is in the
-        // component, so a wait for one ends.
-        for (OMX_BUFFERHEADERTYPE *hdr : outputs_) {
-            if (filling == chunks.size()) break;
-            if (!check(handle_.FillThisBuffer(&handle_, hdr), "fill_this_buffer", error)) return false;
-            ++filling;
-        }
+        std::size_t sent = 0;             // input buffers sent
+        std::size_t received = 0;         // output buffers collected
+        std::size_t &filling = filling_;  // output buffers in the component
+        // The output buffers went in with the start; each one goes back in as
+        // soon as its PCM is collected, while output is still missing. While
+        // output is missing at least one output buffer is in the component,
+        // so a wait for one ends.
         while (received < chunks.size()) {
             std::size_t used = 0;
             for (; used < free_in.size() && sent < chunks.size(); ++used, ++sent) {
@@ -384,6 +388,7 @@ private:
     Returns returns_;
     std::vector<OMX_BUFFERHEADERTYPE *> inputs_;
     std::vector<OMX_BUFFERHEADERTYPE *> outputs_;
+    std::size_t filling_ = 0;  // output buffers handed to the component and not yet back
 };
 
 }  // namespace
@@ -406,7 +411,7 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
         static_cast<OMX_U32>(std::max<std::size_t>(2, std::min<std::size_t>(kBuffersPerPort, chunks.size())));
     if (!session->set_buffer_count(0, count, error) || !session->set_buffer_count(1, count, error)) return false;
     pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
-    if (!session->start(error)) return false;
+    if (!session->start(chunks.size(), error)) return false;
     if (!session->run(packets, chunks, pcm, error)) return false;
     return session->stop(error);
 }
