@@ -16,8 +16,8 @@ OMX_ERRORTYPE omx_evrc_adec::send_command(void *hComp, OMX_COMMANDTYPE cmd, unsi
     if (cmd != OMX_CommandMarkBuffer) {
         pthread_mutex_lock(&cmd_q_lock);
         cmd_q.insert_entry(static_cast<uintptr_t>(cmd), param, MSG_COMMAND);
-        omx_evrc_post_msg(cmd_thread, MSG_COMMAND);
         pthread_mutex_unlock(&cmd_q_lock);
+        omx_evrc_post_msg(cmd_thread, MSG_COMMAND);
         OMX_EVRC_LOG("send_command:before semwait= %u cmd=%d\n", param, cmd);
         while (sem_wait(&cmd_done_sem) != 0 && errno == EINTR) {
         }

@@ -42,8 +42,8 @@ EVRC_API extern int64_t evrc_decode_time_us;        // exported, not updated
 EVRC_API void *get_omx_component_factory_fn(void);
 }
 
-// One worker thread: a pthread reading one byte at a time from its own pipe
-// and calling handler(arg, byte) for each.
+// One worker thread: a pthread reading the bytes written into its own pipe
+// and calling handler(arg, byte) for each, in order.
 struct WorkerThread {
     pthread_t thread;
     int read_fd;

@@ -63,17 +63,22 @@ WorkerThread *omx_evrc_thread_create(void (*handler)(void *, unsigned char), voi
 void *omx_evrc_msg(void *arg) {
     WorkerThread *t = static_cast<WorkerThread *>(arg);
     if (t->stop) return nullptr;
+    // Every byte waiting in the pipe is taken in one read (while the worker
+    // was busy, one arrived for each message posted meanwhile) and handled
+    // in order, one call per byte, as if read one at a time.
+    unsigned char ids[64];
     for (;;) {
-        unsigned char id = 0;
-        const ssize_t n = read(t->read_fd, &id, 1);
-        if (n == 1) {
-            t->handler(t->arg, id);
-        } else if (n == 0) {
-            break;
-        } else if (errno != EINTR) {
-            break;
+        const ssize_t n = read(t->read_fd, ids, sizeof(ids));
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno != EINTR) break;
+            if (t->stop) break;
+            continue;
         }
-        if (t->stop) break;
+        for (ssize_t i = 0; i < n; ++i) {
+            t->handler(t->arg, ids[i]);
+            if (t->stop) return nullptr;
+        }
     }
     return nullptr;
 }
@@ -100,29 +105,41 @@ void omx_evrc_post_msg(WorkerThread *t, unsigned char id) {
 
 // ---- Posting ----
 
+// The byte that wakes a worker is written after the queue's lock is
+// released: the worker takes that lock as soon as it wakes, and would
+// otherwise find it still held and have to sleep again. The bytes carry no
+// information of their own (a worker takes the next entry of its queues
+// whatever the byte), so their order among several posters does not matter.
+
 bool omx_evrc_adec::post_command(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&cmd_q_lock);
     cmd_q.insert_entry(p1, p2, id);
+    pthread_mutex_unlock(&cmd_q_lock);
     WorkerThread *t = cmd_thread;
     if (t) omx_evrc_post_msg(t, id);
-    pthread_mutex_unlock(&cmd_q_lock);
     return t != nullptr;
 }
 
 bool omx_evrc_adec::post_data(uintptr_t p1, uintptr_t p2, unsigned char id, bool) {
     pthread_mutex_lock(&data_q_lock);
     bool wake = true;
+    // The input thread handles one input buffer with one output buffer per
+    // byte. A new buffer needs a byte of its own only when it completes a
+    // pair, that is when its queue is now no longer than the other one;
+    // otherwise it waits for a buffer of the other kind, whose byte will
+    // serve it. (A byte left over, after a flush for instance, finds nothing
+    // to do.)
     switch (id) {
     case MSG_EBD:
     case MSG_FBD: done_q.insert_entry(p1, p2, id); break;
-    case MSG_ETB: wake = !in_data_q.insert_entry(p1, p2, id) || out_data_q.size() != 0; break;
+    case MSG_ETB: wake = !in_data_q.insert_entry(p1, p2, id) || in_data_q.size() <= out_data_q.size(); break;
     case MSG_COMMAND:
     case MSG_EOS: in_ctrl_q.insert_entry(p1, p2, id); break;
-    case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || in_data_q.size() != 0; break;
+    case MSG_FTB: wake = !out_data_q.insert_entry(p1, p2, id) || out_data_q.size() <= in_data_q.size(); break;
     default: break;
     }
-    if (wake) omx_evrc_post_msg(input_thread, id);
     pthread_mutex_unlock(&data_q_lock);
+    if (wake) omx_evrc_post_msg(input_thread, id);
     return true;
 }
 

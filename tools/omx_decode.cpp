@@ -10,12 +10,11 @@
 #include <OMX_Core.h>
 #include <bellagio/st_static_component_loader.h>
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <mutex>
 
@@ -26,8 +25,6 @@ using Bytes = std::vector<std::uint8_t>;
 
 // No single step of a healthy component takes anywhere near this long.
 constexpr std::chrono::seconds kStepTimeout{30};
-// How long a wait watches for the component's answer before it sleeps.
-constexpr std::chrono::microseconds kSpinBeforeSleep{200};
 
 constexpr unsigned kSamplesPerPacket = 160;
 // Buffers the client allocates on each port.
@@ -53,13 +50,21 @@ std::string hex(unsigned v) {
     return buf;
 }
 
-// Packs whole packets into input buffers: at most 30 packets (one output
-// buffer's worth of PCM) and at most `capacity` bytes each.
-bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity, std::size_t max_packets,
-                        std::vector<Bytes> &buffers, std::vector<std::size_t> &counts, std::string &error) {
-    Bytes cur;
-    cur.reserve(capacity);
-    std::size_t n = 0;
+// One input buffer's share of the stream: `count` whole packets from packet
+// `first` on, `bytes` bytes in all.
+struct Chunk {
+    std::size_t first;
+    std::size_t count;
+    std::size_t bytes;
+};
+
+// Checks every packet and divides the stream into input buffers: at most
+// `max_packets` packets (one output buffer's worth of PCM) and at most
+// `capacity` bytes each. The packets are copied into the component's buffers
+// only as these are sent.
+bool plan_buffers(const std::vector<Bytes> &packets, std::size_t capacity, std::size_t max_packets,
+                  std::vector<Chunk> &chunks, std::string &error) {
+    Chunk cur{0, 0, 0};
     for (std::size_t i = 0; i < packets.size(); ++i) {
         const Bytes &p = packets[i];
         if (p.empty()) {
@@ -77,26 +82,31 @@ bool split_into_buffers(const std::vector<Bytes> &packets, std::size_t capacity,
                     std::to_string(p[0]) + " needs " + std::to_string(len);
             return false;
         }
-        if (n == max_packets || cur.size() + len > capacity) {
-            buffers.push_back(std::move(cur));
-            counts.push_back(n);
-            cur = Bytes();
-            cur.reserve(capacity);
-            n = 0;
+        if (cur.count == max_packets || cur.bytes + len > capacity) {
+            chunks.push_back(cur);
+            cur = Chunk{i, 0, 0};
         }
-        cur.insert(cur.end(), p.begin(), p.end());
-        ++n;
+        ++cur.count;
+        cur.bytes += len;
     }
-    if (n > 0) {
-        buffers.push_back(std::move(cur));
-        counts.push_back(n);
-    }
+    if (cur.count > 0) chunks.push_back(cur);
     return true;
 }
 
-// What the component hands back through the callbacks.
+// What the component hands back through the callbacks. The callbacks run on
+// the component's threads; they only record what came back (into storage
+// reserved beforehand: no allocation) and wake the client when it has
+// something to do.
 class Returns {
 public:
+    // Room for every buffer of both ports, so that a callback never
+    // allocates.
+    void reserve(std::size_t buffers) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        inputs_.reserve(buffers);
+        outputs_.reserve(buffers);
+    }
+
     static OMX_ERRORTYPE on_event(OMX_HANDLETYPE, OMX_PTR app, OMX_EVENTTYPE type, OMX_U32 d1, OMX_U32 d2, OMX_PTR) {
         Returns *self = static_cast<Returns *>(app);
         {
@@ -106,7 +116,6 @@ public:
             } else if (type == OMX_EventError && self->error_ == 0) {
                 self->error_ = static_cast<unsigned>(d1);
             }
-            self->changes_.fetch_add(1, std::memory_order_release);
         }
         // Notified after the lock is released, so that the woken client does
         // not block on it at once. (The client outlives every callback: the
@@ -126,7 +135,7 @@ public:
 
     bool wait_state(OMX_STATETYPE s, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
-        const bool ok = wait_until(lock, [&] {
+        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] {
             for (auto it = states_.begin(); it != states_.end(); ++it) {
                 if (*it == s) {
                     states_.erase(it);
@@ -142,14 +151,14 @@ public:
     }
 
     // Waits for `wanted` (at least one) returned output buffers, or an error
-    // event, and takes every buffer returned so far; false on timeout or
-    // error, with `error` set. Only to be called with at least `wanted`
-    // output buffers in the component.
-    bool wait_buffers(std::size_t wanted, std::deque<OMX_BUFFERHEADERTYPE *> &inputs,
-                      std::deque<OMX_BUFFERHEADERTYPE *> &outputs, std::string &error) {
+    // event, and appends every buffer returned so far to `inputs` and
+    // `outputs`; false on timeout or error, with `error` set. Only to be
+    // called with at least `wanted` output buffers in the component.
+    bool wait_buffers(std::size_t wanted, std::vector<OMX_BUFFERHEADERTYPE *> &inputs,
+                      std::vector<OMX_BUFFERHEADERTYPE *> &outputs, std::string &error) {
         std::unique_lock<std::mutex> lock(mutex_);
         wanted_ = wanted > 0 ? wanted : 1;
-        const bool ok = wait_until(lock, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
+        const bool ok = cond_.wait_for(lock, kStepTimeout, [&] { return outputs_.size() >= wanted_ || error_ != 0; });
         wanted_ = 1;
         inputs.insert(inputs.end(), inputs_.begin(), inputs_.end());
         outputs.insert(outputs.end(), outputs_.begin(), outputs_.end());
@@ -162,56 +171,22 @@ public:
     }
 
 private:
-    OMX_ERRORTYPE push(std::deque<OMX_BUFFERHEADERTYPE *> &q, OMX_BUFFERHEADERTYPE *hdr, bool wake) {
+    OMX_ERRORTYPE push(std::vector<OMX_BUFFERHEADERTYPE *> &q, OMX_BUFFERHEADERTYPE *hdr, bool wake) {
         {
             std::lock_guard<std::mutex> lock(mutex_);
             q.push_back(hdr);
             if (!wake || q.size() < wanted_) return OMX_ErrorNone;
-            changes_.fetch_add(1, std::memory_order_release);
         }
         cond_.notify_all();
         return OMX_ErrorNone;
     }
 
-    // Waits (the lock held) until `ready` holds or the step times out. Most
-    // steps of the component end within a few tens of microseconds, sooner
-    // than a sleeping thread is woken again, so the wait first watches for a
-    // wake-up without sleeping for a short while (the component's notify
-    // then finds no sleeper to wake either), and only then sleeps.
-    template <typename Ready>
-    bool wait_until(std::unique_lock<std::mutex> &lock, Ready ready) {
-        if (ready()) return true;
-        const auto spin_end = std::chrono::steady_clock::now() + kSpinBeforeSleep;
-        for (;;) {
-            const unsigned seen = changes_.load(std::memory_order_acquire);
-            lock.unlock();
-            bool changed = false;
-            while (!(changed = changes_.load(std::memory_order_acquire) != seen) &&
-                   std::chrono::steady_clock::now() < spin_end) {
-                for (int i = 0; i < 64 && changes_.load(std::memory_order_relaxed) == seen; ++i) cpu_relax();
-            }
-            lock.lock();
-            if (ready()) return true;
-            if (!changed) break;
-        }
-        return cond_.wait_for(lock, kStepTimeout, ready);
-    }
-
-    static void cpu_relax() {
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__aarch64__)
-        asm volatile("yield");
-#endif
-    }
-
     std::mutex mutex_;
     std::condition_variable cond_;
-    std::deque<OMX_STATETYPE> states_;
-    std::deque<OMX_BUFFERHEADERTYPE *> inputs_;
-    std::deque<OMX_BUFFERHEADERTYPE *> outputs_;
-    std::atomic<unsigned> changes_{0};  // bumped at every wake-up
-    std::size_t wanted_ = 1;            // returned output buffers that wake the client
+    std::vector<OMX_STATETYPE> states_;
+    std::vector<OMX_BUFFERHEADERTYPE *> inputs_;
+    std::vector<OMX_BUFFERHEADERTYPE *> outputs_;
+    std::size_t wanted_ = 1;  // returned output buffers that wake the client
     unsigned error_ = 0;
 };
 
@@ -266,14 +241,24 @@ public:
     }
 
     // Loaded -> Idle with every buffer of both ports allocated, then
-    // Executing.
-    bool start(std::string &error) {
+    // Executing, with the first `fills` output buffers (at most all of them)
+    // handed to the component while it gets there: the command thread's
+    // answer takes longer than the calls, and the input thread then finds
+    // output buffers waiting when the first input buffer arrives.
+    bool start(std::size_t fills, std::string &error) {
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateIdle, nullptr), "Idle", error))
             return false;
         if (!allocate(0, inputs_, error) || !allocate(1, outputs_, error)) return false;
+        returns_.reserve(inputs_.size() + outputs_.size());
         if (!returns_.wait_state(OMX_StateIdle, error)) return false;
         if (!check(handle_.SendCommand(&handle_, OMX_CommandStateSet, OMX_StateExecuting, nullptr), "Executing", error))
             return false;
+        filling_ = 0;
+        for (OMX_BUFFERHEADERTYPE *hdr : outputs_) {
+            if (filling_ == fills) break;
+            if (!check(handle_.FillThisBuffer(&handle_, hdr), "fill_this_buffer", error)) return false;
+            ++filling_;
+        }
         return returns_.wait_state(OMX_StateExecuting, error);
     }
 
@@ -293,45 +278,40 @@ public:
         return returns_.wait_state(OMX_StateLoaded, error);
     }
 
-    // Sends the buffers in order and appends the PCM of each returned output
-    // buffer; the component answers input buffers in the order received.
-    bool run(const std::vector<Bytes> &buffers, const std::vector<std::size_t> &counts, std::vector<std::int16_t> &pcm,
+    // Sends the stream in the planned input buffers and appends the PCM of
+    // each returned output buffer; the component answers input buffers in
+    // the order received.
+    bool run(const std::vector<Bytes> &packets, const std::vector<Chunk> &chunks, std::vector<std::int16_t> &pcm,
              std::string &error) {
-        std::deque<OMX_BUFFERHEADERTYPE *> free_in(inputs_.begin(), inputs_.end());
-        std::deque<OMX_BUFFERHEADERTYPE *> free_out(outputs_.begin(), outputs_.end());
-        std::size_t sent = 0;
-        std::size_t received = 0;
-        // While buffers are missing at least one output buffer is in the
-        // component (all free ones are sent first), so a wait for one ends.
-        while (received < buffers.size()) {
-            while (!free_out.empty() && received + (outputs_.size() - free_out.size()) < buffers.size()) {
-                if (!check(handle_.FillThisBuffer(&handle_, free_out.front()), "fill_this_buffer", error)) return false;
-                free_out.pop_front();
+        std::vector<OMX_BUFFERHEADERTYPE *> free_in(inputs_), done_out;
+        free_in.reserve(inputs_.size());
+        done_out.reserve(outputs_.size());
+        std::size_t sent = 0;             // input buffers sent
+        std::size_t received = 0;         // output buffers collected
+        std::size_t &filling = filling_;  // output buffers in the component
+        // The output buffers went in with the start; each one goes back in as
+        // soon as its PCM is collected, while output is still missing. While
+        // output is missing at least one output buffer is in the component,
+        // so a wait for one ends.
+        while (received < chunks.size()) {
+            std::size_t used = 0;
+            for (; used < free_in.size() && sent < chunks.size(); ++used, ++sent) {
+                if (!empty_buffer(free_in[used], packets, chunks[sent], error)) return false;
             }
-            while (!free_in.empty() && sent < buffers.size()) {
-                OMX_BUFFERHEADERTYPE *hdr = free_in.front();
-                std::memcpy(hdr->pBuffer, buffers[sent].data(), buffers[sent].size());
-                hdr->nOffset = 0;
-                hdr->nFilledLen = static_cast<OMX_U32>(buffers[sent].size());
-                hdr->nFlags = 0;
-                if (!check(handle_.EmptyThisBuffer(&handle_, hdr), "empty_this_buffer", error)) return false;
-                free_in.pop_front();
-                ++sent;
-            }
+            free_in.erase(free_in.begin(), free_in.begin() + static_cast<std::ptrdiff_t>(used));
             // All but a few output buffers back before this thread runs again
             // (fewer if fewer can come back: each returns with one input
             // buffer sent and not yet answered): the component keeps a few to
             // work on meanwhile, and each wake-up of this thread, which costs
             // the component's thread a system call, collects many buffers.
-            const std::size_t in_flight = outputs_.size() - free_out.size();
             const std::size_t unanswered = sent - received;
             std::size_t wanted = outputs_.size() > kKeptInComponent ? outputs_.size() - kKeptInComponent : 1;
-            if (wanted > in_flight) wanted = in_flight;
+            if (wanted > filling) wanted = filling;
             if (wanted > unanswered) wanted = unanswered;
-            std::deque<OMX_BUFFERHEADERTYPE *> done_out;
+            done_out.clear();
             if (!returns_.wait_buffers(wanted, free_in, done_out, error)) return false;
             for (OMX_BUFFERHEADERTYPE *hdr : done_out) {
-                const std::size_t expected = counts[received] * kSamplesPerPacket * sizeof(std::int16_t);
+                const std::size_t expected = chunks[received].count * kSamplesPerPacket * sizeof(std::int16_t);
                 if (hdr->nFilledLen != expected) {
                     error = "output buffer " + std::to_string(received) + " holds " + std::to_string(hdr->nFilledLen) +
                             " bytes instead of " + std::to_string(expected);
@@ -340,7 +320,11 @@ public:
                 const auto *s = reinterpret_cast<const std::int16_t *>(hdr->pBuffer + hdr->nOffset);
                 pcm.insert(pcm.end(), s, s + hdr->nFilledLen / sizeof(std::int16_t));
                 ++received;
-                free_out.push_back(hdr);
+                --filling;
+                if (received + filling < chunks.size()) {
+                    if (!check(handle_.FillThisBuffer(&handle_, hdr), "fill_this_buffer", error)) return false;
+                    ++filling;
+                }
             }
         }
         return true;
@@ -351,6 +335,20 @@ private:
         if (err == OMX_ErrorNone) return true;
         error = std::string(what) + " failed with " + hex(static_cast<unsigned>(err));
         return false;
+    }
+
+    // Copies the chunk's packets into an input buffer and sends it.
+    bool empty_buffer(OMX_BUFFERHEADERTYPE *hdr, const std::vector<Bytes> &packets, const Chunk &chunk,
+                      std::string &error) {
+        OMX_U8 *dst = hdr->pBuffer;
+        for (std::size_t i = chunk.first; i < chunk.first + chunk.count; ++i) {
+            std::memcpy(dst, packets[i].data(), packets[i].size());
+            dst += packets[i].size();
+        }
+        hdr->nOffset = 0;
+        hdr->nFilledLen = static_cast<OMX_U32>(chunk.bytes);
+        hdr->nFlags = 0;
+        return check(handle_.EmptyThisBuffer(&handle_, hdr), "empty_this_buffer", error);
     }
 
     // The loader entry hands over malloc()ed strings, as a core expects.
@@ -390,6 +388,7 @@ private:
     Returns returns_;
     std::vector<OMX_BUFFERHEADERTYPE *> inputs_;
     std::vector<OMX_BUFFERHEADERTYPE *> outputs_;
+    std::size_t filling_ = 0;  // output buffers handed to the component and not yet back
 };
 
 }  // namespace
@@ -398,21 +397,22 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
                            std::string &error) {
     auto session = std::make_unique<Session>();
     if (!session->open(error)) return false;
-    // More buffers in flight than the component's default two keep its input
-    // thread supplied while this thread waits to be scheduled, so fewer
-    // hand-overs have to wake a sleeping thread.
-    if (!session->set_buffer_count(0, kBuffersPerPort, error) || !session->set_buffer_count(1, kBuffersPerPort, error))
-        return false;
     // An output buffer holds the PCM of at most this many packets.
     std::size_t in_size = 0, out_size = 0;
     if (!session->buffer_size(0, in_size, error) || !session->buffer_size(1, out_size, error)) return false;
     const std::size_t max_packets = out_size / (kSamplesPerPacket * sizeof(std::int16_t));
-    std::vector<Bytes> buffers;
-    std::vector<std::size_t> counts;
-    if (!split_into_buffers(packets, in_size, max_packets, buffers, counts, error)) return false;
+    std::vector<Chunk> chunks;
+    if (!plan_buffers(packets, in_size, max_packets, chunks, error)) return false;
+    // More buffers in flight than the component's default two keep its input
+    // thread supplied while this thread waits to be scheduled, so fewer
+    // hand-overs have to wake a sleeping thread; but no more than the stream
+    // fills (every buffer is allocated, zero-filled and freed again).
+    const OMX_U32 count =
+        static_cast<OMX_U32>(std::max<std::size_t>(2, std::min<std::size_t>(kBuffersPerPort, chunks.size())));
+    if (!session->set_buffer_count(0, count, error) || !session->set_buffer_count(1, count, error)) return false;
     pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
-    if (!session->start(error)) return false;
-    if (!session->run(buffers, counts, pcm, error)) return false;
+    if (!session->start(chunks.size(), error)) return false;
+    if (!session->run(packets, chunks, pcm, error)) return false;
     return session->stop(error);
 }
 
