@@ -844,6 +844,15 @@ struct Pick {
     Word64 e;
 };
 
+// The lanes of track t: its correlations with the target, and the energy
+// terms a pulse on it adds to a set whose sums on the track are cross.
+void track_lanes(const Search &s, int t, const Word32 *cross, TrackLanes &c, TrackLanes &e) {
+    for (int b = 0; b < kBlocks; ++b) {
+        c.v[b] = load_lanes(&s.dt[t][kLanes * b]);
+        e.v[b] = load_lanes(&s.diagt[t][kLanes * b]) + 2 * load_lanes(cross + kLanes * b);
+    }
+}
+
 // The pairs of place_reference for the tracks t1, t2 (the first of the n1
 // strongest positions of t1, in scan order, with each position of t2), the
 // set's sums on the two tracks in cross1, cross2: scanned from `best` with
@@ -851,10 +860,7 @@ struct Pick {
 void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
                 int n1, float thr, Choice &best) {
     TrackLanes c2, e2;
-    for (int b = 0; b < kBlocks; ++b) {
-        c2.v[b] = load_lanes(&s.dt[t2][kLanes * b]);
-        e2.v[b] = load_lanes(&s.diagt[t2][kLanes * b]) + 2 * load_lanes(cross2 + kLanes * b);
-    }
+    track_lanes(s, t2, cross2, c2, e2);
     const Word32 c0 = static_cast<Word32>(set_c);
     const Word32 e0 = static_cast<Word32>(set_e);
     const int *cand = s.cand[t1];
@@ -895,10 +901,7 @@ Pick best_pair(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1
 // place_reference for the single track t1, the set's sums on it in cross1.
 Pick best_single(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, int t1) {
     TrackLanes c2, e2;
-    for (int b = 0; b < kBlocks; ++b) {
-        c2.v[b] = load_lanes(&s.dt[t1][kLanes * b]);
-        e2.v[b] = load_lanes(&s.diagt[t1][kLanes * b]) + 2 * load_lanes(cross1 + kLanes * b);
-    }
+    track_lanes(s, t1, cross1, c2, e2);
     const Word32 c0 = static_cast<Word32>(set_c);
     const Word32 e0 = static_cast<Word32>(set_e);
     const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c0, e0, c2, e2, nullptr, cv, ev); };
