@@ -8,7 +8,7 @@
 // The searches match the weighted error: the modified residual (the speech's
 // residual through the filters it is synthesised with) less the excitation,
 // through the subframe's weighted synthesis filter (quantised synthesis,
-// perceptual weighting) and the error emphasis (spectral_shaping.cpp). Both
+// perceptual weighting) and the error emphasis (shaping.cpp). Both
 // filters are linear, so one memory each carries the error of the subframes
 // before: the target of a subframe is the modified residual through them
 // from those memories, and the impulse response the same from rest; once

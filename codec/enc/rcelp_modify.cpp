@@ -111,7 +111,7 @@ void warp_segment(EvrcEncoderState *st, int base, int from, int to, int ramp_end
 // filters the decoder synthesises with: the modified residual through
 // 1/Aq_j(z) then gives back the speech, so the weighted target is the
 // weighted speech itself, once shaped for the decoder's postfilter
-// (spectral_shaping.cpp). The open-loop pitch analysis has used the
+// (shaping.cpp). The open-loop pitch analysis has used the
 // unquantised residual before.
 void requantised_residual(EvrcEncoderState *st) {
     int start = EVRC_ENC_CODED_START;
