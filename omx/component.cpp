@@ -219,14 +219,19 @@ OMX_ERRORTYPE omx_evrc_adec::component_deinit(void * /*hComp*/) {
     pthread_cond_broadcast(&event_cond);
     pthread_mutex_unlock(&event_lock);
 
-    if (WorkerThread *t = input_thread.load()) {
-        omx_evrc_thread_stop(t);
-        input_thread = nullptr;
-    }
-    if (WorkerThread *t = cmd_thread.load()) {
-        omx_evrc_thread_stop(t);
-        cmd_thread = nullptr;
-    }
+    // The input worker is told to stop, then the command worker, and only
+    // then is either waited for, so that they wind down at the same time
+    // rather than one after the other. The command worker is waited for
+    // first: it may still post to the input worker, whose record must
+    // outlive it; the input worker posts only to itself.
+    WorkerThread *const input = input_thread.load();
+    WorkerThread *const command = cmd_thread.load();
+    omx_evrc_thread_request_stop(input);
+    omx_evrc_thread_request_stop(command);
+    omx_evrc_thread_join(command);
+    cmd_thread = nullptr;
+    omx_evrc_thread_join(input);
+    input_thread = nullptr;
 
     input_blocked = 0;
     resume_pending = 0;

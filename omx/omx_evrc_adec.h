@@ -56,6 +56,10 @@ struct WorkerThread {
 
 WorkerThread *omx_evrc_thread_create(void (*handler)(void *, unsigned char), void *component, const char *name);
 void omx_evrc_thread_stop(WorkerThread *thread);
+// The two halves of omx_evrc_thread_stop: ask the worker to end (it ends on
+// its own, at once or after the pass it is in), then wait for it and free it.
+void omx_evrc_thread_request_stop(WorkerThread *thread);
+void omx_evrc_thread_join(WorkerThread *thread);
 void omx_evrc_post_msg(WorkerThread *thread, unsigned char id);
 void *omx_evrc_msg(void *thread);  // thread body; argument is the WorkerThread*
 

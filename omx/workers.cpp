@@ -84,13 +84,25 @@ void *omx_evrc_msg(void *arg) {
 }
 
 void omx_evrc_thread_stop(WorkerThread *t) {
+    omx_evrc_thread_request_stop(t);
+    omx_evrc_thread_join(t);
+}
+
+void omx_evrc_thread_request_stop(WorkerThread *t) {
     if (!t) return;
     t->stop = 1;
-    // Closing the write end ends the worker's read; the read end is closed
-    // only once the worker is gone, so its descriptor number cannot be
-    // reused under a read still in progress.
-    close(t->write_fd);
+    // The pipe loses its only writer, so the worker's read ends. The write
+    // descriptor is not closed but made a second copy of the read end: a
+    // message posted late (by the other worker, still finishing a pass)
+    // then fails harmlessly, where a closed descriptor number could by then
+    // belong to a file opened elsewhere in the process.
+    dup2(t->read_fd, t->write_fd);
+}
+
+void omx_evrc_thread_join(WorkerThread *t) {
+    if (!t) return;
     pthread_join(t->thread, nullptr);
+    close(t->write_fd);
     close(t->read_fd);
     delete t;
 }
