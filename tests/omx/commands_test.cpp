@@ -2,6 +2,10 @@
 // target, deinit from a running state), flushes, port disable and enable.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
 #include <random>
 
 #include "omx_client.h"
@@ -92,6 +96,27 @@ TEST(OmxStateMachine, DeinitFromExecutingWarnsAndTearsDown) {
     EXPECT_TRUE(log_contains("Warning: Received DeInit when not in LOADED state,\t\t\t\tcur_state 3\n"));
     EXPECT_TRUE(log_contains("COMPONENT DEINIT\n"));
     EXPECT_TRUE(!c.comp->input_thread.load() && !c.comp->cmd_thread.load() && !c.comp->decoder_state.load());
+}
+
+// A worker told to stop ends without any further message; a message posted
+// to it afterwards (as the other worker may still do while it winds down)
+// is refused, and lands neither in the worker nor in a file opened since.
+TEST(OmxWorkers, StopEndsTheWorkerAndRefusesLatePosts) {
+    static std::atomic<int> handled{0};
+    WorkerThread *t = omx_evrc_thread_create([](void *, unsigned char) { ++handled; }, nullptr, "TEST");
+    ASSERT_NE(t, nullptr);
+    omx_evrc_post_msg(t, 1);
+    for (int i = 0; i < 2000 && handled == 0; ++i) usleep(1000);
+    ASSERT_EQ(handled, 1);
+    omx_evrc_thread_request_stop(t);
+    FILE *f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    omx_evrc_post_msg(t, 1);
+    omx_evrc_thread_join(t);
+    EXPECT_EQ(handled, 1);
+    std::fseek(f, 0, SEEK_END);
+    EXPECT_EQ(std::ftell(f), 0);
+    std::fclose(f);
 }
 
 TEST(OmxFlush, EachPortReturnsQueuedBuffersAndRestartsTheDecoder) {
