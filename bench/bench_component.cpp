@@ -15,6 +15,15 @@
 // over iterations of each iteration's own ratio (the two decodes run back to
 // back), which the machine's other load disturbs least. The component's time includes creating it, allocating its
 // buffers, the state changes to Executing and back, and tearing it down.
+// "sleeps" is how many times per stream a thread of the process blocked
+// (voluntary context switches, all threads) beyond the direct decode's own.
+//
+// Most of the component's fixed cost is waking threads that sleep on another
+// processor. BM_HandOver measures what one such hand-over costs on the
+// machine: a byte written to a pipe that another thread blocks on, answered
+// through a second pipe, after this thread has worked for the given number
+// of microseconds while the other one slept (a processor left idle longer
+// wakes more slowly on some machines, virtual ones in particular).
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -22,7 +31,11 @@
 #include <ctime>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
@@ -44,6 +57,14 @@ double process_cpu_seconds() {
     timespec ts{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
     return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
+// Voluntary context switches of the process so far, threads that have ended
+// included.
+long process_sleeps() {
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    return ru.ru_nvcsw;
 }
 
 std::vector<Bytes> make_stream(int length) {
@@ -75,21 +96,26 @@ void BM_ComponentOverhead(benchmark::State &state) {
 
     std::vector<std::int16_t> direct_pcm, component_pcm;
     double direct_s = 0, component_s = 0, direct_cpu_s = 0, component_cpu_s = 0;
+    long sleeps = 0;
     std::vector<double> ratios;
     for (auto _ : state) {
         auto start = Clock::now();
         double cpu_start = process_cpu_seconds();
+        long sleeps_start = process_sleeps();
         decode_direct(stream, direct_pcm);
         const double direct = std::chrono::duration<double>(Clock::now() - start).count();
         direct_cpu_s += process_cpu_seconds() - cpu_start;
+        sleeps -= process_sleeps() - sleeps_start;
 
         component_pcm.clear();
         std::string error;
         start = Clock::now();
         cpu_start = process_cpu_seconds();
+        sleeps_start = process_sleeps();
         const bool ok = evrc_tool::decode_with_component(stream, component_pcm, error);
         const double component = std::chrono::duration<double>(Clock::now() - start).count();
         component_cpu_s += process_cpu_seconds() - cpu_start;
+        sleeps += process_sleeps() - sleeps_start;
         if (!ok) {
             state.SkipWithError(error.c_str());
             break;
@@ -112,6 +138,7 @@ void BM_ComponentOverhead(benchmark::State &state) {
         std::nth_element(ratios.begin(), ratios.begin() + ratios.size() / 2, ratios.end());
         state.counters["median_overhead_pct"] = 100.0 * (ratios[ratios.size() / 2] - 1.0);
         state.counters["cpu_overhead_pct"] = 100.0 * (component_cpu_s / direct_cpu_s - 1.0);
+        state.counters["sleeps"] = static_cast<double>(sleeps) / n;
     }
     state.SetItemsProcessed(state.iterations() * length);
 }
@@ -126,6 +153,41 @@ BENCHMARK(BM_ComponentOverhead)
     ->Arg(kBufferPackets)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+
+// One hand-over and its answer: this thread wakes a thread blocked on a pipe,
+// which answers through another pipe.
+void BM_HandOver(benchmark::State &state) {
+    const auto work = std::chrono::microseconds(state.range(0));
+    int ask[2], answer[2];
+    if (pipe(ask) != 0 || pipe(answer) != 0) {
+        state.SkipWithError("pipe failed");
+        return;
+    }
+    std::thread other([&] {
+        unsigned char b;
+        while (read(ask[0], &b, 1) == 1) {
+            if (write(answer[1], &b, 1) != 1) break;
+        }
+    });
+    for (auto _ : state) {
+        const auto work_end = Clock::now() + work;
+        while (Clock::now() < work_end) {
+        }
+        unsigned char b = 1;
+        const auto start = Clock::now();
+        if (write(ask[1], &b, 1) != 1 || read(answer[0], &b, 1) != 1) {
+            state.SkipWithError("the pipe broke");
+            break;
+        }
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    close(ask[1]);
+    other.join();
+    close(ask[0]);
+    close(answer[0]);
+    close(answer[1]);
+}
+BENCHMARK(BM_HandOver)->Arg(0)->Arg(100)->Arg(1000)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
