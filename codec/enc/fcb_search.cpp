@@ -793,15 +793,16 @@ inline unsigned hit_bits(const Lanes32 *hit) {
 // The lanes of row r in scan order: a lane with E > 0 whose estimate
 // reaches thr is compared exactly, and taken when C^2 * E_best > C_best^2 * E
 // (the threshold then rises to the new choice's estimate less the margin).
+// Lanes outside `lanes` are left (a caller's candidate that cannot win).
 template <int Blocks>
-inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best) {
+inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best, unsigned lanes = ~0u) {
     Lanes32 hit[Blocks];
     for (int b = 0; b < Blocks; ++b) {
         const LanesF cf = __builtin_convertvector(cv[b], LanesF);
         const LanesF ef = __builtin_convertvector(ev[b], LanesF);
         hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
     }
-    unsigned bits = hit_bits<Blocks>(hit);
+    unsigned bits = hit_bits<Blocks>(hit) & lanes;
     while (bits != 0) {
         const int m = __builtin_ctz(bits);
         bits &= bits - 1;
@@ -821,17 +822,21 @@ inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, 
 }
 
 // Rows r < n (lanes from row(r, cv, ev)) in scan order through scan_lanes.
-// A negative thr: the first row's best estimate less the margin.
+// A negative thr: the first row's best estimate less the margin. The
+// candidate at lane `same_lane` of row `same_row` (if any) is the caller's
+// starting choice itself: its score equals the start's, so it can never be
+// taken and is not compared.
 template <int Blocks = kBlocks, typename Row>
-inline void scan_rows(int n, Row row, float thr, Choice &best) {
+inline void scan_rows(int n, Row row, float thr, Choice &best, int same_row = -1, int same_lane = 0) {
     if (n <= 0) return;
     Lanes32 cv[Blocks], ev[Blocks];
     row(0, cv, ev);
     if (thr < 0) thr = row_peak<Blocks>(cv, ev) * kScoreMargin;
-    scan_lanes<Blocks>(0, cv, ev, thr, best);
+    const unsigned others = ~(1u << same_lane);
+    scan_lanes<Blocks>(0, cv, ev, thr, best, same_row == 0 ? others : ~0u);
     for (int r = 1; r < n; ++r) {
         row(r, cv, ev);
-        scan_lanes<Blocks>(r, cv, ev, thr, best);
+        scan_lanes<Blocks>(r, cv, ev, thr, best, same_row == r ? others : ~0u);
     }
 }
 
@@ -858,7 +863,7 @@ void track_lanes(const Search &s, int t, const Word32 *cross, TrackLanes &c, Tra
 // set's sums on the two tracks in cross1, cross2: scanned from `best` with
 // threshold thr (a negative thr: the first row's best estimate).
 void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
-                int n1, float thr, Choice &best) {
+                int n1, float thr, Choice &best, int same_row = -1, int same_lane = 0) {
     TrackLanes c2, e2;
     track_lanes(s, t2, cross2, c2, e2);
     const Word32 c0 = static_cast<Word32>(set_c);
@@ -869,7 +874,7 @@ void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross
         row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
                   ev);
     };
-    scan_rows(n1, row, thr, best);
+    scan_rows(n1, row, thr, best, same_row, same_lane);
 }
 
 // place_reference for the tracks t1, t2 (see scan_pairs).
@@ -952,7 +957,8 @@ bool refine_fast(const Search &s, FastSet &set) {
         const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c_rest, e_rest, c2, e2, nullptr, cv, ev); };
         Choice best = {set.c, set.c * set.c, set.e, -1, -1};
         const float cf = static_cast<float>(set.c);
-        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+        // Lane old / 5 leaves the pulse where it is.
+        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best, 0, old / kTracks);
         if (best.row < 0) continue;
         const int p = t + kTracks * best.lane;
         sub_row(&set.cross[0][0], s, old);
@@ -989,8 +995,12 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             if (set.e <= 0) continue;
             Choice best = {set.c, set.c * set.c, set.e, -1, -1};
             const float cf = static_cast<float>(set.c);
-            scan_pairs(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates),
-                       cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+            // The candidate of a's row and b's lane puts the pair back.
+            const int n1 = first_count(s, ta, kRepairCandidates);
+            int row_a = -1;
+            for (int r = 0; r < n1; ++r) row_a = s.cand[ta][r] == a / kTracks ? r : row_a;
+            scan_pairs(s, c, e, cross1, cross2, ta, tb, n1, cf * cf / static_cast<float>(set.e) * kScoreMargin, best,
+                       row_a, b / kTracks);
             if (best.row < 0) continue;
             const Pick pick = {ta + kTracks * s.cand[ta][best.row], tb + kTracks * best.lane, best.c, best.e};
             // The trial set: the other pulses in their order, then the pair.
