@@ -936,12 +936,20 @@ void add_pick(const Search &s, FastSet &set, const Pick &pick) {
 
 // refine_reference with the kept cross sums: the others' sum at p is the
 // set's sum less the moving pulse's own entry rr[old][p] (the matrix is
-// symmetric, so these are row old's entries on the track). Returns whether a
-// pulse moved (a pass that moves none leaves every later pass nothing to
-// move). With E <= 0 no position beats the set's score.
-bool refine_fast(const Search &s, FastSet &set) {
-    bool moved = false;
+// symmetric, so these are row old's entries on the track). With E <= 0 no
+// position beats the set's score.
+//
+// Returns the index of the last pulse that moved, -1 for none. A pulse
+// whose placement has seen no other pulse move since the pass before
+// cannot move: that pass left it at the first of the best places with the
+// others where they are now. So a pass that moves none leaves every later
+// pass nothing to move, and after a pass whose last move was pulse `until`,
+// the next has nothing to move from pulse `until` on unless it moves one of
+// the pulses before: it stops there.
+int refine_fast(const Search &s, FastSet &set, int until) {
+    int moved = -1;
     for (int k = 0; k < set.count; ++k) {
+        if (k >= until && moved < 0) break;
         if (set.e <= 0) continue;
         const int old = set.pos[k];
         const int t = old % kTracks;
@@ -963,7 +971,7 @@ bool refine_fast(const Search &s, FastSet &set) {
         const int p = t + kTracks * best.lane;
         sub_row(&set.cross[0][0], s, old);
         add_row(&set.cross[0][0], s, p);
-        moved = true;
+        moved = k;
         set.pos[k] = p;
         set.c = best.c;
         set.e = best.e;
@@ -1087,7 +1095,8 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
         std::memcpy(set.cross, pre.cross, sizeof(set.cross));
         for (int q = pre.count; q < depth.count; ++q) add_row(&set.cross[0][0], s, depth.pos[q]);
         refine_pairs_fast(s, set);
-        for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
+        for (int pass = 0, until = set.count; pass < kRefinePasses && until >= 0; ++pass) {
+            until = refine_fast(s, set, until);
         }
         if (r > 0 && ranks_above(set, refined[winner])) winner = r;
     }
