@@ -150,6 +150,12 @@ int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, co
         std::memcpy(&tv[v], tpat + 8 * v, sizeof(tv[v]));
         std::memcpy(&wv[v], wpat + 8 * v, sizeof(wv[v]));
     }
+    // The rows' errors sat32(2 sum) compare as their sums while those stay
+    // below 2^30, and every sum from 2^30 on gives kBestStart, which no row
+    // improves on: a row is taken when its sum is below the best's, which
+    // starts at 2^30.
+    constexpr UWord64 kSumLimit = UWord64{1} << 30;
+    UWord64 best_sum = kSumLimit;
     // Whole blocks: row j + N * 7 starts below the bound.
     for (; j + N * (kBlockRows - 1) < bound; j += kBlock) {
         Word32 terms[kBlock];
@@ -159,14 +165,14 @@ int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, co
             error_terms<N>(tv[v], code, wv[v], terms + 8 * v);
         }
         for (int r = 0; r < kBlockRows; ++r) {
-            Word64 sum = 0;
-            for (int k = 0; k < N; ++k) sum += terms[N * r + k];
-            const Word32 error = sat32q(2 * sum);
-            const bool take = codebook[j + N * r] > floor_value && error < best_error;
-            best_error = take ? error : best_error;
+            UWord64 sum = 0;
+            for (int k = 0; k < N; ++k) sum += static_cast<UWord32>(terms[N * r + k]);
+            const bool take = codebook[j + N * r] > floor_value && sum < best_sum;
+            best_sum = take ? sum : best_sum;
             best = take ? j + N * r : best;
         }
     }
+    best_error = best_sum < kSumLimit ? static_cast<Word32>(2 * best_sum) : kBestStart;
 #endif
     best_row_scalar<N>(weights, target, floor_value, codebook, j, bound, best_error, best);
     return best;
