@@ -177,6 +177,8 @@ void rank_candidates(Search &s) {
         for (int m = 0; m < kTrackPositions; ++m) {
             key[m] = m < n ? (static_cast<UWord64>(s.strength[t + kTracks * m]) << kIndexBits) | (kIndexMask - m) : 0;
         }
+        // Unrolled whole, the keys stay in registers.
+#pragma GCC unroll 35
         for (const auto &step : kSortEleven) {
             const UWord64 a = key[step[0]], b = key[step[1]];
             key[step[0]] = a > b ? a : b;
