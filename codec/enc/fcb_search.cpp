@@ -574,13 +574,26 @@ void refine_pairs_reference(const Search &s, PulseSet &set) {
 // The order in which the depth-first search fills the eight slots from a
 // starting track: the five tracks from there on, then once more the three
 // tracks that carry two pulses under track shift ts.
-void slot_order(int start, int ts, int *slots) {
-    int n = 0;
-    for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
-    for (int k = 0; k < kTracks; ++k) {
-        const int t = (start + k) % kTracks;
-        if (t != (ts + 3) % kTracks && t != (ts + 4) % kTracks) slots[n++] = t;
+// (A table of every start and shift, built at compile time.)
+struct SlotOrders {
+    int slots[kTracks][kShifts][kFullPulses];
+    constexpr SlotOrders() : slots() {
+        for (int start = 0; start < kTracks; ++start) {
+            for (int ts = 0; ts < kShifts; ++ts) {
+                int *out = slots[start][ts];
+                int n = 0;
+                for (int k = 0; k < kTracks; ++k) out[n++] = (start + k) % kTracks;
+                for (int k = 0; k < kTracks; ++k) {
+                    const int t = (start + k) % kTracks;
+                    if (t != (ts + 3) % kTracks && t != (ts + 4) % kTracks) out[n++] = t;
+                }
+            }
+        }
     }
+};
+constexpr SlotOrders kSlotOrders;
+void slot_order(int start, int ts, int *slots) {
+    std::memcpy(slots, kSlotOrders.slots[start][ts], sizeof(kSlotOrders.slots[start][ts]));
 }
 
 // Starting tracks: the two whose strongest candidate is strongest.
