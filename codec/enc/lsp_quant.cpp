@@ -77,8 +77,8 @@ inline Word32 error_term(Word16 target, Word16 code, Word16 weight) {
     return static_cast<Word32>(diff) * wd_hi;
 }
 
-// Rows first .. last (offsets j = N * row, rows starting below `bound`) of
-// best_row, one after another, from the best error so far.
+// best_row over the rows at offsets first, first + N, .. below `bound`, one
+// after another, from the best error so far.
 template <int N>
 void best_row_scalar(const Word16 *weights, const Word16 *target, Word16 floor_value, const Word16 *codebook, int first,
                      int bound, Word32 &best_error, int &best) {
