@@ -157,6 +157,47 @@ bool narrow_words(const Word64 *y64, Word32 *y, int len, Word32 &magnitude_or) {
 bool round_words(const Word32 *y, Word16 *out, int len) { return round_words_scalar(y, out, len); }
 #endif
 
+// s[n] = -4096 x[n] + sum_k a_k x[n - k] in 32 bits for n < len (x[-10 ..
+// len) readable), exact for sum |a_k| < 61440. On SSE2 eight samples at a
+// time, two taps per pmaddwd over x[n - k - 1] and x[n - k] interleaved:
+// only two -32768 taps on -32768 samples could overflow a pair's sum, and
+// sum |a_k| < 61440 allows at most one such tap.
+void narrow_sums(const Word16 *x, const Word16 *lpc, Word32 *s32, int len) {
+    int n = 0;
+#if defined(__SSE2__)
+    // Pair j (j = 0, 2, .., 8) takes taps a_(10-j), a_(9-j) on x[n - 10 + j],
+    // x[n - 9 + j].
+    __m128i pair[kOrder / 2];
+    for (int j = 0; j < kOrder; j += 2) {
+        pair[j / 2] =
+            _mm_set1_epi32(static_cast<Word32>(static_cast<UWord16>(lpc[kOrder - 1 - j])) |
+                           static_cast<Word32>(static_cast<UWord32>(static_cast<UWord16>(lpc[kOrder - 2 - j])) << 16));
+    }
+    for (; n + 8 <= len; n += 8) {
+        __m128i v;
+        std::memcpy(&v, x + n, sizeof(v));
+        // -4096 x[n], the samples sign-extended to 32 bits.
+        const __m128i sign = _mm_srai_epi16(v, 15);
+        __m128i lo = _mm_sub_epi32(_mm_setzero_si128(), _mm_slli_epi32(_mm_unpacklo_epi16(v, sign), 12));
+        __m128i hi = _mm_sub_epi32(_mm_setzero_si128(), _mm_slli_epi32(_mm_unpackhi_epi16(v, sign), 12));
+        for (int j = 0; j < kOrder; j += 2) {
+            __m128i a, b;
+            std::memcpy(&a, x + n - kOrder + j, sizeof(a));
+            std::memcpy(&b, x + n - kOrder + j + 1, sizeof(b));
+            lo = _mm_add_epi32(lo, _mm_madd_epi16(_mm_unpacklo_epi16(a, b), pair[j / 2]));
+            hi = _mm_add_epi32(hi, _mm_madd_epi16(_mm_unpackhi_epi16(a, b), pair[j / 2]));
+        }
+        std::memcpy(s32 + n, &lo, sizeof(lo));
+        std::memcpy(s32 + n + 4, &hi, sizeof(hi));
+    }
+#endif
+    for (; n < len; ++n) {
+        Word32 sum = -4096 * static_cast<Word32>(x[n]);
+        for (int k = 1; k <= kOrder; ++k) sum += static_cast<Word32>(lpc[k - 1]) * x[n - k];
+        s32[n] = sum;
+    }
+}
+
 // The next word of the plain run from its feedback sum (wrapping).
 inline Word64 next_word(UWord64 sum, Word16 x) {
     const UWord64 feedback = static_cast<UWord64>(static_cast<Word64>(sum) >> 15);
@@ -358,11 +399,7 @@ EVRC_API void evrc_voc_prediction_filter(const Word16 *in, const Word16 *lpc, Wo
         const int len = L - done < kBlock ? L - done : kBlock;
         const Word16 *x = in + kOrder + done;
         if (narrow) {
-            for (int n = 0; n < len; ++n) s32[n] = -4096 * static_cast<Word32>(x[n]);
-            for (int k = 1; k <= kOrder; ++k) {
-                const Word32 a = lpc[k - 1];
-                for (int n = 0; n < len; ++n) s32[n] += a * x[n - k];
-            }
+            narrow_sums(x, lpc, s32, len);
             if (shift >= 0 && shift <= kMaxNarrowShift) {
                 // high half of 32768 - s 2^shift, clamped to 32 bits, is
                 // floor((2^(m-1) - s) / 2^m) clamped to 16 bits, m = 16 -

@@ -62,6 +62,24 @@ void follow_error(EvrcEncoderState *st, const Word16 *residual, const Word16 *ex
     emphasise_error(error, L, emphasis_memory(st));
 }
 
+// Widths of the packet fields by rate code, field, subframe and part, from
+// the packet layout (a table in place of a search of the layout per field).
+constexpr int kFieldKinds = static_cast<int>(FieldId::kReserved) + 1;
+constexpr int kMaxParts = 4;
+struct FieldWidths {
+    std::uint8_t width[EVRC_RATE_FULL + 1][kFieldKinds][kSubframes][kMaxParts];
+    template <std::size_t N>
+    constexpr void add(int rate, const evrc::PacketField (&fields)[N]) {
+        for (const evrc::PacketField &f : fields) width[rate][static_cast<int>(f.id)][f.subframe][f.part] = f.width;
+    }
+    constexpr FieldWidths() : width() {
+        add(EVRC_RATE_FULL, evrc::detail::kFullRate);
+        add(EVRC_RATE_HALF, evrc::detail::kHalfRate);
+        add(EVRC_RATE_EIGHTH, evrc::detail::kEighthRate);
+    }
+};
+constexpr FieldWidths kFieldWidths;
+
 // Packing cursor over the packet's bit words. Field widths come from the
 // packet layout of the rate: rate 1 and rate 1/2 use their own tables; any
 // other code packs its LSP indices as rate 1/8 does and the rest as rate 1/2.
@@ -72,9 +90,7 @@ struct Packer {
     Word16 rate;
     void put(Word32 value, Word32 width) { evrc_bit_pack(value, &acc, &free_bits, width, &out); }
     void put(FieldId id, Word32 value, int subframe = 0, int part = 0) {
-        put(value,
-            evrc::find_field(layout_rate(id), id, static_cast<std::uint8_t>(subframe), static_cast<std::uint8_t>(part))
-                ->width);
+        put(value, kFieldWidths.width[layout_rate(id)][static_cast<int>(id)][subframe][part]);
     }
     Word16 layout_rate(FieldId id) const {
         if (rate == EVRC_RATE_FULL || rate == EVRC_RATE_HALF) return rate;

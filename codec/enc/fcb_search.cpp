@@ -177,6 +177,8 @@ void rank_candidates(Search &s) {
         for (int m = 0; m < kTrackPositions; ++m) {
             key[m] = m < n ? (static_cast<UWord64>(s.strength[t + kTracks * m]) << kIndexBits) | (kIndexMask - m) : 0;
         }
+        // Unrolled whole, the keys stay in registers.
+#pragma GCC unroll 35
         for (const auto &step : kSortEleven) {
             const UWord64 a = key[step[0]], b = key[step[1]];
             key[step[0]] = a > b ? a : b;
@@ -572,13 +574,26 @@ void refine_pairs_reference(const Search &s, PulseSet &set) {
 // The order in which the depth-first search fills the eight slots from a
 // starting track: the five tracks from there on, then once more the three
 // tracks that carry two pulses under track shift ts.
-void slot_order(int start, int ts, int *slots) {
-    int n = 0;
-    for (int k = 0; k < kTracks; ++k) slots[n++] = (start + k) % kTracks;
-    for (int k = 0; k < kTracks; ++k) {
-        const int t = (start + k) % kTracks;
-        if (t != (ts + 3) % kTracks && t != (ts + 4) % kTracks) slots[n++] = t;
+// (A table of every start and shift, built at compile time.)
+struct SlotOrders {
+    int slots[kTracks][kShifts][kFullPulses];
+    constexpr SlotOrders() : slots() {
+        for (int start = 0; start < kTracks; ++start) {
+            for (int ts = 0; ts < kShifts; ++ts) {
+                int *out = slots[start][ts];
+                int n = 0;
+                for (int k = 0; k < kTracks; ++k) out[n++] = (start + k) % kTracks;
+                for (int k = 0; k < kTracks; ++k) {
+                    const int t = (start + k) % kTracks;
+                    if (t != (ts + 3) % kTracks && t != (ts + 4) % kTracks) out[n++] = t;
+                }
+            }
+        }
     }
+};
+constexpr SlotOrders kSlotOrders;
+void slot_order(int start, int ts, int *slots) {
+    std::memcpy(slots, kSlotOrders.slots[start][ts], sizeof(kSlotOrders.slots[start][ts]));
 }
 
 // Starting tracks: the two whose strongest candidate is strongest.
@@ -793,15 +808,16 @@ inline unsigned hit_bits(const Lanes32 *hit) {
 // The lanes of row r in scan order: a lane with E > 0 whose estimate
 // reaches thr is compared exactly, and taken when C^2 * E_best > C_best^2 * E
 // (the threshold then rises to the new choice's estimate less the margin).
+// Lanes outside `lanes` are left (a caller's candidate that cannot win).
 template <int Blocks>
-inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best) {
+inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, Choice &best, unsigned lanes = ~0u) {
     Lanes32 hit[Blocks];
     for (int b = 0; b < Blocks; ++b) {
         const LanesF cf = __builtin_convertvector(cv[b], LanesF);
         const LanesF ef = __builtin_convertvector(ev[b], LanesF);
         hit[b] = (ev[b] > 0) & (cf * cf >= thr * ef);
     }
-    unsigned bits = hit_bits<Blocks>(hit);
+    unsigned bits = hit_bits<Blocks>(hit) & lanes;
     while (bits != 0) {
         const int m = __builtin_ctz(bits);
         bits &= bits - 1;
@@ -821,17 +837,21 @@ inline void scan_lanes(int r, const Lanes32 *cv, const Lanes32 *ev, float &thr, 
 }
 
 // Rows r < n (lanes from row(r, cv, ev)) in scan order through scan_lanes.
-// A negative thr: the first row's best estimate less the margin.
+// A negative thr: the first row's best estimate less the margin. The
+// candidate at lane `same_lane` of row `same_row` (if any) is the caller's
+// starting choice itself: its score equals the start's, so it can never be
+// taken and is not compared.
 template <int Blocks = kBlocks, typename Row>
-inline void scan_rows(int n, Row row, float thr, Choice &best) {
+inline void scan_rows(int n, Row row, float thr, Choice &best, int same_row = -1, int same_lane = 0) {
     if (n <= 0) return;
     Lanes32 cv[Blocks], ev[Blocks];
     row(0, cv, ev);
     if (thr < 0) thr = row_peak<Blocks>(cv, ev) * kScoreMargin;
-    scan_lanes<Blocks>(0, cv, ev, thr, best);
+    const unsigned others = ~(1u << same_lane);
+    scan_lanes<Blocks>(0, cv, ev, thr, best, same_row == 0 ? others : ~0u);
     for (int r = 1; r < n; ++r) {
         row(r, cv, ev);
-        scan_lanes<Blocks>(r, cv, ev, thr, best);
+        scan_lanes<Blocks>(r, cv, ev, thr, best, same_row == r ? others : ~0u);
     }
 }
 
@@ -858,7 +878,7 @@ void track_lanes(const Search &s, int t, const Word32 *cross, TrackLanes &c, Tra
 // set's sums on the two tracks in cross1, cross2: scanned from `best` with
 // threshold thr (a negative thr: the first row's best estimate).
 void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross1, const Word32 *cross2, int t1, int t2,
-                int n1, float thr, Choice &best) {
+                int n1, float thr, Choice &best, int same_row = -1, int same_lane = 0) {
     TrackLanes c2, e2;
     track_lanes(s, t2, cross2, c2, e2);
     const Word32 c0 = static_cast<Word32>(set_c);
@@ -869,7 +889,7 @@ void scan_pairs(const Search &s, Word64 set_c, Word64 set_e, const Word32 *cross
         row_lanes(c0 + s.dt[t1][m1], e0 + s.diagt[t1][m1] + 2 * cross1[m1], c2, e2, s.rrt[t1 + kTracks * m1][t2], cv,
                   ev);
     };
-    scan_rows(n1, row, thr, best);
+    scan_rows(n1, row, thr, best, same_row, same_lane);
 }
 
 // place_reference for the tracks t1, t2 (see scan_pairs).
@@ -931,12 +951,20 @@ void add_pick(const Search &s, FastSet &set, const Pick &pick) {
 
 // refine_reference with the kept cross sums: the others' sum at p is the
 // set's sum less the moving pulse's own entry rr[old][p] (the matrix is
-// symmetric, so these are row old's entries on the track). Returns whether a
-// pulse moved (a pass that moves none leaves every later pass nothing to
-// move). With E <= 0 no position beats the set's score.
-bool refine_fast(const Search &s, FastSet &set) {
-    bool moved = false;
+// symmetric, so these are row old's entries on the track). With E <= 0 no
+// position beats the set's score.
+//
+// Returns the index of the last pulse that moved, -1 for none. A pulse
+// whose placement has seen no other pulse move since the pass before
+// cannot move: that pass left it at the first of the best places with the
+// others where they are now. So a pass that moves none leaves every later
+// pass nothing to move, and after a pass whose last move was pulse `until`,
+// the next has nothing to move from pulse `until` on unless it moves one of
+// the pulses before: it stops there.
+int refine_fast(const Search &s, FastSet &set, int until) {
+    int moved = -1;
     for (int k = 0; k < set.count; ++k) {
+        if (k >= until && moved < 0) break;
         if (set.e <= 0) continue;
         const int old = set.pos[k];
         const int t = old % kTracks;
@@ -952,12 +980,13 @@ bool refine_fast(const Search &s, FastSet &set) {
         const auto row = [&](int, Lanes32 *cv, Lanes32 *ev) { row_lanes(c_rest, e_rest, c2, e2, nullptr, cv, ev); };
         Choice best = {set.c, set.c * set.c, set.e, -1, -1};
         const float cf = static_cast<float>(set.c);
-        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+        // Lane old / 5 leaves the pulse where it is.
+        scan_rows(1, row, cf * cf / static_cast<float>(set.e) * kScoreMargin, best, 0, old / kTracks);
         if (best.row < 0) continue;
         const int p = t + kTracks * best.lane;
         sub_row(&set.cross[0][0], s, old);
         add_row(&set.cross[0][0], s, p);
-        moved = true;
+        moved = k;
         set.pos[k] = p;
         set.c = best.c;
         set.e = best.e;
@@ -989,8 +1018,12 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             if (set.e <= 0) continue;
             Choice best = {set.c, set.c * set.c, set.e, -1, -1};
             const float cf = static_cast<float>(set.c);
-            scan_pairs(s, c, e, cross1, cross2, ta, tb, first_count(s, ta, kRepairCandidates),
-                       cf * cf / static_cast<float>(set.e) * kScoreMargin, best);
+            // The candidate of a's row and b's lane puts the pair back.
+            const int n1 = first_count(s, ta, kRepairCandidates);
+            int row_a = -1;
+            for (int r = 0; r < n1; ++r) row_a = s.cand[ta][r] == a / kTracks ? r : row_a;
+            scan_pairs(s, c, e, cross1, cross2, ta, tb, n1, cf * cf / static_cast<float>(set.e) * kScoreMargin, best,
+                       row_a, b / kTracks);
             if (best.row < 0) continue;
             const Pick pick = {ta + kTracks * s.cand[ta][best.row], tb + kTracks * best.lane, best.c, best.e};
             // The trial set: the other pulses in their order, then the pair.
@@ -1077,7 +1110,8 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
         std::memcpy(set.cross, pre.cross, sizeof(set.cross));
         for (int q = pre.count; q < depth.count; ++q) add_row(&set.cross[0][0], s, depth.pos[q]);
         refine_pairs_fast(s, set);
-        for (int pass = 0; pass < kRefinePasses && refine_fast(s, set); ++pass) {
+        for (int pass = 0, until = set.count; pass < kRefinePasses && until >= 0; ++pass) {
+            until = refine_fast(s, set, until);
         }
         if (r > 0 && ranks_above(set, refined[winner])) winner = r;
     }

@@ -5,6 +5,11 @@
 // the distance to the nearer neighbour. Splits are searched in order and each
 // candidate must start above the previous split's last value plus a margin of
 // 261, which keeps the quantised set ascending.
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "codec/basic/fixed_point.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
@@ -59,28 +64,32 @@ void normalise_weights(const Word32 *weights, Word16 *norm, int n) {
     }
 }
 
-// Offset of the codebook row (of N values, rows starting below `bound`) with
-// the least weighted error among those starting above the floor; the first
-// of equal errors. N is a template argument so that the row loop unrolls.
+// Weighted error term of one value: diff * hi(sat32(2 diff w)), w unsigned.
+// The two-value splits take the difference the other way round, which rounds
+// the weighted term differently for negative values. Every term is >= 0
+// (wd_hi has the sign of diff) and at most 2^30.
 template <int N>
-int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, const Word16 *codebook, int bound) {
-    Word32 best_error = kBestStart;
-    int best = 0;
-    for (int j = 0; j < bound; j += N) {
+inline Word32 error_term(Word16 target, Word16 code, Word16 weight) {
+    const Word16 diff =
+        N == 2 ? sat16q(static_cast<Word32>(target) - code) : sat16q(static_cast<Word32>(code) - target);
+    const Word32 wd = fx::L_mult_su(diff, static_cast<Word32>(static_cast<UWord16>(weight)));
+    const Word16 wd_hi = static_cast<Word16>(sat32q(2 * static_cast<Word64>(wd)) >> 16);
+    return static_cast<Word32>(diff) * wd_hi;
+}
+
+// best_row over the rows at offsets first, first + N, .. below `bound`, one
+// after another, from the best error so far.
+template <int N>
+void best_row_scalar(const Word16 *weights, const Word16 *target, Word16 floor_value, const Word16 *codebook, int first,
+                     int bound, Word32 &best_error, int &best) {
+    for (int j = first; j < bound; j += N) {
         if (codebook[j] <= floor_value) continue;
-        // Every term is >= 0 (wd_hi has the sign of diff, the weights are
-        // unsigned), so a row whose partial error already reaches the best
-        // cannot win and is left.
+        // The terms are >= 0, so a row whose partial error already reaches
+        // the best cannot win and is left.
         Word64 sum = 0;
         bool beaten = false;
         for (int k = 0; k < N; ++k) {
-            // The two-value splits take the difference the other way round,
-            // which rounds the weighted term differently for negative values.
-            const Word16 diff = N == 2 ? sat16q(static_cast<Word32>(target[k]) - codebook[j + k])
-                                       : sat16q(static_cast<Word32>(codebook[j + k]) - target[k]);
-            const Word32 wd = fx::L_mult_su(diff, static_cast<Word32>(static_cast<UWord16>(weights[k])));
-            const Word16 wd_hi = static_cast<Word16>(sat32q(2 * static_cast<Word64>(wd)) >> 16);
-            sum += static_cast<Word32>(diff) * wd_hi;
+            sum += error_term<N>(target[k], codebook[j + k], weights[k]);
             if (k + 1 < N && 2 * sum >= best_error) {
                 beaten = true;
                 break;
@@ -93,6 +102,79 @@ int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, co
             best = j;
         }
     }
+}
+
+#if defined(__SSE2__)
+constexpr int kBlockRows = 8;  // rows per block of the vector search: N vectors of eight values
+
+// error_term over eight values: the saturating 16-bit subtraction is sat16q of
+// the difference; diff * w, signed times unsigned, is the unsigned high half
+// less w where diff < 0, joined to the low half in 32 bits (exact: below 2^31
+// in magnitude); hi(sat32(2 wd)) is floor(wd / 2^15) clamped to 16 bits, the
+// signed pack of wd >> 15; the term, below 2^30 + 1, is a 32-bit product.
+template <int N>
+inline void error_terms(__m128i target, __m128i code, __m128i weight, Word32 *out) {
+    const __m128i diff = N == 2 ? _mm_subs_epi16(target, code) : _mm_subs_epi16(code, target);
+    const __m128i lo = _mm_mullo_epi16(diff, weight);
+    const __m128i hi = _mm_sub_epi16(_mm_mulhi_epu16(diff, weight), _mm_and_si128(_mm_srai_epi16(diff, 15), weight));
+    const __m128i wd_hi =
+        _mm_packs_epi32(_mm_srai_epi32(_mm_unpacklo_epi16(lo, hi), 15), _mm_srai_epi32(_mm_unpackhi_epi16(lo, hi), 15));
+    const __m128i tlo = _mm_mullo_epi16(diff, wd_hi), thi = _mm_mulhi_epi16(diff, wd_hi);
+    const __m128i a = _mm_unpacklo_epi16(tlo, thi), b = _mm_unpackhi_epi16(tlo, thi);
+    std::memcpy(out, &a, sizeof(a));
+    std::memcpy(out + 4, &b, sizeof(b));
+}
+#endif
+
+// Offset of the codebook row (of N values, rows starting below `bound`) with
+// the least weighted error among those starting above the floor; the first
+// of equal errors. On SSE2 the terms of eight rows at a time come from vector
+// steps (the target and weights repeat with period N over N vectors) and
+// every row's error is summed whole: leaving a row early never changes the
+// choice (the error only grows with its terms), so the two forms agree. N is
+// a template argument so that the row loops unroll.
+template <int N>
+int best_row(const Word16 *weights, const Word16 *target, Word16 floor_value, const Word16 *codebook, int bound) {
+    Word32 best_error = kBestStart;
+    int best = 0;
+    int j = 0;
+#if defined(__SSE2__)
+    constexpr int kBlock = N * kBlockRows;
+    Word16 tpat[kBlock], wpat[kBlock];
+    for (int i = 0; i < kBlock; ++i) {
+        tpat[i] = target[i % N];
+        wpat[i] = weights[i % N];
+    }
+    __m128i tv[N], wv[N];
+    for (int v = 0; v < N; ++v) {
+        std::memcpy(&tv[v], tpat + 8 * v, sizeof(tv[v]));
+        std::memcpy(&wv[v], wpat + 8 * v, sizeof(wv[v]));
+    }
+    // The rows' errors sat32(2 sum) compare as their sums while those stay
+    // below 2^30, and every sum from 2^30 on gives kBestStart, which no row
+    // improves on: a row is taken when its sum is below the best's, which
+    // starts at 2^30.
+    constexpr UWord64 kSumLimit = UWord64{1} << 30;
+    UWord64 best_sum = kSumLimit;
+    // Whole blocks: row j + N * 7 starts below the bound.
+    for (; j + N * (kBlockRows - 1) < bound; j += kBlock) {
+        Word32 terms[kBlock];
+        for (int v = 0; v < N; ++v) {
+            __m128i code;
+            std::memcpy(&code, codebook + j + 8 * v, sizeof(code));
+            error_terms<N>(tv[v], code, wv[v], terms + 8 * v);
+        }
+        for (int r = 0; r < kBlockRows; ++r) {
+            UWord64 sum = 0;
+            for (int k = 0; k < N; ++k) sum += static_cast<UWord32>(terms[N * r + k]);
+            const bool take = codebook[j + N * r] > floor_value && sum < best_sum;
+            best_sum = take ? sum : best_sum;
+            best = take ? j + N * r : best;
+        }
+    }
+    best_error = best_sum < kSumLimit ? static_cast<Word32>(2 * best_sum) : kBestStart;
+#endif
+    best_row_scalar<N>(weights, target, floor_value, codebook, j, bound, best_error, best);
     return best;
 }
 

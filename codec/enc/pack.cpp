@@ -32,6 +32,34 @@ EVRC_API void evrc_init_pack(Word32 n, Word16 *acc, Word16 *free_bits, UWord16 *
 
 EVRC_API void evrc_bit_pack(Word32 value, Word16 *acc, Word16 *free_bits, Word32 width, UWord16 **out) {
     fx::CallScope scope;
+    if (width >= 1 && width <= kWordBits - 1 && value >= 0 && value < (Word32{1} << width) && *free_bits >= 1 &&
+        *free_bits <= kWordBits) {
+        // A field that fits its width, on a sound cursor: the shifts below
+        // cannot saturate (the value stands below 2^31 after the last), so
+        // the field goes in whole runs of bits, as many as the current word
+        // takes at a time, with the shifts charged as the loop counts them.
+        fx::charge(2 + 2 * static_cast<UWord32>(width));
+        UWord32 a = static_cast<UWord16>(*acc);
+        int free_count = *free_bits;
+        for (int left = width; left > 0;) {
+            const int m = left < free_count ? left : free_count;
+            const UWord32 run = (static_cast<UWord32>(value) >> (left - m)) & ((1u << m) - 1u);
+            left -= m;
+            if (m == free_count) {
+                // The last bit of the run completes the word.
+                **out = static_cast<UWord16>((a << (m - 1)) | run);
+                ++*out;
+                a = 0;
+                free_count = kWordBits;
+            } else {
+                a = ((a << m) | (run << 1)) & 0xFFFFu;
+                free_count -= m;
+            }
+        }
+        *acc = static_cast<Word16>(static_cast<UWord16>(a));
+        *free_bits = static_cast<Word16>(free_count);
+        return;
+    }
     // The shift count is narrowed to the operator's 16-bit count argument.
     const Word16 align = static_cast<Word16>(static_cast<UWord16>(static_cast<UWord32>(16 - width)));
     Word32 x = fx::L_shl(value, align);  // field MSB at bit 15

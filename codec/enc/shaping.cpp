@@ -149,7 +149,8 @@ void emphasise_error_reference(Word16 *x, int L, Word16 *mem) {
 void emphasise_error(Word16 *x, int L, Word16 *mem) {
     constexpr UWord32 kOpsPerSample = 37;  // what the operators above count
     constexpr Word32 kShiftLimit = 0x7FFFFFFF >> kLowBoostShift;
-    Word32 lp[3];
+    constexpr Word64 kLowPassKeep = 32768 - kLowPassStep;
+    Word64 lp[3];
     for (int i = 0; i < 3; ++i) lp[i] = load32(mem + 2 * i);
     Word32 prev = mem[6];
     bool clamped = false;
@@ -163,9 +164,12 @@ void emphasise_error(Word16 *x, int L, Word16 *mem) {
     for (int n = 0; n < L; ++n) {
         const Word32 xn = x[n];
         Word32 v = xn * (1 << kSignalQ);
-        for (Word32 &s : lp) {
-            s += static_cast<Word32>((static_cast<Word64>(v - s) * kLowPassStep) >> 15);
-            v = s;
+        // s + floor((v - s) k / 2^15) = floor((s (2^15 - k) + v k) / 2^15),
+        // s an integer: the state's own chain is one multiply, an addition
+        // and the shift.
+        for (Word64 &s : lp) {
+            s = (s * kLowPassKeep + static_cast<Word64>(v) * kLowPassStep) >> 15;
+            v = static_cast<Word32>(s);
         }
         Word32 boost;
         if (v > kShiftLimit || v < -kShiftLimit - 1) {
@@ -184,7 +188,7 @@ void emphasise_error(Word16 *x, int L, Word16 *mem) {
         x[n] = sat16(y - ((kTilt * prev + 0x4000) >> 15));
         prev = y;
     }
-    for (int i = 0; i < 3; ++i) store32(mem + 2 * i, lp[i]);
+    for (int i = 0; i < 3; ++i) store32(mem + 2 * i, static_cast<Word32>(lp[i]));
     mem[6] = static_cast<Word16>(prev);
     if (clamped) fx::raise_overflow();
     fx::charge(kOpsPerSample * static_cast<UWord32>(L > 0 ? L : 0));
