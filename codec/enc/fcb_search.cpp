@@ -592,9 +592,7 @@ struct SlotOrders {
     }
 };
 constexpr SlotOrders kSlotOrders;
-void slot_order(int start, int ts, int *slots) {
-    std::memcpy(slots, kSlotOrders.slots[start][ts], sizeof(kSlotOrders.slots[start][ts]));
-}
+const int *slot_order(int start, int ts) { return kSlotOrders.slots[start][ts]; }
 
 // Starting tracks: the two whose strongest candidate is strongest.
 void starting_tracks(const Search &s, int *starts) {
@@ -642,8 +640,7 @@ PulseSet search_full_reference(const Search &s, const int *order, int *ts_out) {
     int n = 0;
     for (int k = 0; k < kShiftsTried; ++k) {
         for (const int start : starts) {
-            int slots[kFullPulses];
-            slot_order(start, order[k], slots);
+            const int *slots = slot_order(start, order[k]);
             PulseSet set = {};
             add_pulse_reference(s, set, strongest_on_track(s, slots[0]));
             for (int q = 1; q < kFullPulses; q += 2) {
@@ -1046,8 +1043,7 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     starting_tracks(s, starts);
     FastSet prefix[2];
     for (int i = 0; i < 2; ++i) {
-        int slots[kFullPulses];
-        slot_order(starts[i], order[0], slots);
+        const int *slots = slot_order(starts[i], order[0]);
         FastSet &set = prefix[i];
         empty_set(set);
         add_pulse_fast(s, set, strongest_on_track(s, slots[0]));
@@ -1067,8 +1063,7 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
     bool placed[2][kTracks * kTracks] = {};
     for (int k = 0; k < kShiftsTried; ++k) {
         for (int i = 0; i < 2; ++i) {
-            int slots[kFullPulses];
-            slot_order(starts[i], order[k], slots);
+            const int *slots = slot_order(starts[i], order[k]);
             const FastSet &pre = prefix[i];
             DepthSet &set = sets[n];
             const int key = slots[5] * kTracks + slots[6];
