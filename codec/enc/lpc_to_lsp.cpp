@@ -112,12 +112,16 @@ void bisect(Bracket *brackets, int n) {
             const Word16 mid = static_cast<Word16>((b.lo + b.hi) >> 1);
             const Word32 cosine = evrc::poscos(mid, ops);
             const Word64 fm = eval_half_poly(b.c, negate(cosine));
-            // Selects, not branches: the side is unpredictable.
-            const bool low_side = (fm < 0) == (b.fl < 0);
-            b.lo = low_side ? mid : b.lo;
-            b.fl = low_side ? fm : b.fl;
-            b.hi = low_side ? b.hi : mid;
-            b.fh = low_side ? b.fh : fm;
+            // Selects by masks, not branches: the side is unpredictable,
+            // and a branch would also keep the brackets' evaluations from
+            // overlapping (the compiler turns plain selects into one).
+            const Word64 low = ((fm ^ b.fl) >> 63) + 1;  // 1 when fm and f(lo) have one sign
+            const Word64 m64 = -low;
+            const Word32 m32 = static_cast<Word32>(m64);
+            b.fl = (fm & m64) | (b.fl & ~m64);
+            b.fh = (b.fh & m64) | (fm & ~m64);
+            b.lo = static_cast<Word16>((mid & m32) | (b.lo & ~m32));
+            b.hi = static_cast<Word16>((b.hi & m32) | (mid & ~m32));
         }
     }
     fx::charge(ops + static_cast<UWord32>(n * kBisectionSteps) * (kEvalWeight + kNegateWeight));
