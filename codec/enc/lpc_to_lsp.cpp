@@ -64,6 +64,31 @@ Word32 negate(Word32 x) {
 constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
 constexpr int kMaxBrackets = 2 * kHalf;
 
+// Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
+// in Q30, rounded at each step (within 1e-6 of the exact values: they only
+// bracket the roots; the bisection uses the conversion's own cosine). The
+// values stay far inside 32 bits, so the step's clamp never acts; they are
+// the same on every call, so they are formed once, at compile time.
+struct GridCosines {
+    Word32 v[kGridPoints];
+    constexpr GridCosines() : v() {
+        v[0] = kOneQ30;
+        v[1] = kGridStepCosQ30;
+        for (int g = 1; g + 1 < kGridPoints; ++g) {
+            const Word64 twice = (static_cast<Word64>(kGridStepCosQ30) * v[g] + (1 << 28)) >> 29;
+            v[g + 1] = static_cast<Word32>(twice - v[g - 1]);
+        }
+    }
+};
+constexpr GridCosines kGridCosines;
+constexpr bool grid_within(Word32 bound) {
+    for (const Word32 c : kGridCosines.v) {
+        if (c > bound || c < -bound) return false;
+    }
+    return true;
+}
+static_assert(grid_within(kOneQ30 + 1024), "the recurrence stays near the cosine, far inside 32 bits");
+
 // A sign change of one polynomial between grid points g - 1 and g, narrowed
 // by bisection: f(lo) and f(hi) have different signs.
 struct Bracket {
@@ -168,17 +193,9 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
 
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
     fx::CallScope scope;
-    // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
-    // (within 1e-6 of the exact values: they only bracket the roots; the
-    // bisection uses the conversion's own cosine).
-    constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
-    Word32 grid_cos[kGridPoints];
-    grid_cos[0] = kOneQ30;
-    grid_cos[1] = kGridStepCosQ30;
-    for (int g = 1; g + 1 < kGridPoints; ++g) {
-        const Word64 twice = fx::L_shr64(fx::L_add64(fx::int_mult_32_32(kGridStepCosQ30, grid_cos[g]), 1 << 28), 29);
-        grid_cos[g + 1] = static_cast<Word32>(fx::L_sat32_64(fx::L_sub64(twice, grid_cos[g - 1])));
-    }
+    // The grid cosines (a table of constants, the recurrence's charge as
+    // when it ran per call).
+    const Word32 *grid_cos = kGridCosines.v;
     fx::charge(kGridWeight * (kGridPoints - 2));
 
     Word16 p_roots[kHalf + 1];
