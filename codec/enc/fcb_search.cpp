@@ -715,14 +715,20 @@ struct DepthSet {
     int prefix;  // the shift-independent first slots it grew from
 };
 
-// cross += row p, cross -= row p (all tracks; padding entries stay zero).
+// cross += row p, cross -= row p (all tracks; padding entries stay zero), in
+// whole vectors (as plain loops the compiler cannot rule out that the two
+// overlap, and adds entry by entry).
 void add_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += row[i];
+    for (int i = 0; i < kTracks * kTrackStride; i += kLanes) {
+        store_lanes(cross + i, load_lanes(cross + i) + load_lanes(row + i));
+    }
 }
 void sub_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] -= row[i];
+    for (int i = 0; i < kTracks * kTrackStride; i += kLanes) {
+        store_lanes(cross + i, load_lanes(cross + i) - load_lanes(row + i));
+    }
 }
 
 Word32 cross_at(const FastSet &set, int p) { return (&set.cross[0][0])[track_major(p)]; }
