@@ -85,14 +85,16 @@ struct Search {
     bool fold_signs;       // rate 1: signs preset from d and folded into d, rr
     Word32 sign[kMaxLen];  // +1 / -1
     // Track-major copies for the fast rate-1 search: entry (t, m) of a row
-    // is column t + 5m.
-    Word32 dt[kTracks][kTrackStride];
-    Word32 rrt[kMaxLen][kTracks][kTrackStride];
-    Word32 diag[kMaxLen];                 // rr[p][p]
-    Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
-    Word64 strength[kMaxLen];             // |d / |d| + r / |r|| (scaled), the sign preset's measure
-    int cand[kTracks][kTrackPositions];   // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;                     // rr is filled (the rate-1 reference), else rrt
+    // is column t + 5m. Aligned to the vectors the search reads them in
+    // (the matrix to whole cache lines): a vector across two lines costs
+    // twice.
+    alignas(16) Word32 dt[kTracks][kTrackStride];
+    alignas(64) Word32 rrt[kMaxLen][kTracks][kTrackStride];
+    Word32 diag[kMaxLen];                             // rr[p][p]
+    alignas(16) Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
+    Word64 strength[kMaxLen];                         // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];               // track indices m, strongest d first (ties: lower m)
+    bool full_matrix;                                 // rr is filled (the rate-1 reference), else rrt
 };
 
 // Offset of position p in a track-major row.
@@ -702,7 +704,7 @@ struct FastSet {
     int count;
     Word64 c;
     Word64 e;
-    Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
+    alignas(16) Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
 };
 
 // A depth-first set before refinement: its pulses and score (the sums its
@@ -1009,7 +1011,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             const Word64 e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) -
                              2 * static_cast<Word64>(cross_at(set, b)) + s.diag[a] + s.diag[b] +
                              2 * static_cast<Word64>((&s.rrt[a][0][0])[track_major(b)]);
-            Word32 cross1[kTrackStride], cross2[kTrackStride];
+            alignas(16) Word32 cross1[kTrackStride], cross2[kTrackStride];
             for (int i = 0; i < kTrackStride; ++i) {
                 cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
                 cross2[i] = set.cross[tb][i] - s.rrt[a][tb][i] - s.rrt[b][tb][i];
@@ -1079,7 +1081,7 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
                 placed[i][key] = true;
             }
             const Pick &pair = pairs[i][key];
-            Word32 cross7[kTrackStride];
+            alignas(16) Word32 cross7[kTrackStride];
             for (int m = 0; m < kTrackStride; ++m) {
                 cross7[m] = pre.cross[slots[7]][m] + s.rrt[pair.p1][slots[7]][m] +
                             (pair.p2 >= 0 ? s.rrt[pair.p2][slots[7]][m] : 0);
