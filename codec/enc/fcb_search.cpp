@@ -272,13 +272,15 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     }
 }
 
-// sum a[k] b[k] over k < kDotLen (a multiple of 8) in 32 bits: pmaddwd on
-// SSE2. The callers bound every partial sum in any order below 2^31.
+// sum a[k] b[k] over k < len (a multiple of 8, at most kDotLen) in 32 bits:
+// pmaddwd on SSE2. The callers bound every partial sum in any order below
+// 2^31, and pass the length of their nonzero terms rounded up.
 constexpr int kDotLen = 56;
-inline Word32 dot16(const Word16 *a, const Word16 *b) {
+inline int dot_terms(int n) { return (n + 7) & ~7; }
+inline Word32 dot16(const Word16 *a, const Word16 *b, int len) {
 #if defined(__SSE2__)
     __m128i acc = _mm_setzero_si128();
-    for (int k = 0; k < kDotLen; k += 8) {
+    for (int k = 0; k < len; k += 8) {
         __m128i va, vb;
         std::memcpy(&va, a + k, sizeof(va));
         std::memcpy(&vb, b + k, sizeof(vb));
@@ -289,7 +291,7 @@ inline Word32 dot16(const Word16 *a, const Word16 *b) {
     return _mm_cvtsi128_si32(acc);
 #else
     Word32 acc = 0;
-    for (int k = 0; k < kDotLen; ++k) acc += static_cast<Word32>(a[k]) * b[k];
+    for (int k = 0; k < len; ++k) acc += static_cast<Word32>(a[k]) * b[k];
     return acc;
 #endif
 }
@@ -318,7 +320,7 @@ void backward_filter(const Word16 *x, const Word16 *hs, int L, Word64 *d) {
         xp[n] = x[n];
         hp[n] = hs[n];
     }
-    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp);
+    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp, dot_terms(L - n));
 }
 
 // Backward-filtered target and correlation matrix, each scaled to a fixed
@@ -1241,7 +1243,7 @@ void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Wo
         amp[p] = static_cast<Word16>(fcb[p] / 2048);
         hrev[kMaxLen - 1 - p] = s.hs[p];
     }
-    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n);
+    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n, dot_terms(n + 1));
 }
 
 // Gain index of the least error g^2 |z|^2 / 2^30 - 2 g c / 2^15, c = 1.2 <x,z>.
