@@ -18,6 +18,7 @@
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/excitation.h"
 #include "codec/common/packet_layout.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
@@ -301,13 +302,11 @@ Word16 fcb_gain_of(Word16 index, Word16 rate) {
 
 // Excitation e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
 // 64 bits, the high half saturated; fcb is the decoder's sharpened vector.
-void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate, Word16 acb_gain,
-                      Word16 fcb_gain) {
-    Word16 fcb[evrc::kFcbLen];
-    evrc_dec_fixed_codebook(fcb, fcb_index, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF);
-    Word16 scratch[kMaxSubframe] = {};
+void build_excitation(EvrcEncoderState *st, const Subframe &sf, Word16 *fcb, Word16 acb_gain, Word16 fcb_gain) {
+    // The decoder's sharpening of the pulses (evrc_combine_acb_fcb less its
+    // excitation sum, which counts nothing and is formed here instead).
     Word16 lag;
-    evrc_combine_acb_fcb(scratch, fcb, &lag, sf.points, acb_gain, fcb_gain, static_cast<Word16>(sf.L));
+    evrc::sharpen_pulses(fcb, &lag, sf.points, acb_gain, static_cast<Word16>(sf.L));
     Word16 *exc = st->acb_mem + kHistory;
     for (int n = 0; n < sf.L; ++n) {
         const Word64 acb_part = static_cast<Word64>(static_cast<Word32>(sf.acb8[n]) * acb_gain) * 4;
@@ -368,11 +367,13 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word16 ltp_residual[kMaxSubframe];
     residual_after_acb(sf, acb_gain, ltp_residual);
     Word16 fcb_index[4] = {};
-    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points),
-                                         cb_rate, static_cast<Word16>(sf.L), fcb_index);
+    Word16 fcb[evrc::kFcbLen];  // the pulses of fcb_index, decoded (as the decoder will)
+    const Word16 gain_index =
+        evrc_enc::acelp_with_pulses(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
+                                    static_cast<Word16>(sf.L), fcb_index, fcb);
     pack_fixed_codebook(pk, j, fcb_index, gain_index, cb_rate);
 
-    build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
+    build_excitation(st, sf, fcb, acb_gain, fcb_gain_of(gain_index, cb_rate));
     update_local_decoder(st, sf);
     return acb_index;
 }

@@ -43,6 +43,7 @@
 namespace {
 
 constexpr int kMaxLen = 54;
+constexpr int kPulseVectorLen = 55;  // the decoded pulse vector's length
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
@@ -1237,9 +1238,9 @@ Word16 search_half(const Search &s) {
 
 // ---- Gain -------------------------------------------------------------------
 
-// z = hs * (decoded pulse vector), unit pulses counted as 1 (double pulses 2).
-void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z) {
-    Word16 fcb[55];
+// z = hs * (decoded pulse vector), unit pulses counted as 1 (double pulses 2);
+// the decoded vector (55 entries) into fcb.
+void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z, Word16 *fcb) {
     evrc_dec_fixed_codebook(fcb, indices, rate);
     // z[n] = sum_{p <= n} amp[p] hs[n - p] as dot products of fixed length
     // over zero-padded copies (hs reversed), for all p at once: the few
@@ -1284,7 +1285,7 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
 // The whole search; `reference` selects the reference form of the rate-1
 // pulse search.
 Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate,
-             Word16 L, Word16 *indices, bool reference) {
+             Word16 L, Word16 *indices, bool reference, Word16 *pulses) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
@@ -1303,7 +1304,9 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
         indices[0] = search_half(s);
     }
     Word32 z[kMaxLen];
-    filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z);
+    Word16 fcb[kPulseVectorLen];
+    filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z,
+                        pulses != nullptr ? pulses : fcb);
     return gain_index(target, z, s.L, rate);
 }
 
@@ -1313,7 +1316,13 @@ namespace evrc_enc {
 
 Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                        Word16 rate, Word16 L, Word16 *indices) {
-    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, true);
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, true, nullptr);
+}
+
+Word16 acelp_with_pulses(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                         Word16 rate, Word16 L, Word16 *indices, Word16 *pulses) {
+    fx::CallScope scope;
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false, pulses);
 }
 
 }  // namespace evrc_enc
@@ -1323,7 +1332,7 @@ extern "C" {
 EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                            Word16 rate, Word16 L, Word16 *indices) {
     fx::CallScope scope;
-    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false);
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false, nullptr);
 }
 
 }  // extern "C"
