@@ -44,6 +44,12 @@ inline void shift_exc_history(Word16 *buf, int L) {
 void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
                           int n_samples);
 
+// The pitch sharpening of evrc_combine_acb_fcb: the subframe's lag T (the
+// rounded mean of the first two delay points, Q16) into *pitch_lag, and fcb[n
+// + T] += beta fcb[n] in place for n < L - T, beta the adaptive gain clamped
+// to 0.2 .. 0.9 and doubled.
+void sharpen_pulses(Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain, Word16 L);
+
 }  // namespace evrc
 
 #endif  // EVRC_CODEC_COMMON_EXCITATION_H

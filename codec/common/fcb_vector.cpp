@@ -5,6 +5,7 @@
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/excitation.h"
 #include "evrc/evrc_common.h"
 
 namespace {
@@ -76,6 +77,27 @@ Word16 high_half_sat(Word64 x) { return static_cast<Word16>(fx::L_sat32_64(x) >>
 
 }  // namespace
 
+namespace evrc {
+
+void sharpen_pulses(Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain, Word16 L) {
+    const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
+    const Word16 T = static_cast<Word16>(mean >> 16);
+    *pitch_lag = T;
+
+    const Word16 clamped = acb_gain < 3277 ? 3277 : (acb_gain > 14746 ? 14746 : acb_gain);
+    const Word16 beta = static_cast<Word16>(2 * clamped);
+    // L_mult through its uncounted body, the weights charged once (a counted
+    // operator is a read-modify-write of the counter on the loop's chain).
+    for (int n = 0; n < L - T; ++n) {
+        const int to = clamp_index(n + T);
+        const Word64 sum = static_cast<Word64>(fcb[to]) * 65536 + fx::detail::L_mult(beta, fcb[clamp_index(n)]) + 32768;
+        fcb[to] = high_half_sat(sum);
+    }
+    if (L - T > 0) fx::charge(static_cast<UWord32>(L - T));
+}
+
+}  // namespace evrc
+
 extern "C" {
 
 // fcb: 55 entries, cleared and filled. indices: the subframe's four fields
@@ -98,17 +120,7 @@ EVRC_API void evrc_dec_fixed_codebook(Word16 *fcb, const Word16 *indices, Word16
 EVRC_API void evrc_combine_acb_fcb(Word16 *exc, Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain,
                                    Word16 fcb_gain, Word16 L) {
     fx::CallScope scope;
-    const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
-    const Word16 T = static_cast<Word16>(mean >> 16);
-    *pitch_lag = T;
-
-    const Word16 clamped = acb_gain < 3277 ? 3277 : (acb_gain > 14746 ? 14746 : acb_gain);
-    const Word16 beta = static_cast<Word16>(2 * clamped);
-    for (int n = 0; n < L - T; ++n) {
-        const int to = clamp_index(n + T);
-        const Word64 sum = static_cast<Word64>(fcb[to]) * 65536 + fx::L_mult(beta, fcb[clamp_index(n)]) + 32768;
-        fcb[to] = high_half_sat(sum);
-    }
+    evrc::sharpen_pulses(fcb, pitch_lag, points, acb_gain, L);
 
     const Word64 ga = static_cast<UWord16>(acb_gain);
     const Word64 gf = static_cast<UWord16>(fcb_gain);

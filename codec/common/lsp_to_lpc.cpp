@@ -38,6 +38,21 @@ Word64 q24_product(Word32 b, Word32 x) {
     return fx::L_shl64(fx::L_shr64(sum, 16), 8);
 }
 
+// in holds a symmetric polynomial of degree 2n: coefficients 0..n and, at
+// n + 1, the mirror of n - 1. The product with (1 + b z^-1 + z^-2) has
+// degree 2n + 2; coefficients 0..n+1 are formed, then n + 2 mirrors n while
+// it still lies inside the six-coefficient buffer. (Uncounted; the body of
+// evrc_voc_lsp_convolve, inlined into the polynomial products.)
+inline void lsp_convolve(Word32 b, const Word32 *in, Word32 *out, int n) {
+    for (int k = 0; k <= n + 1; ++k) {
+        Word64 c = in[k];
+        if (k >= 2) c = fx::L_add64(c, in[k - 2]);
+        if (k >= 1) c = fx::L_add64(c, q24_product(b, in[k - 1]));
+        out[k] = static_cast<Word32>(fx::L_sat32_64(c));
+    }
+    if (n + 2 < kPolyLen) out[n + 2] = out[n];
+}
+
 }  // namespace
 
 namespace evrc {
@@ -119,17 +134,7 @@ EVRC_API Word32 evrc_voc_poscos(Word16 lsp) {
 
 EVRC_API void evrc_voc_lsp_convolve(Word32 b, const Word32 *in, Word32 *out, Word16 n) {
     fx::CallScope scope;
-    // in holds a symmetric polynomial of degree 2n: coefficients 0..n and, at
-    // n + 1, the mirror of n - 1. The product with (1 + b z^-1 + z^-2) has
-    // degree 2n + 2; coefficients 0..n+1 are formed, then n + 2 mirrors n
-    // while it still lies inside the six-coefficient buffer.
-    for (int k = 0; k <= n + 1; ++k) {
-        Word64 c = in[k];
-        if (k >= 2) c = fx::L_add64(c, in[k - 2]);
-        if (k >= 1) c = fx::L_add64(c, q24_product(b, in[k - 1]));
-        out[k] = static_cast<Word32>(fx::L_sat32_64(c));
-    }
-    if (n + 2 < kPolyLen) out[n + 2] = out[n];
+    lsp_convolve(b, in, out, n);
 }
 
 EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Word16 order) {
@@ -146,7 +151,7 @@ EVRC_API void evrc_voc_compute_poly_product(const Word16 *lsp, Word32 *poly, Wor
     buf[0][2] = kOneQ24;
     int cur = 0;
     for (int degree = 1; degree < roots; ++degree) {
-        evrc_voc_lsp_convolve(fx::L_shr(c[degree - 1], 5), buf[cur], buf[1 - cur], static_cast<Word16>(degree));
+        lsp_convolve(fx::L_shr(c[degree - 1], 5), buf[cur], buf[1 - cur], degree);
         cur = 1 - cur;
     }
     for (int i = 0; i < kPolyLen; ++i) poly[i] = buf[cur][i];

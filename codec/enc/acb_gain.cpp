@@ -4,6 +4,11 @@
 // (Q11), y = h * v. Of the eight table gains g (Q14) the one with the least
 // weighted error |x - g y|^2 = |x|^2 - 2 g <x,y> + g^2 <y,y> is chosen; the
 // fixed codebook then works on x - g y.
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "codec/basic/fixed_point.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_enc.h"
@@ -50,10 +55,26 @@ void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
         vp[k] = v[k];
         hrev[kMaxLen - 1 - k] = h[k];
     }
+    // Only the terms k <= n are nonzero: each sum stops at the first
+    // multiple of 8 past n (the zeros beyond change no sum).
     for (int n = 0; n < L; ++n) {
         const Word16 *hn = hrev + kMaxLen - 1 - n;
+        const int terms = (n + 8) & ~7;
         Word32 acc = 0;
-        for (int k = 0; k < kPadded; ++k) acc += static_cast<Word32>(vp[k]) * hn[k];
+#if defined(__SSE2__)
+        __m128i sum = _mm_setzero_si128();
+        for (int k = 0; k < terms; k += 8) {
+            __m128i a, b;
+            std::memcpy(&a, vp + k, sizeof(a));
+            std::memcpy(&b, hn + k, sizeof(b));
+            sum = _mm_add_epi32(sum, _mm_madd_epi16(a, b));
+        }
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
+        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
+        acc = _mm_cvtsi128_si32(sum);
+#else
+        for (int k = 0; k < terms; ++k) acc += static_cast<Word32>(vp[k]) * hn[k];
+#endif
         y[n] = fx::saturate((acc + (1 << (kImpulseShift - 1))) >> kImpulseShift);
     }
 }
@@ -106,10 +127,13 @@ EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const W
     filter_through(acb, h, y, len);
     const int index = best_gain_index(dot(target, y, len), dot(y, y, len));
     const Word16 g = evrc_acsACBGainTable[index];
+    // round(L_shl(L_mult(g, y), 1)) and the subtraction through the
+    // uncounted bodies, the weights (1 + 2 + 1 + 1) charged once.
     for (int n = 0; n < len; ++n) {
-        const Word16 gy = fx::round32(fx::L_shl(fx::L_mult(g, y[n]), 1));
-        fcb_target[n] = fx::sub(target[n], gy);
+        const Word16 gy = fx::detail::round32(fx::detail::L_shl(fx::detail::L_mult(g, y[n]), 1));
+        fcb_target[n] = fx::detail::sat16(static_cast<Word32>(target[n]) - gy);
     }
+    fx::charge(5u * static_cast<UWord32>(len));
     return static_cast<Word16>(index);
 }
 

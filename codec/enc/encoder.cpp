@@ -18,6 +18,7 @@
 
 #include "codec/basic/fixed_point.h"
 #include "codec/common/constants.h"
+#include "codec/common/excitation.h"
 #include "codec/common/packet_layout.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
@@ -45,6 +46,17 @@ constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to th
 constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor would bias the level)
 constexpr Word16 kNoiseShift = 6;               // noise times gain: Q22 down to the excitation
 
+// Weights of the operators that the per-sample loops below apply through
+// their uncounted bodies (fx::detail), charged once per loop: an operator's
+// count is a read-modify-write of memory on every call, a chain through the
+// loop that is slower than the arithmetic.
+constexpr UWord32 kAddWeight = 1;
+constexpr UWord32 kSubWeight = 1;
+constexpr UWord32 kShlWeight = 1;
+constexpr UWord32 kShrWeight = 1;
+constexpr UWord32 kMultRWeight = 2;
+constexpr UWord32 kLMultWeight = 1;
+
 using FilterMemory = Word32[3][kOrder];
 using evrc_enc::emphasise_error;
 using evrc_enc::kErrorEmphasisWords;
@@ -57,7 +69,8 @@ Word16 *emphasis_memory(EvrcEncoderState *st) { return st->work_core; }
 void follow_error(EvrcEncoderState *st, const Word16 *residual, const Word16 *exc, const Word16 *qlpc,
                   const Word16 *num, const Word16 *den, int L) {
     Word16 error[kMaxSubframe];
-    for (int n = 0; n < L; ++n) error[n] = fx::sub(residual[n], exc[n]);
+    for (int n = 0; n < L; ++n) error[n] = fx::detail::sat16(static_cast<Word32>(residual[n]) - exc[n]);
+    fx::charge(kSubWeight * static_cast<UWord32>(L));
     evrc_weighted_synthesis_filter(error, error, qlpc, num, den, &st->wsf_mem[0][0][0], static_cast<Word16>(L));
     emphasise_error(error, L, emphasis_memory(st));
 }
@@ -180,7 +193,11 @@ void mirror_noise_excitation(EvrcEncoderState *st, Word16 energy_index) {
 
 // Residual samples (doubled-speech units) at the excitation's level.
 void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
-    for (int n = 0; n < L; ++n) out[n] = fx::shr(fx::add(residual[n], kExcitationRound), kSpeechToExcitationShift);
+    for (int n = 0; n < L; ++n) {
+        out[n] = static_cast<Word16>(fx::detail::sat16(static_cast<Word32>(residual[n]) + kExcitationRound) >>
+                                     kSpeechToExcitationShift);
+    }
+    fx::charge((kAddWeight + kShrWeight) * static_cast<UWord32>(L));
 }
 
 // Eighth-rate energy, the excitation history as the decoder will
@@ -285,19 +302,18 @@ Word16 fcb_gain_of(Word16 index, Word16 rate) {
 
 // Excitation e = hi((acb * gp) << 2 + 32768 + L_mult(fcb, gc)), exact in
 // 64 bits, the high half saturated; fcb is the decoder's sharpened vector.
-void build_excitation(EvrcEncoderState *st, const Subframe &sf, const Word16 *fcb_index, Word16 rate, Word16 acb_gain,
-                      Word16 fcb_gain) {
-    Word16 fcb[evrc::kFcbLen];
-    evrc_dec_fixed_codebook(fcb, fcb_index, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF);
-    Word16 scratch[kMaxSubframe] = {};
+void build_excitation(EvrcEncoderState *st, const Subframe &sf, Word16 *fcb, Word16 acb_gain, Word16 fcb_gain) {
+    // The decoder's sharpening of the pulses (evrc_combine_acb_fcb less its
+    // excitation sum, which counts nothing and is formed here instead).
     Word16 lag;
-    evrc_combine_acb_fcb(scratch, fcb, &lag, sf.points, acb_gain, fcb_gain, static_cast<Word16>(sf.L));
+    evrc::sharpen_pulses(fcb, &lag, sf.points, acb_gain, static_cast<Word16>(sf.L));
     Word16 *exc = st->acb_mem + kHistory;
     for (int n = 0; n < sf.L; ++n) {
         const Word64 acb_part = static_cast<Word64>(static_cast<Word32>(sf.acb8[n]) * acb_gain) * 4;
-        const Word64 sum = acb_part + 32768 + fx::L_mult(fcb[n], fcb_gain);
+        const Word64 sum = acb_part + 32768 + fx::detail::L_mult(fcb[n], fcb_gain);
         exc[n] = static_cast<Word16>(fx::L_sat32_64(sum) >> 16);
     }
+    fx::charge(kLMultWeight * static_cast<UWord32>(sf.L));
 }
 
 // The residual less the excitation drives the working filter memories; the
@@ -311,7 +327,11 @@ void update_local_decoder(EvrcEncoderState *st, const Subframe &sf) {
 // The modified residual less the gained adaptive vector (excitation level),
 // which helps preset the pulse signs.
 void residual_after_acb(const Subframe &sf, Word16 acb_gain, Word16 *out) {
-    for (int n = 0; n < sf.L; ++n) out[n] = fx::sub(sf.residual[n], fx::mult_r(acb_gain, fx::shl(sf.acb8[n], 1)));
+    for (int n = 0; n < sf.L; ++n) {
+        const Word16 gained = fx::detail::mult_r(acb_gain, fx::detail::shl(sf.acb8[n], 1));
+        out[n] = fx::detail::sat16(static_cast<Word32>(sf.residual[n]) - gained);
+    }
+    fx::charge((kShlWeight + kMultRWeight + kSubWeight) * static_cast<UWord32>(sf.L));
 }
 
 // Fixed-codebook fields and gain index of subframe j: four fields at rate 1,
@@ -347,11 +367,13 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word16 ltp_residual[kMaxSubframe];
     residual_after_acb(sf, acb_gain, ltp_residual);
     Word16 fcb_index[4] = {};
-    const Word16 gain_index = evrc_acelp(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points),
-                                         cb_rate, static_cast<Word16>(sf.L), fcb_index);
+    Word16 fcb[evrc::kFcbLen];  // the pulses of fcb_index, decoded (as the decoder will)
+    const Word16 gain_index =
+        evrc_enc::acelp_with_pulses(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
+                                    static_cast<Word16>(sf.L), fcb_index, fcb);
     pack_fixed_codebook(pk, j, fcb_index, gain_index, cb_rate);
 
-    build_excitation(st, sf, fcb_index, rate, acb_gain, fcb_gain_of(gain_index, cb_rate));
+    build_excitation(st, sf, fcb, acb_gain, fcb_gain_of(gain_index, cb_rate));
     update_local_decoder(st, sf);
     return acb_index;
 }

@@ -19,6 +19,12 @@ void modify_subframe(EvrcEncoderState *st, int j, int L, const Word32 *contour, 
 Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                        Word16 rate, Word16 L, Word16 *indices);
 
+// evrc_acelp that also hands back the decoded pulse vector of the indices it
+// chose (evrc_dec_fixed_codebook's 55 entries, as the gain search decodes
+// them), so that the excitation need not decode it again.
+Word16 acelp_with_pulses(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                         Word16 rate, Word16 L, Word16 *indices, Word16 *pulses);
+
 // evrc_weighted_synthesis_filter with the zeros section through the shared
 // prediction filter (the operator-by-operator form of the block sums).
 void weighted_synthesis_filter_reference(const Word16 *in, Word16 *out, const Word16 *qlpc, const Word16 *num,

@@ -43,6 +43,7 @@
 namespace {
 
 constexpr int kMaxLen = 54;
+constexpr int kPulseVectorLen = 55;  // the decoded pulse vector's length
 constexpr int kTracks = 5;
 constexpr int kTrackPositions = 11;
 constexpr int kFullPulses = 8;
@@ -85,14 +86,16 @@ struct Search {
     bool fold_signs;       // rate 1: signs preset from d and folded into d, rr
     Word32 sign[kMaxLen];  // +1 / -1
     // Track-major copies for the fast rate-1 search: entry (t, m) of a row
-    // is column t + 5m.
-    Word32 dt[kTracks][kTrackStride];
-    Word32 rrt[kMaxLen][kTracks][kTrackStride];
-    Word32 diag[kMaxLen];                 // rr[p][p]
-    Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
-    Word64 strength[kMaxLen];             // |d / |d| + r / |r|| (scaled), the sign preset's measure
-    int cand[kTracks][kTrackPositions];   // track indices m, strongest d first (ties: lower m)
-    bool full_matrix;                     // rr is filled (the rate-1 reference), else rrt
+    // is column t + 5m. Aligned to the vectors the search reads them in
+    // (the matrix to whole cache lines): a vector across two lines costs
+    // twice.
+    alignas(16) Word32 dt[kTracks][kTrackStride];
+    alignas(64) Word32 rrt[kMaxLen][kTracks][kTrackStride];
+    Word32 diag[kMaxLen];                             // rr[p][p]
+    alignas(16) Word32 diagt[kTracks][kTrackStride];  // rr[p][p] track-major, padding kPadEnergy
+    Word64 strength[kMaxLen];                         // |d / |d| + r / |r|| (scaled), the sign preset's measure
+    int cand[kTracks][kTrackPositions];               // track indices m, strongest d first (ties: lower m)
+    bool full_matrix;                                 // rr is filled (the rate-1 reference), else rrt
 };
 
 // Offset of position p in a track-major row.
@@ -112,7 +115,14 @@ void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
     const Word16 clamped = acb_gain < kSharpenMin ? kSharpenMin : (acb_gain > kSharpenMax ? kSharpenMax : acb_gain);
     const Word16 beta = fx::shl(clamped, 1);
     if (lag <= 0) return;
-    for (int n = lag; n < L; ++n) hs[n] = fx::mac_r(fx::L_deposit_h(hs[n]), beta, hs[n - lag]);
+    // mac_r(L_deposit_h(..)) through the uncounted bodies, the weights (1 and
+    // 2) charged once: a counted operator is a read-modify-write of the
+    // counter on the loop's chain.
+    for (int n = lag; n < L; ++n) {
+        const Word32 high = static_cast<Word32>(static_cast<UWord32>(static_cast<UWord16>(hs[n])) << 16);
+        hs[n] = fx::detail::round32(fx::detail::L_mac(high, beta, hs[n - lag]));
+    }
+    if (lag < L) fx::charge(3u * static_cast<UWord32>(L - lag));
 }
 
 int bits_of(Word64 v) {
@@ -270,13 +280,15 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     }
 }
 
-// sum a[k] b[k] over k < kDotLen (a multiple of 8) in 32 bits: pmaddwd on
-// SSE2. The callers bound every partial sum in any order below 2^31.
+// sum a[k] b[k] over k < len (a multiple of 8, at most kDotLen) in 32 bits:
+// pmaddwd on SSE2. The callers bound every partial sum in any order below
+// 2^31, and pass the length of their nonzero terms rounded up.
 constexpr int kDotLen = 56;
-inline Word32 dot16(const Word16 *a, const Word16 *b) {
+inline int dot_terms(int n) { return (n + 7) & ~7; }
+inline Word32 dot16(const Word16 *a, const Word16 *b, int len) {
 #if defined(__SSE2__)
     __m128i acc = _mm_setzero_si128();
-    for (int k = 0; k < kDotLen; k += 8) {
+    for (int k = 0; k < len; k += 8) {
         __m128i va, vb;
         std::memcpy(&va, a + k, sizeof(va));
         std::memcpy(&vb, b + k, sizeof(vb));
@@ -287,7 +299,7 @@ inline Word32 dot16(const Word16 *a, const Word16 *b) {
     return _mm_cvtsi128_si32(acc);
 #else
     Word32 acc = 0;
-    for (int k = 0; k < kDotLen; ++k) acc += static_cast<Word32>(a[k]) * b[k];
+    for (int k = 0; k < len; ++k) acc += static_cast<Word32>(a[k]) * b[k];
     return acc;
 #endif
 }
@@ -316,7 +328,7 @@ void backward_filter(const Word16 *x, const Word16 *hs, int L, Word64 *d) {
         xp[n] = x[n];
         hp[n] = hs[n];
     }
-    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp);
+    for (int n = 0; n < L; ++n) d[n] = dot16(xp + n, hp, dot_terms(L - n));
 }
 
 // Backward-filtered target and correlation matrix, each scaled to a fixed
@@ -702,7 +714,7 @@ struct FastSet {
     int count;
     Word64 c;
     Word64 e;
-    Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
+    alignas(16) Word32 cross[kTracks][kTrackStride];  // sum over the set of rr[t + 5m][q]
 };
 
 // A depth-first set before refinement: its pulses and score (the sums its
@@ -715,14 +727,20 @@ struct DepthSet {
     int prefix;  // the shift-independent first slots it grew from
 };
 
-// cross += row p, cross -= row p (all tracks; padding entries stay zero).
+// cross += row p, cross -= row p (all tracks; padding entries stay zero), in
+// whole vectors (as plain loops the compiler cannot rule out that the two
+// overlap, and adds entry by entry).
 void add_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] += row[i];
+    for (int i = 0; i < kTracks * kTrackStride; i += kLanes) {
+        store_lanes(cross + i, load_lanes(cross + i) + load_lanes(row + i));
+    }
 }
 void sub_row(Word32 *cross, const Search &s, int p) {
     const Word32 *row = &s.rrt[p][0][0];
-    for (int i = 0; i < kTracks * kTrackStride; ++i) cross[i] -= row[i];
+    for (int i = 0; i < kTracks * kTrackStride; i += kLanes) {
+        store_lanes(cross + i, load_lanes(cross + i) - load_lanes(row + i));
+    }
 }
 
 Word32 cross_at(const FastSet &set, int p) { return (&set.cross[0][0])[track_major(p)]; }
@@ -1003,7 +1021,7 @@ void refine_pairs_fast(const Search &s, FastSet &set) {
             const Word64 e = set.e - 2 * static_cast<Word64>(cross_at(set, a)) -
                              2 * static_cast<Word64>(cross_at(set, b)) + s.diag[a] + s.diag[b] +
                              2 * static_cast<Word64>((&s.rrt[a][0][0])[track_major(b)]);
-            Word32 cross1[kTrackStride], cross2[kTrackStride];
+            alignas(16) Word32 cross1[kTrackStride], cross2[kTrackStride];
             for (int i = 0; i < kTrackStride; ++i) {
                 cross1[i] = set.cross[ta][i] - s.rrt[a][ta][i] - s.rrt[b][ta][i];
                 cross2[i] = set.cross[tb][i] - s.rrt[a][tb][i] - s.rrt[b][tb][i];
@@ -1073,7 +1091,7 @@ PulseSet search_full_fast(const Search &s, const int *order, int *ts_out) {
                 placed[i][key] = true;
             }
             const Pick &pair = pairs[i][key];
-            Word32 cross7[kTrackStride];
+            alignas(16) Word32 cross7[kTrackStride];
             for (int m = 0; m < kTrackStride; ++m) {
                 cross7[m] = pre.cross[slots[7]][m] + s.rrt[pair.p1][slots[7]][m] +
                             (pair.p2 >= 0 ? s.rrt[pair.p2][slots[7]][m] : 0);
@@ -1220,9 +1238,9 @@ Word16 search_half(const Search &s) {
 
 // ---- Gain -------------------------------------------------------------------
 
-// z = hs * (decoded pulse vector), unit pulses counted as 1 (double pulses 2).
-void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z) {
-    Word16 fcb[55];
+// z = hs * (decoded pulse vector), unit pulses counted as 1 (double pulses 2);
+// the decoded vector (55 entries) into fcb.
+void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Word32 *z, Word16 *fcb) {
     evrc_dec_fixed_codebook(fcb, indices, rate);
     // z[n] = sum_{p <= n} amp[p] hs[n - p] as dot products of fixed length
     // over zero-padded copies (hs reversed), for all p at once: the few
@@ -1233,7 +1251,7 @@ void filtered_codevector(const Word16 *indices, Word16 rate, const Search &s, Wo
         amp[p] = static_cast<Word16>(fcb[p] / 2048);
         hrev[kMaxLen - 1 - p] = s.hs[p];
     }
-    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n);
+    for (int n = 0; n < s.L; ++n) z[n] = dot16(amp, hrev + kMaxLen - 1 - n, dot_terms(n + 1));
 }
 
 // Gain index of the least error g^2 |z|^2 / 2^30 - 2 g c / 2^15, c = 1.2 <x,z>.
@@ -1267,7 +1285,7 @@ Word16 gain_index(const Word16 *x, const Word32 *z, int L, Word16 rate) {
 // The whole search; `reference` selects the reference form of the rate-1
 // pulse search.
 Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag, Word16 rate,
-             Word16 L, Word16 *indices, bool reference) {
+             Word16 L, Word16 *indices, bool reference, Word16 *pulses) {
     Search s;
     s.L = L < 1 ? 1 : (L > kMaxLen ? kMaxLen : L);
     s.fold_signs = rate == EVRC_RATE_FULL;
@@ -1286,7 +1304,9 @@ Word16 acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word
         indices[0] = search_half(s);
     }
     Word32 z[kMaxLen];
-    filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z);
+    Word16 fcb[kPulseVectorLen];
+    filtered_codevector(indices, rate == EVRC_RATE_FULL ? EVRC_RATE_FULL : EVRC_RATE_HALF, s, z,
+                        pulses != nullptr ? pulses : fcb);
     return gain_index(target, z, s.L, rate);
 }
 
@@ -1296,7 +1316,13 @@ namespace evrc_enc {
 
 Word16 acelp_reference(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                        Word16 rate, Word16 L, Word16 *indices) {
-    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, true);
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, true, nullptr);
+}
+
+Word16 acelp_with_pulses(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
+                         Word16 rate, Word16 L, Word16 *indices, Word16 *pulses) {
+    fx::CallScope scope;
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false, pulses);
 }
 
 }  // namespace evrc_enc
@@ -1306,7 +1332,7 @@ extern "C" {
 EVRC_API Word16 evrc_acelp(const Word16 *target, const Word16 *residual, const Word16 *h, Word16 acb_gain, Word16 lag,
                            Word16 rate, Word16 L, Word16 *indices) {
     fx::CallScope scope;
-    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false);
+    return acelp(target, residual, h, acb_gain, lag, rate, L, indices, false, nullptr);
 }
 
 }  // extern "C"

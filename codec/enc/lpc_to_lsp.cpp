@@ -64,6 +64,31 @@ Word32 negate(Word32 x) {
 constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
 constexpr int kMaxBrackets = 2 * kHalf;
 
+// Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
+// in Q30, rounded at each step (within 1e-6 of the exact values: they only
+// bracket the roots; the bisection uses the conversion's own cosine). The
+// values stay far inside 32 bits, so the step's clamp never acts; they are
+// the same on every call, so they are formed once, at compile time.
+struct GridCosines {
+    Word32 v[kGridPoints];
+    constexpr GridCosines() : v() {
+        v[0] = kOneQ30;
+        v[1] = kGridStepCosQ30;
+        for (int g = 1; g + 1 < kGridPoints; ++g) {
+            const Word64 twice = (static_cast<Word64>(kGridStepCosQ30) * v[g] + (1 << 28)) >> 29;
+            v[g + 1] = static_cast<Word32>(twice - v[g - 1]);
+        }
+    }
+};
+constexpr GridCosines kGridCosines;
+constexpr bool grid_within(Word32 bound) {
+    for (const Word32 c : kGridCosines.v) {
+        if (c > bound || c < -bound) return false;
+    }
+    return true;
+}
+static_assert(grid_within(kOneQ30 + 1024), "the recurrence stays near the cosine, far inside 32 bits");
+
 // A sign change of one polynomial between grid points g - 1 and g, narrowed
 // by bisection: f(lo) and f(hi) have different signs.
 struct Bracket {
@@ -112,12 +137,16 @@ void bisect(Bracket *brackets, int n) {
             const Word16 mid = static_cast<Word16>((b.lo + b.hi) >> 1);
             const Word32 cosine = evrc::poscos(mid, ops);
             const Word64 fm = eval_half_poly(b.c, negate(cosine));
-            // Selects, not branches: the side is unpredictable.
-            const bool low_side = (fm < 0) == (b.fl < 0);
-            b.lo = low_side ? mid : b.lo;
-            b.fl = low_side ? fm : b.fl;
-            b.hi = low_side ? b.hi : mid;
-            b.fh = low_side ? b.fh : fm;
+            // Selects by masks, not branches: the side is unpredictable,
+            // and a branch would also keep the brackets' evaluations from
+            // overlapping (the compiler turns plain selects into one).
+            const Word64 low = ((fm ^ b.fl) >> 63) + 1;  // 1 when fm and f(lo) have one sign
+            const Word64 m64 = -low;
+            const Word32 m32 = static_cast<Word32>(m64);
+            b.fl = (fm & m64) | (b.fl & ~m64);
+            b.fh = (b.fh & m64) | (fm & ~m64);
+            b.lo = static_cast<Word16>((mid & m32) | (b.lo & ~m32));
+            b.hi = static_cast<Word16>((b.hi & m32) | (mid & ~m32));
         }
     }
     fx::charge(ops + static_cast<UWord32>(n * kBisectionSteps) * (kEvalWeight + kNegateWeight));
@@ -164,17 +193,9 @@ EVRC_API void cmn1x_lpc2pq(const Word32 *lpc, Word32 *p, Word32 *q) {
 
 EVRC_API Word16 cmn1x_pq2lsp(const Word32 *p, const Word32 *q, Word16 *lsp, const Word16 *prev) {
     fx::CallScope scope;
-    // Grid cosines by the recurrence cos((g+1)d) = 2 cos(d) cos(gd) - cos((g-1)d)
-    // (within 1e-6 of the exact values: they only bracket the roots; the
-    // bisection uses the conversion's own cosine).
-    constexpr int kGridPoints = kLspNyquist / kGridStep + 1;
-    Word32 grid_cos[kGridPoints];
-    grid_cos[0] = kOneQ30;
-    grid_cos[1] = kGridStepCosQ30;
-    for (int g = 1; g + 1 < kGridPoints; ++g) {
-        const Word64 twice = fx::L_shr64(fx::L_add64(fx::int_mult_32_32(kGridStepCosQ30, grid_cos[g]), 1 << 28), 29);
-        grid_cos[g + 1] = static_cast<Word32>(fx::L_sat32_64(fx::L_sub64(twice, grid_cos[g - 1])));
-    }
+    // The grid cosines (a table of constants, the recurrence's charge as
+    // when it ran per call).
+    const Word32 *grid_cos = kGridCosines.v;
     fx::charge(kGridWeight * (kGridPoints - 2));
 
     Word16 p_roots[kHalf + 1];

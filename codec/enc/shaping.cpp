@@ -167,10 +167,13 @@ void emphasise_error(Word16 *x, int L, Word16 *mem) {
         // s + floor((v - s) k / 2^15) = floor((s (2^15 - k) + v k) / 2^15),
         // s an integer: the state's own chain is one multiply, an addition
         // and the shift.
+        // (Each state fits 32 bits, so it feeds the next stage as it is.)
+        Word64 in = v;
         for (Word64 &s : lp) {
-            s = (s * kLowPassKeep + static_cast<Word64>(v) * kLowPassStep) >> 15;
-            v = static_cast<Word32>(s);
+            s = (s * kLowPassKeep + in * kLowPassStep) >> 15;
+            in = s;
         }
+        v = static_cast<Word32>(in);
         Word32 boost;
         if (v > kShiftLimit || v < -kShiftLimit - 1) {
             clamped = true;
