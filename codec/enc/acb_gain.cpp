@@ -4,12 +4,8 @@
 // (Q11), y = h * v. Of the eight table gains g (Q14) the one with the least
 // weighted error |x - g y|^2 = |x|^2 - 2 g <x,y> + g^2 <y,y> is chosen; the
 // fixed codebook then works on x - g y.
-#include <cstring>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "codec/basic/fixed_point.h"
+#include "codec/enc/dot16.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_enc.h"
 #include "evrc/evrc_tables.h"
@@ -58,23 +54,7 @@ void filter_through(const Word16 *v, const Word16 *h, Word16 *y, int L) {
     // Only the terms k <= n are nonzero: each sum stops at the first
     // multiple of 8 past n (the zeros beyond change no sum).
     for (int n = 0; n < L; ++n) {
-        const Word16 *hn = hrev + kMaxLen - 1 - n;
-        const int terms = (n + 8) & ~7;
-        Word32 acc = 0;
-#if defined(__SSE2__)
-        __m128i sum = _mm_setzero_si128();
-        for (int k = 0; k < terms; k += 8) {
-            __m128i a, b;
-            std::memcpy(&a, vp + k, sizeof(a));
-            std::memcpy(&b, hn + k, sizeof(b));
-            sum = _mm_add_epi32(sum, _mm_madd_epi16(a, b));
-        }
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4E));
-        sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xB1));
-        acc = _mm_cvtsi128_si32(sum);
-#else
-        for (int k = 0; k < terms; ++k) acc += static_cast<Word32>(vp[k]) * hn[k];
-#endif
+        const Word32 acc = evrc_enc::dot16(vp, hrev + kMaxLen - 1 - n, evrc_enc::dot_terms(n + 1));
         y[n] = fx::saturate((acc + (1 << (kImpulseShift - 1))) >> kImpulseShift);
     }
 }

@@ -35,6 +35,7 @@
 #endif
 
 #include "codec/basic/fixed_point.h"
+#include "codec/enc/dot16.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
 #include "evrc/evrc_enc.h"
@@ -280,29 +281,10 @@ void track_major_matrix(Search &s, const Word16 *hr, const Word32 *flip, int rsh
     }
 }
 
-// sum a[k] b[k] over k < len (a multiple of 8, at most kDotLen) in 32 bits:
-// pmaddwd on SSE2. The callers bound every partial sum in any order below
-// 2^31, and pass the length of their nonzero terms rounded up.
+// Longest dot product of the convolutions below (a multiple of 8).
 constexpr int kDotLen = 56;
-inline int dot_terms(int n) { return (n + 7) & ~7; }
-inline Word32 dot16(const Word16 *a, const Word16 *b, int len) {
-#if defined(__SSE2__)
-    __m128i acc = _mm_setzero_si128();
-    for (int k = 0; k < len; k += 8) {
-        __m128i va, vb;
-        std::memcpy(&va, a + k, sizeof(va));
-        std::memcpy(&vb, b + k, sizeof(vb));
-        acc = _mm_add_epi32(acc, _mm_madd_epi16(va, vb));
-    }
-    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0x4E));
-    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, 0xB1));
-    return _mm_cvtsi128_si32(acc);
-#else
-    Word32 acc = 0;
-    for (int k = 0; k < len; ++k) acc += static_cast<Word32>(a[k]) * b[k];
-    return acc;
-#endif
-}
+using evrc_enc::dot16;
+using evrc_enc::dot_terms;
 
 // d[n] = sum_{k >= n} x[k] hs[k - n]. With max |x| * sum |hs| < 2^31 every
 // partial sum, in any order, fits 32 bits: each d[n] is then a dot product
