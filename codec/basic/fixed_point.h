@@ -216,27 +216,36 @@ inline auto exported(Args... args) {
     return Op(args...);
 }
 
+// Weights the counted operators below add to the operation count, named so
+// that a fast path charging a chain (charge()) states the same figures.
+namespace weight {
+constexpr UWord32 L_saturate = 4, add = 1, sub = 1, abs_s = 1, negate = 1, extract_h = 1, extract_l = 1,
+                  L_deposit_h = 1, L_deposit_l = 1, L_abs = 3, L_negate = 2, L_add = 2, L_sub = 2, L_mult = 1,
+                  L_mac = 1, L_msu = 1, mult = 1, mult_r = 2, round32 = 1, mac_r = 2, msu_r = 2, shl = 1, shr = 1,
+                  L_shl = 2, L_shr = 2, norm_s = 15, norm_l = 30;
+}  // namespace weight
+
 // ---- Saturating 16- and 32-bit operators ----------------------------------
 
 inline Word16 saturate(Word32 x) { return detail::sat16(x); }
 
 inline Word32 L_saturate(Word64 x) {
-    detail::count(4);
+    detail::count(weight::L_saturate);
     return detail::sat32(x);
 }
 
 inline Word16 add(Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::add);
     return detail::sat16(static_cast<Word32>(a) + b);
 }
 
 inline Word16 sub(Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::sub);
     return detail::sat16(static_cast<Word32>(a) - b);
 }
 
 inline Word16 abs_s(Word16 a) {
-    detail::count(1);
+    detail::count(weight::abs_s);
     if (a == kMin16) {
         detail::overflow();
         return kMax16;
@@ -245,7 +254,7 @@ inline Word16 abs_s(Word16 a) {
 }
 
 inline Word16 negate(Word16 a) {
-    detail::count(1);
+    detail::count(weight::negate);
     if (a == kMin16) {
         detail::overflow();
         return kMax16;
@@ -254,27 +263,27 @@ inline Word16 negate(Word16 a) {
 }
 
 inline Word16 extract_h(Word32 L) {
-    detail::count(1);
+    detail::count(weight::extract_h);
     return static_cast<Word16>(L >> 16);
 }
 
 inline Word16 extract_l(Word32 L) {
-    detail::count(1);
+    detail::count(weight::extract_l);
     return detail::low16(L);
 }
 
 inline Word32 L_deposit_h(Word16 a) {
-    detail::count(1);
+    detail::count(weight::L_deposit_h);
     return static_cast<Word32>(static_cast<UWord32>(a) << 16);
 }
 
 inline Word32 L_deposit_l(Word16 a) {
-    detail::count(1);
+    detail::count(weight::L_deposit_l);
     return a;
 }
 
 inline Word32 L_abs(Word32 L) {
-    detail::count(3);
+    detail::count(weight::L_abs);
     if (L == kMin32) {
         detail::overflow();
         return kMax32;
@@ -283,7 +292,7 @@ inline Word32 L_abs(Word32 L) {
 }
 
 inline Word32 L_negate(Word32 L) {
-    detail::count(2);
+    detail::count(weight::L_negate);
     if (L == kMin32) {
         detail::overflow();
         return kMax32;
@@ -292,12 +301,12 @@ inline Word32 L_negate(Word32 L) {
 }
 
 inline Word32 L_add(Word32 L1, Word32 L2) {
-    detail::count(2);
+    detail::count(weight::L_add);
     return detail::L_add(L1, L2);
 }
 
 inline Word32 L_sub(Word32 L1, Word32 L2) {
-    detail::count(2);
+    detail::count(weight::L_sub);
     Word32 r;
     if (__builtin_sub_overflow(L1, L2, &r)) {
         detail::overflow();
@@ -307,55 +316,55 @@ inline Word32 L_sub(Word32 L1, Word32 L2) {
 }
 
 inline Word32 L_mult(Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::L_mult);
     return detail::L_mult(a, b);
 }
 
 // The accumulation is exact before the single clamp: for a = b = -32768 and
 // a negative L the result is L + 2^31, not L plus a saturated product.
 inline Word32 L_mac(Word32 L, Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::L_mac);
     return detail::L_mac(L, a, b);
 }
 
 inline Word32 L_msu(Word32 L, Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::L_msu);
     return detail::L_msu(L, a, b);
 }
 
 inline Word16 mult(Word16 a, Word16 b) {
-    detail::count(1);
+    detail::count(weight::mult);
     return detail::sat16((static_cast<Word32>(a) * b) >> 15);
 }
 
 inline Word16 mult_r(Word16 a, Word16 b) {
-    detail::count(2);
+    detail::count(weight::mult_r);
     return detail::mult_r(a, b);
 }
 
 inline Word16 round32(Word32 L) {
-    detail::count(1);
+    detail::count(weight::round32);
     return detail::round32(L);
 }
 
 inline Word16 mac_r(Word32 L, Word16 a, Word16 b) {
-    detail::count(2);
+    detail::count(weight::mac_r);
     return detail::round32(detail::L_mac(L, a, b));
 }
 
 inline Word16 msu_r(Word32 L, Word16 a, Word16 b) {
-    detail::count(2);
+    detail::count(weight::msu_r);
     return detail::round32(detail::L_msu(L, a, b));
 }
 
 // Any nonzero value shifted left by 15 or more saturates, even -1 << 15.
 inline Word16 shl(Word16 a, Word16 n) {
-    detail::count(1);
+    detail::count(weight::shl);
     return detail::shl(a, n);
 }
 
 inline Word16 shr(Word16 a, Word16 n) {
-    detail::count(1);
+    detail::count(weight::shr);
     if (n >= 0) return static_cast<Word16>(a >> (n >= 15 ? 15 : n));
     if (a == 0) return a;
     if (n <= -15) {
@@ -366,24 +375,24 @@ inline Word16 shr(Word16 a, Word16 n) {
 }
 
 inline Word32 L_shl(Word32 L, Word16 n) {
-    detail::count(2);
+    detail::count(weight::L_shl);
     return detail::L_shl(L, n);
 }
 
 inline Word32 L_shr(Word32 L, Word16 n) {
-    detail::count(2);
+    detail::count(weight::L_shr);
     return detail::L_shr(L, n);
 }
 
 // Leading redundant sign bits: a value and its complement normalise alike, so
 // -1 needs 15 (16-bit) or 31 (32-bit) doublings; 0 gives 0.
 inline Word16 norm_s(Word16 a) {
-    detail::count(15);
+    detail::count(weight::norm_s);
     return detail::norm_s(a);
 }
 
 inline Word16 norm_l(Word32 L) {
-    detail::count(30);
+    detail::count(weight::norm_l);
     return detail::norm_l(L);
 }
 

@@ -93,7 +93,7 @@ void sharpen_pulses(Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16
         const Word64 sum = static_cast<Word64>(fcb[to]) * 65536 + fx::detail::L_mult(beta, fcb[clamp_index(n)]) + 32768;
         fcb[to] = high_half_sat(sum);
     }
-    if (L - T > 0) fx::charge(static_cast<UWord32>(L - T));
+    if (L - T > 0) fx::charge(fx::weight::L_mult * static_cast<UWord32>(L - T));
 }
 
 }  // namespace evrc

@@ -108,12 +108,13 @@ EVRC_API Word16 evrc_remove_acb(const Word16 *target, const Word16 *acb, const W
     const int index = best_gain_index(dot(target, y, len), dot(y, y, len));
     const Word16 g = evrc_acsACBGainTable[index];
     // round(L_shl(L_mult(g, y), 1)) and the subtraction through the
-    // uncounted bodies, the weights (1 + 2 + 1 + 1) charged once.
+    // uncounted bodies, their weights charged once.
     for (int n = 0; n < len; ++n) {
         const Word16 gy = fx::detail::round32(fx::detail::L_shl(fx::detail::L_mult(g, y[n]), 1));
         fcb_target[n] = fx::detail::sat16(static_cast<Word32>(target[n]) - gy);
     }
-    fx::charge(5u * static_cast<UWord32>(len));
+    fx::charge((fx::weight::L_mult + fx::weight::L_shl + fx::weight::round32 + fx::weight::sub) *
+               static_cast<UWord32>(len));
     return static_cast<Word16>(index);
 }
 

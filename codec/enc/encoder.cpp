@@ -46,16 +46,10 @@ constexpr Word16 kSpeechToExcitationShift = 2;  // doubled-speech residual to th
 constexpr Word16 kExcitationRound = 2;          // rounds that shift (a floor would bias the level)
 constexpr Word16 kNoiseShift = 6;               // noise times gain: Q22 down to the excitation
 
-// Weights of the operators that the per-sample loops below apply through
-// their uncounted bodies (fx::detail), charged once per loop: an operator's
-// count is a read-modify-write of memory on every call, a chain through the
-// loop that is slower than the arithmetic.
-constexpr UWord32 kAddWeight = 1;
-constexpr UWord32 kSubWeight = 1;
-constexpr UWord32 kShlWeight = 1;
-constexpr UWord32 kShrWeight = 1;
-constexpr UWord32 kMultRWeight = 2;
-constexpr UWord32 kLMultWeight = 1;
+// The per-sample loops below apply the operators through their uncounted
+// bodies (fx::detail) and charge their weights once per loop: a counted
+// operator is a read-modify-write of memory on every call, a chain through
+// the loop that is slower than the arithmetic.
 
 using FilterMemory = Word32[3][kOrder];
 using evrc_enc::emphasise_error;
@@ -70,7 +64,7 @@ void follow_error(EvrcEncoderState *st, const Word16 *residual, const Word16 *ex
                   const Word16 *num, const Word16 *den, int L) {
     Word16 error[kMaxSubframe];
     for (int n = 0; n < L; ++n) error[n] = fx::detail::sat16(static_cast<Word32>(residual[n]) - exc[n]);
-    fx::charge(kSubWeight * static_cast<UWord32>(L));
+    fx::charge(fx::weight::sub * static_cast<UWord32>(L));
     evrc_weighted_synthesis_filter(error, error, qlpc, num, den, &st->wsf_mem[0][0][0], static_cast<Word16>(L));
     emphasise_error(error, L, emphasis_memory(st));
 }
@@ -197,7 +191,7 @@ void to_excitation_level(const Word16 *residual, Word16 *out, int L) {
         out[n] = static_cast<Word16>(fx::detail::sat16(static_cast<Word32>(residual[n]) + kExcitationRound) >>
                                      kSpeechToExcitationShift);
     }
-    fx::charge((kAddWeight + kShrWeight) * static_cast<UWord32>(L));
+    fx::charge((fx::weight::add + fx::weight::shr) * static_cast<UWord32>(L));
 }
 
 // Eighth-rate energy, the excitation history as the decoder will
@@ -313,7 +307,7 @@ void build_excitation(EvrcEncoderState *st, const Subframe &sf, Word16 *fcb, Wor
         const Word64 sum = acb_part + 32768 + fx::detail::L_mult(fcb[n], fcb_gain);
         exc[n] = static_cast<Word16>(fx::L_sat32_64(sum) >> 16);
     }
-    fx::charge(kLMultWeight * static_cast<UWord32>(sf.L));
+    fx::charge(fx::weight::L_mult * static_cast<UWord32>(sf.L));
 }
 
 // The residual less the excitation drives the working filter memories; the
@@ -331,7 +325,7 @@ void residual_after_acb(const Subframe &sf, Word16 acb_gain, Word16 *out) {
         const Word16 gained = fx::detail::mult_r(acb_gain, fx::detail::shl(sf.acb8[n], 1));
         out[n] = fx::detail::sat16(static_cast<Word32>(sf.residual[n]) - gained);
     }
-    fx::charge((kShlWeight + kMultRWeight + kSubWeight) * static_cast<UWord32>(sf.L));
+    fx::charge((fx::weight::shl + fx::weight::mult_r + fx::weight::sub) * static_cast<UWord32>(sf.L));
 }
 
 // Fixed-codebook fields and gain index of subframe j: four fields at rate 1,

@@ -116,14 +116,14 @@ void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
     const Word16 clamped = acb_gain < kSharpenMin ? kSharpenMin : (acb_gain > kSharpenMax ? kSharpenMax : acb_gain);
     const Word16 beta = fx::shl(clamped, 1);
     if (lag <= 0) return;
-    // mac_r(L_deposit_h(..)) through the uncounted bodies, the weights (1 and
-    // 2) charged once: a counted operator is a read-modify-write of the
-    // counter on the loop's chain.
+    // mac_r(L_deposit_h(..)) through the uncounted bodies, their weights
+    // charged once: a counted operator is a read-modify-write of the counter
+    // on the loop's chain.
     for (int n = lag; n < L; ++n) {
         const Word32 high = static_cast<Word32>(static_cast<UWord32>(static_cast<UWord16>(hs[n])) << 16);
         hs[n] = fx::detail::round32(fx::detail::L_mac(high, beta, hs[n - lag]));
     }
-    if (lag < L) fx::charge(3u * static_cast<UWord32>(L - lag));
+    if (lag < L) fx::charge((fx::weight::L_deposit_h + fx::weight::mac_r) * static_cast<UWord32>(L - lag));
 }
 
 int bits_of(Word64 v) {
