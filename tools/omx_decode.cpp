@@ -394,7 +394,10 @@ private:
 }  // namespace
 
 bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets, std::vector<std::int16_t> &pcm,
-                           std::string &error) {
+                           std::string &error, ComponentTimes *times) {
+    using Clock = std::chrono::steady_clock;
+    const auto seconds = [](Clock::duration d) { return std::chrono::duration<double>(d).count(); };
+    const Clock::time_point opened = Clock::now();
     auto session = std::make_unique<Session>();
     if (!session->open(error)) return false;
     // An output buffer holds the PCM of at most this many packets.
@@ -412,8 +415,14 @@ bool decode_with_component(const std::vector<std::vector<std::uint8_t>> &packets
     if (!session->set_buffer_count(0, count, error) || !session->set_buffer_count(1, count, error)) return false;
     pcm.reserve(pcm.size() + packets.size() * kSamplesPerPacket);
     if (!session->start(chunks.size(), error)) return false;
+    const Clock::time_point started = Clock::now();
     if (!session->run(packets, chunks, pcm, error)) return false;
-    return session->stop(error);
+    const Clock::time_point streamed = Clock::now();
+    if (!session->stop(error)) return false;
+    session.reset();
+    if (times != nullptr)
+        *times = {seconds(started - opened), seconds(streamed - started), seconds(Clock::now() - streamed)};
+    return true;
 }
 
 }  // namespace evrc_tool
