@@ -44,10 +44,21 @@ inline void shift_exc_history(Word16 *buf, int L) {
 void block_interp_bounded(Word16 *buf, int buf_len, int pos, const Word32 *contour, const Word16 *filter, int N,
                           int n_samples);
 
-// The pitch sharpening of evrc_combine_acb_fcb: the subframe's lag T (the
-// rounded mean of the first two delay points, Q16) into *pitch_lag, and fcb[n
-// + T] += beta fcb[n] in place for n < L - T, beta the adaptive gain clamped
-// to 0.2 .. 0.9 and doubled.
+// Lag T of the pitch sharpening: the rounded mean of the subframe's first two
+// delay points (Q16).
+inline Word16 sharpening_lag(const Word32 *points) {
+    return static_cast<Word16>((static_cast<Word64>(points[0]) + points[1] + 65536) >> 17);
+}
+
+// Gain beta of the pitch sharpening (Q15): the adaptive gain (Q14) clamped to
+// 0.2 .. 0.9, doubled. (Uncounted.)
+inline Word16 sharpening_gain(Word16 acb_gain) {
+    constexpr Word16 kMin = 3277, kMax = 14746;  // 0.2 and 0.9 in Q14
+    return static_cast<Word16>(2 * (acb_gain < kMin ? kMin : (acb_gain > kMax ? kMax : acb_gain)));
+}
+
+// The pitch sharpening of evrc_combine_acb_fcb: T into *pitch_lag, and
+// fcb[n + T] += beta fcb[n] in place for n < L - T.
 void sharpen_pulses(Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain, Word16 L);
 
 }  // namespace evrc

@@ -80,12 +80,9 @@ Word16 high_half_sat(Word64 x) { return static_cast<Word16>(fx::L_sat32_64(x) >>
 namespace evrc {
 
 void sharpen_pulses(Word16 *fcb, Word16 *pitch_lag, const Word32 *points, Word16 acb_gain, Word16 L) {
-    const Word64 mean = (static_cast<Word64>(points[0]) + points[1] + 65536) >> 1;
-    const Word16 T = static_cast<Word16>(mean >> 16);
+    const Word16 T = sharpening_lag(points);
     *pitch_lag = T;
-
-    const Word16 clamped = acb_gain < 3277 ? 3277 : (acb_gain > 14746 ? 14746 : acb_gain);
-    const Word16 beta = static_cast<Word16>(2 * clamped);
+    const Word16 beta = sharpening_gain(acb_gain);
     // L_mult through its uncounted body, the weights charged once (a counted
     // operator is a read-modify-write of the counter on the loop's chain).
     for (int n = 0; n < L - T; ++n) {

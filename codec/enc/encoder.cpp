@@ -283,13 +283,6 @@ void weighted_target(EvrcEncoderState *st, Subframe &sf) {
     emphasise_error(sf.target, sf.L, emphasis);
 }
 
-// Sharpening lag of the subframe: the rounded mean of the first two delay
-// points (Q16), as the decoder forms it.
-Word16 sharpening_lag(const Word32 *points) {
-    const Word64 sum = static_cast<Word64>(points[0]) + points[1] + 65536;
-    return static_cast<Word16>(sum >> 17);
-}
-
 Word16 fcb_gain_of(Word16 index, Word16 rate) {
     return rate == EVRC_RATE_FULL ? evrc_acsFcbGainVQFull[index] : evrc_acsFcbGainVQFull[2 * index + 1];
 }
@@ -363,8 +356,8 @@ Word16 encode_subframe(EvrcEncoderState *st, Packer &pk, int j, Word16 rate, boo
     Word16 fcb_index[4] = {};
     Word16 fcb[evrc::kFcbLen];  // the pulses of fcb_index, decoded (as the decoder will)
     const Word16 gain_index =
-        evrc_enc::acelp_with_pulses(sf.fcb_target, ltp_residual, sf.h, acb_gain, sharpening_lag(sf.points), cb_rate,
-                                    static_cast<Word16>(sf.L), fcb_index, fcb);
+        evrc_enc::acelp_with_pulses(sf.fcb_target, ltp_residual, sf.h, acb_gain, evrc::sharpening_lag(sf.points),
+                                    cb_rate, static_cast<Word16>(sf.L), fcb_index, fcb);
     pack_fixed_codebook(pk, j, fcb_index, gain_index, cb_rate);
 
     build_excitation(st, sf, fcb, acb_gain, fcb_gain_of(gain_index, cb_rate));

@@ -35,6 +35,7 @@
 #endif
 
 #include "codec/basic/fixed_point.h"
+#include "codec/common/excitation.h"
 #include "codec/enc/dot16.h"
 #include "codec/enc/encoder_internal.h"
 #include "evrc/evrc_dec.h"
@@ -57,11 +58,9 @@ constexpr int kHalfPulses = 3;
 constexpr int kHalfPositions = 8;
 constexpr int kHalfStep = 7;
 constexpr int kHalfTrackStep = 2;
-constexpr Word16 kSharpenMin = 3277;   // 0.2 in Q14
-constexpr Word16 kSharpenMax = 14746;  // 0.9 in Q14
-constexpr int kCorrBits = 14;          // d scaled below 2^14
-constexpr int kMatrixBits = 20;        // rr[0][0] scaled below 2^20: C^2 E stays in 64 bits
-constexpr int kAccBits = 30;           // the correlation sums in 32 bits
+constexpr int kCorrBits = 14;    // d scaled below 2^14
+constexpr int kMatrixBits = 20;  // rr[0][0] scaled below 2^20: C^2 E stays in 64 bits
+constexpr int kAccBits = 30;     // the correlation sums in 32 bits
 constexpr int kFullGains = 32;
 constexpr int kHalfGains = 16;
 constexpr int kGainQ = 15;  // filtered contribution = gain * z / 2^15
@@ -113,8 +112,8 @@ inline int track_major(int p) { return kTrackMajor.offset[p]; }
 // hs = h through the decoder's sharpening comb, in place with rounding.
 void sharpen(const Word16 *h, Word16 *hs, int L, Word16 acb_gain, Word16 lag) {
     std::memcpy(hs, h, L * sizeof(Word16));
-    const Word16 clamped = acb_gain < kSharpenMin ? kSharpenMin : (acb_gain > kSharpenMax ? kSharpenMax : acb_gain);
-    const Word16 beta = fx::shl(clamped, 1);
+    const Word16 beta = evrc::sharpening_gain(acb_gain);
+    fx::charge(fx::weight::shl);  // the doubling, counted as the shift it is
     if (lag <= 0) return;
     // mac_r(L_deposit_h(..)) through the uncounted bodies, their weights
     // charged once: a counted operator is a read-modify-write of the counter
